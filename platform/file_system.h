@@ -1,0 +1,45 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "platform/bytes.h"
+#include "platform/export.h"
+#include "platform/result.h"
+
+namespace roster {
+
+/// The bytes of a file, or why there are none.
+struct FileContents {
+  enum class Status { read, missing, unreadable };
+  Status status = Status::missing;
+  Bytes bytes;
+  /// For all but `read`: "could not open PATH: REASON".
+  std::string error;
+};
+
+/// Reads a whole regular file into memory of its own. Anything but a regular file (a folder, a pipe, a
+/// device) is unreadable and is not waited for; so is a file beyond `limits::maximumFileSize`.
+FileContents readFile(const std::string& path);
+
+/// Puts the bytes at the path in one step: a reader finds the old file or the new one, never part of one, and
+/// after success the new one survives a power cut. Missing folders on the way are made. The old file's mode
+/// and owner are kept; a new file is private to its owner (0600).
+///
+/// Returns nothing on success. On failure it returns what failed with path and system text; the old file is
+/// whole and no temporary file is left. Exactly two syncs are made: of the file, and of its folder.
+std::optional<Error> replaceFile(const std::string& path, std::span<const std::byte> bytes);
+
+/// Whether something exists at the path; it need not be readable.
+bool fileExists(const std::string& path);
+
+/// Makes `copy` hold the same file as `path`, sharing or copying its contents, without a moment at which
+/// `path` is missing. Fails when `copy` exists.
+std::optional<Error> keepFileAs(const std::string& path, const std::string& copy);
+
+/// The path with one component appended, with one separator between them.
+ROSTER_EXPORT std::string joinPath(std::string_view folder, std::string_view component);
+
+}  // namespace roster

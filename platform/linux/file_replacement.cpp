@@ -1,0 +1,139 @@
+#include "platform/linux/file_replacement.h"
+
+#include <fcntl.h>
+
+#include <array>
+#include <climits>
+#include <random>
+
+#include "platform/file_system.h"
+
+namespace roster {
+
+namespace {
+
+constexpr mode_t folderMode = 0755;
+
+/// Fresh, so that no other process can have made a file of this name beforehand, and hidden from listings.
+std::string temporaryName() {
+  constexpr std::string_view symbols = "0123456789abcdef";
+  std::random_device random;
+  std::string name = ".roster-";
+  for (int word = 0; word < 2; ++word) {
+    std::uint32_t bits = random();
+    for (int digit = 0; digit < 8; ++digit, bits >>= 4U) name += symbols[bits & 0xFU];
+  }
+  return name + ".tmp";
+}
+
+std::string folderOf(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) return ".";
+  return std::string(slash == 0 ? "/" : path.substr(0, slash));
+}
+
+int openFolderAt(const std::string& path) {
+  return retrying(
+      [&] { return fileCalls().openat(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0); });
+}
+
+std::optional<Error> makeFolders(const std::string& path) {
+  for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+    const std::string ancestor = path.substr(0, end);
+    if (fileCalls().mkdir(ancestor.c_str(), folderMode) == -1 && errno != EEXIST) {
+      return systemError("create the folder", ancestor, errno);
+    }
+    if (end == std::string::npos) return std::nullopt;
+  }
+}
+
+}  // namespace
+
+std::optional<Error> FileReplacement::begin() {
+  if (auto error = resolveLinks()) return error;
+  if (auto error = splitPath()) return error;
+  if (auto error = openFolder()) return error;
+  if (auto error = inspectOldFile()) return error;
+  return createTemporary();
+}
+
+std::optional<Error> FileReplacement::resolveLinks() {
+  constexpr int mostLinks = 40;
+  for (int links = 0; links < mostLinks; ++links) {
+    std::array<char, PATH_MAX> target{};
+    const ssize_t length = fileCalls().readlink(path_.c_str(), target.data(), target.size());
+    // Not a link, or nothing that could be looked at; what is wrong with it shows when the folder is opened.
+    if (length == -1) return std::nullopt;
+    const std::string_view text(target.data(), static_cast<std::size_t>(length));
+    if (text.size() == target.size()) return systemError("follow the link", path_, ENAMETOOLONG);
+    path_ = text.starts_with('/') ? std::string(text) : joinPath(folderOf(path_), text);
+  }
+  return systemError("follow the link", path_, ELOOP);
+}
+
+std::optional<Error> FileReplacement::splitPath() {
+  folderPath_ = folderOf(path_);
+  name_ = path_.substr(path_.rfind('/') + 1);
+  if (name_.empty() || name_ == "." || name_ == "..") {
+    return Error{"could not write " + path_ + ": it does not name a file"};
+  }
+  return std::nullopt;
+}
+
+std::optional<Error> FileReplacement::openFolder() {
+  folder_ = FileDescriptor(openFolderAt(folderPath_));
+  if (!folder_ && errno == ENOENT) {
+    if (auto error = makeFolders(folderPath_)) return error;
+    folder_ = FileDescriptor(openFolderAt(folderPath_));
+  }
+  if (!folder_) return systemError("open the folder", folderPath_, errno);
+  return std::nullopt;
+}
+
+std::optional<Error> FileReplacement::inspectOldFile() {
+  struct stat status {};
+  if (fileCalls().fstatat(folder_.number(), name_.c_str(), &status, AT_SYMLINK_NOFOLLOW) == -1) {
+    if (errno == ENOENT) return std::nullopt;
+    return systemError("examine", path_, errno);
+  }
+  if (!S_ISREG(status.st_mode)) return Error{"could not write " + path_ + ": it is not a regular file"};
+  oldFile_ = status;
+  return std::nullopt;
+}
+
+std::optional<Error> FileReplacement::createTemporary() {
+  constexpr int attempts = 16;
+  int number = EEXIST;
+  for (int attempt = 0; attempt < attempts && number == EEXIST; ++attempt) {
+    number = temporary_.create(folder_.number(), temporaryName());
+  }
+  if (number != 0) return systemError("create a temporary file in", folderPath_, number);
+  return std::nullopt;
+}
+
+std::optional<Error> FileReplacement::write(std::span<const std::byte> bytes) {
+  const int number = temporary_.write(bytes);
+  if (number != 0) return systemError("write a temporary file beside", path_, number);
+  return std::nullopt;
+}
+
+std::optional<Error> FileReplacement::commit() {
+  int number = oldFile_ ? temporary_.adoptAccess(*oldFile_) : temporary_.restrictAccess();
+  if (number != 0) return systemError("set owner and mode of a temporary file beside", path_, number);
+  number = temporary_.sync();
+  if (number != 0) return systemError("sync a temporary file beside", path_, number);
+  number = temporary_.close();
+  if (number != 0) return systemError("close a temporary file beside", path_, number);
+  const int folder = folder_.number();
+  if (fileCalls().renameat(folder, temporary_.name().c_str(), folder, name_.c_str()) == -1) {
+    return systemError("replace", path_, errno);
+  }
+  temporary_.keep();
+  // Some file systems have no syncing of folders, and say so.
+  if (retrying([&] { return fileCalls().fsync(folder); }) == -1 && errno != EINVAL) {
+    return systemError("sync the folder", folderPath_, errno);
+  }
+  return std::nullopt;
+}
+
+}  // namespace roster

@@ -1,0 +1,121 @@
+#include "platform/file_system.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <new>
+
+#include "platform/limits.h"
+#include "platform/linux/file_replacement.h"
+
+namespace roster {
+
+namespace {
+
+FileContents unreadable(const std::string& path, const std::string& reason) {
+  return {FileContents::Status::unreadable, {}, "could not read " + path + ": " + reason};
+}
+
+/// The size the file had a moment ago, plus one: the read that finds nothing more needs no further room.
+std::size_t roomFor(const struct stat& status) { return static_cast<std::size_t>(status.st_size) + 1; }
+
+Bytes copyWithRoom(const Bytes& bytes, std::size_t room) {
+  Bytes larger(room);
+  std::copy_n(bytes.data(), bytes.size(), larger.data());
+  return larger;
+}
+
+/// Reads to the end, wherever that is by now: another process may be writing the file.
+FileContents readAll(const FileDescriptor& file, const std::string& path, std::size_t room) {
+  Bytes bytes(room);
+  std::size_t filled = 0;
+  while (true) {
+    const ssize_t count = retrying(
+        [&] { return fileCalls().read(file.number(), bytes.data() + filled, bytes.size() - filled); });
+    if (count < 0) {
+      return {FileContents::Status::unreadable, {}, systemError("read", path, errno).message};
+    }
+    if (count == 0) break;
+    filled += static_cast<std::size_t>(count);
+    if (filled > limits::maximumFileSize) return unreadable(path, "it is too large");
+    if (filled == bytes.size()) bytes = copyWithRoom(bytes, 2 * bytes.size());
+  }
+  bytes.shrinkTo(filled);
+  return {FileContents::Status::read, std::move(bytes), {}};
+}
+
+/// Whether hard links are out of the question here, while a copy may still be made.
+bool mayCopyInstead(int number) {
+  return number == EPERM || number == EXDEV || number == EMLINK || number == EOPNOTSUPP || number == ENOSYS;
+}
+
+std::optional<Error> copyFile(const std::string& path, const std::string& copy) {
+  const FileContents contents = readFile(path);
+  if (contents.status != FileContents::Status::read) return Error{contents.error};
+  struct stat model {};
+  if (fileCalls().fstatat(AT_FDCWD, path.c_str(), &model, 0) == -1)
+    return systemError("examine", path, errno);
+  NewFile file;
+  int number = file.create(AT_FDCWD, copy);
+  if (number != 0) return systemError("create", copy, number);
+  number = file.write(contents.bytes.span());
+  if (number == 0) number = file.adoptAccess(model);
+  if (number == 0) number = file.sync();
+  if (number == 0) number = file.close();
+  if (number != 0) return systemError("write", copy, number);
+  file.keep();
+  return std::nullopt;
+}
+
+}  // namespace
+
+FileContents readFile(const std::string& path) {
+  // Without O_NONBLOCK, opening a pipe would wait for a writer.
+  constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  const FileDescriptor file(retrying([&] { return fileCalls().openat(AT_FDCWD, path.c_str(), flags, 0); }));
+  if (!file) {
+    const int number = errno;
+    const bool isMissing = number == ENOENT || number == ENOTDIR;
+    return {isMissing ? FileContents::Status::missing : FileContents::Status::unreadable,
+            {},
+            systemError("open", path, number).message};
+  }
+  struct stat status {};
+  if (fileCalls().fstat(file.number(), &status) == -1) {
+    return {FileContents::Status::unreadable, {}, systemError("examine", path, errno).message};
+  }
+  if (!S_ISREG(status.st_mode)) return unreadable(path, "it is not a regular file");
+  if (static_cast<std::uint64_t>(status.st_size) > limits::maximumFileSize) {
+    return unreadable(path, "it is too large");
+  }
+  try {
+    return readAll(file, path, roomFor(status));
+  } catch (const std::bad_alloc&) {
+    return unreadable(path, "there is not enough memory");
+  }
+}
+
+std::optional<Error> replaceFile(const std::string& path, std::span<const std::byte> bytes) {
+  FileReplacement replacement(path);
+  if (auto error = replacement.begin()) return error;
+  if (auto error = replacement.write(bytes)) return error;
+  return replacement.commit();
+}
+
+bool fileExists(const std::string& path) {
+  struct stat status {};
+  if (fileCalls().fstatat(AT_FDCWD, path.c_str(), &status, 0) == 0) return true;
+  // Whatever keeps us from looking may stand before something.
+  return errno != ENOENT && errno != ENOTDIR;
+}
+
+std::optional<Error> keepFileAs(const std::string& path, const std::string& copy) {
+  if (fileCalls().linkat(AT_FDCWD, path.c_str(), AT_FDCWD, copy.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+    return std::nullopt;
+  }
+  const int number = errno;
+  if (mayCopyInstead(number)) return copyFile(path, copy);
+  return systemError("keep " + path + " as", copy, number);
+}
+
+}  // namespace roster

@@ -1,0 +1,32 @@
+#include <sys/random.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+
+#include "platform/device.h"
+
+namespace roster {
+
+std::optional<std::string> createUuidText() {
+  std::array<std::uint8_t, 16> bytes{};
+  ssize_t drawn = 0;
+  do {
+    drawn = getrandom(bytes.data(), bytes.size(), 0);
+  } while (drawn < 0 && errno == EINTR);
+  if (drawn != static_cast<ssize_t>(bytes.size())) return std::nullopt;
+
+  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0FU) | 0x40U);  // version 4, random
+  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3FU) | 0x80U);  // the variant that has versions
+
+  constexpr std::string_view digits = "0123456789ABCDEF";
+  std::string text;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    text += digits[bytes[i] >> 4U];
+    text += digits[bytes[i] & 0x0FU];
+  }
+  return text;
+}
+
+}  // namespace roster

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/bytes.h"
+#include "platform/export.h"
+#include "platform/result.h"
+#include "platform/value.h"
+
+namespace roster {
+
+/// Whether a value that is not sound to its last leaf is accepted.
+enum class Soundness {
+  /// The top value must have no fault: what is returned can be followed, compared and written without care.
+  required,
+  /// Faulty parts stay in the tree; the caller asks `Value::fault` before it follows a container. For files of which
+  /// the good parts must survive.
+  inspected,
+};
+
+/// Reads a property list, binary or XML, whichever the bytes are; the bytes are kept in memory by the values read.
+/// On failure the error says what is wrong, without the file's name.
+ROSTER_EXPORT Result<Value> parsePropertyList(Bytes bytes, Soundness soundness = Soundness::required);
+
+/// Reads an XML property list. Document types are skipped and nothing outside the text is ever fetched.
+Result<Value> parseXmlPropertyList(const Bytes& bytes);
+
+/// The value in the binary format: equal strings and numbers stored once, shared containers stored once, references
+/// and offsets as narrow as they can be. Fails, naming the cause, on a tree with a container that contains itself,
+/// is deeper than the library reads, unfolds to more than it reads, or has a fault; and on text that is not UTF-8.
+ROSTER_EXPORT Result<std::string> binaryPropertyList(const Value& value);
+
+/// The outcome of reading a property-list file.
+struct PropertyListFile {
+  enum class Status {
+    read,
+    /// There is no such file, or no folder for it.
+    missing,
+    /// There is something, but it cannot be opened or read.
+    unreadable,
+    /// The bytes were read and are not a property list.
+    malformed,
+  };
+  Status status = Status::missing;
+  Value value;
+  /// For all but `read`: the path, what was done, and the cause.
+  std::string error;
+};
+
+/// Reads the property list at a path.
+ROSTER_EXPORT PropertyListFile readPropertyListFile(const std::string& path,
+                                                    Soundness soundness = Soundness::required);
+
+}  // namespace roster

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <utility>
+
+namespace roster {
+
+/// A function of the process that may be replaced while other threads call it. A caller takes a copy and
+/// calls that one, so that no lock is held while it runs: the function may itself log, assert, or replace
+/// itself.
+template <class Function>
+class Replaceable {
+ public:
+  /// Returns the function that was in place.
+  Function replace(Function function) {
+    auto fresh = std::make_shared<const Function>(std::move(function));
+    {
+      const std::lock_guard lock(mutex_);
+      current_.swap(fresh);
+    }
+    return fresh ? *fresh : Function();
+  }
+
+  /// The function in place, empty when there is none.
+  Function current() const {
+    std::shared_ptr<const Function> function;
+    {
+      const std::lock_guard lock(mutex_);
+      function = current_;
+    }
+    return function ? *function : Function();
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::shared_ptr<const Function> current_;
+};
+
+/// A replaceable function that is never destroyed: threads may still log while the process exits.
+template <class Function>
+Replaceable<Function>& immortalReplaceable() {
+  static Replaceable<Function>* const instance = std::make_unique<Replaceable<Function>>().release();
+  return *instance;
+}
+
+}  // namespace roster

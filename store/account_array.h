@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "account/basic_account.h"
+#include "platform/enumeration_mutation.h"
+
+namespace roster {
+
+/// An ordered list of records that notices when it is changed while somebody walks it: the walk then throws
+/// EnumerationMutation.
+class AccountArray {
+ public:
+  using Account = std::shared_ptr<BasicAccount>;
+
+  AccountArray() = default;
+  explicit AccountArray(std::vector<Account> accounts) : accounts_(std::move(accounts)) {}
+
+  std::size_t size() const { return accounts_.size(); }
+  bool empty() const { return accounts_.empty(); }
+  /// Throws std::out_of_range.
+  const Account& at(std::size_t index) const { return accounts_.at(index); }
+  const Account& operator[](std::size_t index) const { return accounts_.at(index); }
+
+  class Iterator {
+   public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = Account;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const Account*;
+    using reference = const Account&;
+    Iterator() = default;
+    Iterator(const AccountArray* array, std::size_t index)
+        : array_(array), index_(index), changes_(array->changes_) {}
+    const Account& operator*() const {
+      requireUnchanged();
+      return array_->accounts_[index_];
+    }
+    Iterator& operator++() {
+      requireUnchanged();
+      ++index_;
+      return *this;
+    }
+    Iterator operator++(int) {
+      Iterator before = *this;
+      ++*this;
+      return before;
+    }
+    friend bool operator==(const Iterator& left, const Iterator& right) {
+      left.requireUnchanged();
+      return left.index_ == right.index_;
+    }
+
+   private:
+    void requireUnchanged() const {
+      if (changes_ != array_->changes_) throw EnumerationMutation();
+    }
+    const AccountArray* array_ = nullptr;
+    std::size_t index_ = 0;
+    std::uint64_t changes_ = 0;
+  };
+  Iterator begin() const { return {this, 0}; }
+  Iterator end() const { return {this, accounts_.size()}; }
+
+  /// The records for a walk that cannot change the list; valid until the list is changed.
+  std::span<const Account> span() const { return accounts_; }
+
+  // Changes. Each ends the walks that are under way.
+
+  void reserve(std::size_t count) { accounts_.reserve(count); }
+  void append(Account account) {
+    ++changes_;
+    accounts_.push_back(std::move(account));
+  }
+  /// Throws std::out_of_range, with nothing changed.
+  void replaceAt(std::size_t index, Account account) {
+    accounts_.at(index) = std::move(account);
+    ++changes_;
+  }
+  /// Removes every occurrence of the very record.
+  void removeIdentical(const BasicAccount* account) {
+    changes_ += std::erase_if(accounts_, [account](const Account& at) { return at.get() == account; });
+  }
+
+ private:
+  std::vector<Account> accounts_;
+  std::uint64_t changes_ = 0;
+};
+
+}  // namespace roster

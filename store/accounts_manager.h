@@ -1,0 +1,166 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "account/basic_account.h"
+#include "fixers/runtime_fix.h"
+#include "platform/export.h"
+#include "store/account_array.h"
+#include "store/type_set.h"
+
+namespace roster {
+
+class AccountIndexes;
+class Snapshot;
+
+/// The registry in memory: loaded once from the account settings file, asked and changed here, and written back by
+/// `saveAllAccounts`, which merges with what other programs have written since.
+///
+/// A store and the records it hands out are used by one thread at a time. Results that are records are the store's
+/// own: changing one changes what the next save writes. Nothing here reports an error to its caller; what went wrong
+/// is in the system log.
+class ROSTER_EXPORT AccountsManager {
+ public:
+  using Account = std::shared_ptr<BasicAccount>;
+
+  // ---- Creation
+
+  /// A store loaded from the account settings file as it is, without a lock and without waiting for a migration. A
+  /// file that is missing or cannot be read gives an empty store.
+  static std::shared_ptr<AccountsManager> init();
+
+  /// What a subclass passes on so that only the creation operations make instances.
+  class Allocation {
+    friend class AccountsManager;
+    explicit Allocation() = default;
+  };
+  explicit AccountsManager(Allocation);
+  AccountsManager(const AccountsManager&) = delete;
+  AccountsManager& operator=(const AccountsManager&) = delete;
+  virtual ~AccountsManager();
+
+  // ---- Queries. They look at memory only. Unknown identifiers give nil.
+
+  /// The top-level record with the identifier, or the parent of the child with it.
+  Account accountWithIdentifier(std::string_view identifier) const;
+  /// The record, top-level before child, with the sync identifier.
+  Account syncableAccountWithSyncIdentifier(std::string_view syncIdentifier) const;
+  /// The top-level account that the user sees for that record.
+  Account displayAccountWithSyncIdentifier(std::string_view syncIdentifier) const;
+  /// The store's own list of top-level records, in order. Changes of the store show through it.
+  std::shared_ptr<const AccountArray> allBasicAccounts() const;
+  /// All top-level records in order, then all children.
+  std::vector<Account> allBasicSyncableAccounts() const;
+  /// The top-level records of these types, in order.
+  std::vector<Account> basicAccountsWithTypes(const TypeSet& types) const;
+  std::size_t countOfBasicAccountsWithTypes(const TypeSet& types) const;
+  /// How many top-level records there are.
+  std::size_t count() const;
+  /// The title under which accounts of a type are grouped on screen, in the user's language; nil for types that are
+  /// not grouped.
+  static String displayNameForGroupOfAccountTypeForBeginningOfSentence(std::string_view type,
+                                                                       bool isBeginningOfSentence);
+
+  // ---- Changes. They change memory only; the next save writes them. Records must not be nil.
+  // A child is changed by adding it to its parent again: child records are copies of what the parent holds.
+
+  /// Puts the record in place of every top-level record with its identifier; ignored when there is none.
+  void updateAccount(const Account& account);
+  /// Appends the record as a top-level account, unless its identifier is taken.
+  void insertAccount(const Account& account);
+  /// Removes the last top-level record with the record's identifier, and its children.
+  void deleteAccount(const Account& account);
+  /// Deletes the top-level account with the identifier; ignored when there is none.
+  void deleteAccountWithIdentifier(std::string_view identifier);
+  /// Puts the new record at the old one's position. Look-ups by identifier find neither afterwards. Throws
+  /// std::out_of_range when the old record is not in the store; its identifier is then no longer indexed.
+  void replaceAccountWithAccount(const Account& oldAccount, const Account& newAccount);
+  /// Makes the records the store's accounts of those types: each takes the place of the record with its identifier,
+  /// whatever its type; other records of the types go; new ones are appended, children to their parents.
+  void replaceAccountsWithTypesWithAccounts(const TypeSet& types, const std::vector<Account>& accounts);
+  /// Appends the child's live properties to the parent's children. Does nothing without a parent.
+  void addChildToAccount(const Account& child, const Account& parent);
+  /// Takes the child with the identifier out of the parent's children. Does nothing without a parent.
+  void removeChildWithIdentifierFromAccount(const String& identifier, const Account& parent);
+
+  // ---- Saving
+
+  /// Merges every account with the file's version of it and writes the file. After a failure, which the system log
+  /// tells, the file is as it was, and the next save merges the same changes again.
+  void saveAllAccounts();
+  /// Why the last save failed, with path and system text; empty when it succeeded.
+  const std::string& lastSaveError() const { return _lastSaveError; }
+  /// One account's three versions made one; any of them may be empty.
+  Dictionary mergeInMemoryPropertiesOriginalPropertiesOnDiskProperties(const Dictionary& inMemory,
+                                                                       const Dictionary& original,
+                                                                       const Dictionary& onDisk) const;
+
+  // ---- Private
+
+  /// The same as init; the name says that a migrator may call it while it holds the migration lock.
+  static std::shared_ptr<AccountsManager> initInsideOfMigration();
+  /// A store of account dictionaries that the caller holds in memory.
+  static std::shared_ptr<AccountsManager> initWithAccounsInfoArray(const Array& accounts);
+  /// The absolute path of the account settings file.
+  static std::string fullPathToRosterPlist();
+  /// The version of the layout that this library writes: 12.
+  static unsigned currentVersion();
+  /// The version that the file had when it was loaded, 0 when it had none.
+  std::int64_t dataVersion() const { return _dataVersion; }
+
+  // ---- MigrationSupport
+
+  void setDataVersion(std::int64_t version) { _dataVersion = version; }
+
+ protected:
+  /// The path that this store's own class saves to.
+  virtual std::string settingsPath() const { return fullPathToRosterPlist(); }
+  /// The fixers of a new store, in the order in which they are asked.
+  virtual std::vector<std::shared_ptr<RSRuntimeFixProtocol>> _createRuntimeFixers() const;
+
+  /// A store of a subclass, loaded from a file or built from dictionaries.
+  template <class Store>
+  static std::shared_ptr<Store> makeInsideOfMigration() {
+    auto store = std::make_shared<Store>(Allocation{});
+    store->loadSettingsFile();
+    return store;
+  }
+  template <class Store>
+  static std::shared_ptr<Store> makeWithAccountsInfo(const Array& accounts) {
+    auto store = std::make_shared<Store>(Allocation{});
+    store->_initWithAccountsInfo(accounts);
+    return store;
+  }
+
+ private:
+  void loadSettingsFile();
+  void _initWithAccountsInfo(const Array& accounts);
+  bool fixAndIndex(const Account& account);
+  void _loadChildrenFromAccount(const Account& parent);
+  void _removeChildrenForAccountWithIdentifier(const String& identifier);
+  void tellFixersAccountsHaveBeenSaved(bool areSaved);
+  void _setOriginalAccountDictionaries();
+
+  void moveChild(const Account& child, const Account& parent);
+
+  bool fixBeforeSaving();
+  std::vector<Value> mergedAccounts(const AccountsManager& onDisk) const;
+  std::string damageOfFileToReplace(const AccountsManager& onDisk) const;
+  bool writeRegistry(std::vector<Value> accounts, const std::string& damage);
+  void announceSave();
+
+  std::unique_ptr<AccountIndexes> _indexes;
+  std::unique_ptr<Snapshot> _originalAccountsByID;
+  std::int64_t _dataVersion = 0;
+  std::vector<std::shared_ptr<RSRuntimeFixProtocol>> _runtimeFixers;
+  /// Why the file could not be read in full when this store was loaded; empty when it could.
+  std::string _damage;
+  std::string _lastSaveError;
+};
+
+}  // namespace roster

@@ -1,0 +1,111 @@
+#include "fixers/mail_account_fixer.h"
+#include "notify/snapshot.h"
+#include "platform/device.h"
+#include "platform/system_log.h"
+#include "store/account_indexes.h"
+#include "store/accounts_manager.h"
+#include "store/settings_file.h"
+
+namespace roster {
+
+AccountsManager::AccountsManager(Allocation)
+    : _indexes(std::make_unique<AccountIndexes>()), _originalAccountsByID(std::make_unique<Snapshot>()) {}
+
+AccountsManager::~AccountsManager() = default;
+
+std::shared_ptr<AccountsManager> AccountsManager::init() { return initInsideOfMigration(); }
+
+std::shared_ptr<AccountsManager> AccountsManager::initInsideOfMigration() {
+  return makeInsideOfMigration<AccountsManager>();
+}
+
+std::shared_ptr<AccountsManager> AccountsManager::initWithAccounsInfoArray(const Array& accounts) {
+  return makeWithAccountsInfo<AccountsManager>(accounts);
+}
+
+std::string AccountsManager::fullPathToRosterPlist() { return sharedPreferencesPath(kAccountsFilename); }
+
+unsigned AccountsManager::currentVersion() { return currentRegistryVersion; }
+
+std::vector<std::shared_ptr<RSRuntimeFixProtocol>> AccountsManager::_createRuntimeFixers() const {
+  return {std::make_shared<RSRuntimeFixMailAccount>()};
+}
+
+void AccountsManager::loadSettingsFile() {
+  const SettingsFile file(settingsPath());
+  Registry registry = file.read();
+  _damage = std::move(registry.damage);
+  if (registry.accounts && !_damage.empty()) {
+    systemLog("Not all of the registry %@ can be used: %@", file.path(), _damage);
+  }
+  _initWithAccountsInfo(registry.accounts.value_or(Array()));
+  _dataVersion = registry.version;
+}
+
+void AccountsManager::_initWithAccountsInfo(const Array& accounts) {
+  _runtimeFixers = _createRuntimeFixers();
+  _indexes->orderedTopLevelAccounts->reserve(accounts.size());
+  _indexes->topLevelAccountsByID.reserve(accounts.size());
+  bool isAnythingFixed = false;
+  for (const Value& element : accounts) {
+    const std::optional<Dictionary> properties = usablePart(element).dictionary();
+    const Account account = properties ? BasicAccount::initWithProperties(*properties) : nullptr;
+    if (!account) {
+      systemLog("[%s] ERROR: Failed to create a BasicAccount from %@",
+                "-[AccountsManager _initWithAccountsInfo:]", element);
+      continue;
+    }
+    if (fixAndIndex(account)) isAnythingFixed = true;
+  }
+  if (isAnythingFixed) tellFixersAccountsHaveBeenSaved(false);
+  _setOriginalAccountDictionaries();
+}
+
+/// Enters the record once for each fixer that lets it pass. Returns whether a fixer did anything.
+bool AccountsManager::fixAndIndex(const Account& account) {
+  bool isFixed = false;
+  for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : _runtimeFixers) {
+    const FixResult result = fixer->fixBasicAccountIfNeededLoggingMessage(account, "loading accounts");
+    if (result != FixResult::nothingDone) isFixed = true;
+    if (result == FixResult::unrepairable) continue;
+    const String identifier = account->identifier();
+    if (identifier) _indexes->topLevelAccountsByID.set(identifier, account);
+    _indexes->orderedTopLevelAccounts->append(account);
+    _loadChildrenFromAccount(account);
+  }
+  return isFixed;
+}
+
+void AccountsManager::_loadChildrenFromAccount(const Account& parent) {
+  const String parentID = parent->identifier();
+  _removeChildrenForAccountWithIdentifier(parentID);
+  const std::optional<Array> children = parent->accountPropertyForKey(kAccountChildAccounts).array();
+  if (!children) return;
+  for (const Value& element : *children) {
+    const std::optional<Dictionary> properties = element.dictionary();
+    const Account child = properties ? BasicAccount::initWithProperties(*properties) : nullptr;
+    if (child) child->setParentAccount(parent);
+    const String childID = child ? child->identifier() : String();
+    if (childID.isNil()) {
+      systemLog("Ignoring unknown child account with properties %@", element);
+      continue;
+    }
+    _indexes->addChild(child, childID, parentID);
+  }
+}
+
+void AccountsManager::_removeChildrenForAccountWithIdentifier(const String& identifier) {
+  _indexes->removeChildrenOf(identifier);
+}
+
+void AccountsManager::tellFixersAccountsHaveBeenSaved(bool areSaved) {
+  for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : _runtimeFixers) {
+    fixer->accountsHaveBeenSaved(areSaved);
+  }
+}
+
+void AccountsManager::_setOriginalAccountDictionaries() {
+  *_originalAccountsByID = Snapshot(_indexes->orderedTopLevelAccounts->span());
+}
+
+}  // namespace roster

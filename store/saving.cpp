@@ -1,0 +1,102 @@
+#include "diag/debug_log.h"
+#include "notify/snapshot.h"
+#include "platform/system_log.h"
+#include "store/account_indexes.h"
+#include "store/accounts_manager.h"
+#include "store/merge.h"
+#include "store/settings_file.h"
+
+namespace roster {
+
+void AccountsManager::saveAllAccounts() {
+  RSLog("Saving all accounts");
+  const bool isAnythingFixed = fixBeforeSaving();
+
+  std::shared_ptr<AccountsManager> onDisk = initInsideOfMigration();
+  std::vector<Value> accounts = mergedAccounts(*onDisk);
+  const std::string damage = damageOfFileToReplace(*onDisk);
+  onDisk.reset();
+
+  const bool isSaved = writeRegistry(std::move(accounts), damage);
+  if (isSaved) {
+    for (const Account& account : *_indexes->orderedTopLevelAccounts) {
+      account->setOriginalProperties(account->propertiesToSave());
+    }
+  }
+  if (isAnythingFixed) tellFixersAccountsHaveBeenSaved(true);
+  if (isSaved) announceSave();
+}
+
+/// Shows every record to the fixers. One that cannot be repaired is found no more, but is still written: only the next
+/// load, which meets it again, drops it.
+bool AccountsManager::fixBeforeSaving() {
+  const AccountArray& ordered = *_indexes->orderedTopLevelAccounts;
+  bool isAnythingFixed = false;
+  for (std::size_t index = ordered.size(); index-- > 0;) {
+    const Account account = ordered[index];
+    for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : _runtimeFixers) {
+      const FixResult result = fixer->fixBasicAccountIfNeededLoggingMessage(account, "saving accounts");
+      if (result == FixResult::nothingDone) continue;
+      isAnythingFixed = true;
+      if (result != FixResult::unrepairable) continue;
+      const String identifier = account->identifier();
+      _removeChildrenForAccountWithIdentifier(identifier);
+      _indexes->topLevelAccountsByID.erase(identifier);
+    }
+  }
+  return isAnythingFixed;
+}
+
+std::vector<Value> AccountsManager::mergedAccounts(const AccountsManager& onDisk) const {
+  std::vector<Value> merged;
+  merged.reserve(count());
+  for (const Account& account : *_indexes->orderedTopLevelAccounts) {
+    const Account found = onDisk.accountWithIdentifier(account->identifier());
+    const Dictionary properties = mergeInMemoryPropertiesOriginalPropertiesOnDiskProperties(
+        account->propertiesToSave(), account->originalProperties(),
+        found ? found->propertiesToSave() : Dictionary());
+    merged.emplace_back(properties);
+    RSLog("%@:%@", account->type(), properties);
+  }
+  return merged;
+}
+
+Dictionary AccountsManager::mergeInMemoryPropertiesOriginalPropertiesOnDiskProperties(
+    const Dictionary& inMemory, const Dictionary& original, const Dictionary& onDisk) const {
+  RSLog("Merging inmem %@ orig %@ onDisk %@", inMemory, original, onDisk);
+  Dictionary merged = mergeProperties(inMemory, original, onDisk);
+  RSLog("merged to %@", merged);
+  return merged;
+}
+
+/// Why the file that the save replaces could not be read in full; empty when it could.
+std::string AccountsManager::damageOfFileToReplace(const AccountsManager& onDisk) const {
+  const std::string path = settingsPath();
+  return path == fullPathToRosterPlist() ? onDisk._damage : SettingsFile(path).read().damage;
+}
+
+bool AccountsManager::writeRegistry(std::vector<Value> accounts, const std::string& damage) {
+  const SettingsFile file(settingsPath());
+  _lastSaveError.clear();
+  const Result<std::string> bytes = registryBytes(std::move(accounts));
+  if (!bytes) {
+    _lastSaveError = "could not serialize the accounts for " + file.path() + ": " + bytes.error();
+    systemLog("Failed to serialize account settings data: %@", bytes.error());
+  } else {
+    // A registry that could not be read may hold accounts that this store does not know of: it is never overwritten.
+    std::optional<Error> error = damage.empty() ? std::nullopt : file.keepDamaged(damage);
+    if (!error) error = file.write(*bytes);
+    if (error) {
+      _lastSaveError = std::move(error->message);
+      systemLog("%@", _lastSaveError);
+    }
+  }
+  if (!_lastSaveError.empty()) systemLog("Failed to save accounts to filesystem.");
+  return _lastSaveError.empty();
+}
+
+/// Tells those concerned what a save changed. Notifiers are called from here, before the snapshot that they are told
+/// the difference to is retaken.
+void AccountsManager::announceSave() { _setOriginalAccountDictionaries(); }
+
+}  // namespace roster
