@@ -46,7 +46,7 @@ String BasicAccount::createNewAccountUID() {
 BasicAccount::~BasicAccount() {
   _parentAccount.reset();
   _originalProperties = Dictionary();
-  _properties = MutableDictionary();
+  _properties.reset();
   _fullAccount.reset();
   _syncAccount.reset();
 }
@@ -58,7 +58,8 @@ std::optional<Dictionary> BasicAccount::propertiesOfNewAccount(std::string_view 
     return std::nullopt;
   }
   if (!_isValidAccountType(type)) {
-    assertionFailed(initWithTypeName, sourceFile, "The account type (" + std::string(type) + ") is not supported");
+    assertionFailed(initWithTypeName, sourceFile,
+                    "The account type (" + std::string(type) + ") is not supported");
     return std::nullopt;
   }
   const Value identifier = createNewAccountUID();
@@ -78,20 +79,25 @@ bool BasicAccount::takeProperties(const Dictionary& properties) {
   }
   if (!isKnownType) return false;
 
-  setOriginalProperties(properties);
-  _properties = MutableDictionary(properties);
+  _originalProperties = properties.deepCopy();
+  if (!_originalProperties.sharesContentsWith(properties)) _properties.emplace(properties);
   if (!properties.find(kAccountIdentifier).isString()) {
     const String identifier = createNewAccountUID();
-    _properties.set(kAccountIdentifier, identifier);
+    this->properties().set(kAccountIdentifier, identifier);
     if (!properties.find(kAccountSyncIdentifier).isString()) {
-      _properties.set(kAccountSyncIdentifier, identifier);
+      this->properties().set(kAccountSyncIdentifier, identifier);
     }
   }
   return true;
 }
 
+MutableDictionary BasicAccount::properties() const {
+  if (!_properties) _properties.emplace(_originalProperties);
+  return *_properties;
+}
+
 Value BasicAccount::accountPropertyForKey(std::string_view key) const {
-  Value own = _properties.find(key);
+  Value own = currentProperties().find(key);
   if (own.isNil() && _parentAccount) return _parentAccount->accountPropertyForKey(key);
   return own;
 }
@@ -101,10 +107,11 @@ void BasicAccount::setAccountPropertyForKey(const Value& value, std::string_view
   _forcedSetAccountPropertyForKey(value, key);
 }
 
-void BasicAccount::removeAccountPropertyForKey(std::string_view key) { _properties.remove(key); }
+void BasicAccount::removeAccountPropertyForKey(std::string_view key) { properties().remove(key); }
 
+// NOLINTNEXTLINE(readability-make-member-function-const): it changes the record
 void BasicAccount::_forcedSetAccountPropertyForKey(const Value& value, std::string_view key) {
-  _properties.set(key, value);
+  properties().set(key, value);
 }
 
 String BasicAccount::textForKey(std::string_view key) const {
@@ -138,8 +145,8 @@ void BasicAccount::setDisplayName(const String& name) {
     assertionFailed("-[BasicAccount setDisplayName:]", sourceFile, "The display name cannot be nil");
     return;
   }
-  if (_properties.find(kAccountDisplayName).string() == name) return;
-  _properties.set(kAccountDisplayName, name);
+  if (currentProperties().find(kAccountDisplayName).string() == name) return;
+  properties().set(kAccountDisplayName, name);
 }
 
 std::string BasicAccount::description() const {
@@ -152,7 +159,8 @@ String BasicAccount::parentAccountIdentifier() const {
 
 void BasicAccount::setOriginalProperties(const Dictionary& properties) {
   if (properties.sharesContentsWith(_originalProperties)) return;
-  _originalProperties = Value(properties).deepCopy().dictionary().value_or(Dictionary());
+  static_cast<void>(this->properties());  // what the record holds stays as it is
+  _originalProperties = properties.deepCopy();
 }
 
 void BasicAccount::renewAccountCredentialsWithHandler(const CredentialRenewalHandler& handler) {

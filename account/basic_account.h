@@ -16,11 +16,11 @@ namespace roster {
 
 class AccountRefreshProtocol;
 
-/// The record of one account: its properties, its parent if it is a child account, and a snapshot of the properties as
-/// they were last loaded or saved.
+/// The record of one account: its properties, its parent if it is a child account, and a snapshot of the
+/// properties as they were last loaded or saved.
 ///
-/// Records are shared; identity is that of the object. A record has no lock: one thread uses it at a time. A child
-/// keeps its parent alive, a parent does not keep its children.
+/// Records are shared; identity is that of the object. A record has no lock: one thread uses it at a time. A
+/// child keeps its parent alive, a parent does not keep its children.
 ///
 /// A subclass derives from AccountSubclass, so that the creation operations sent to it make instances of it.
 class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
@@ -28,11 +28,12 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
  public:
   // ---- Creation
 
-  /// A record of a new account, with a freshly drawn identifier that is also its sync identifier. An empty class name
-  /// or a type that the type configuration does not know is an assertion failure.
-  static std::shared_ptr<BasicAccount> accountWithTypeClass(std::string_view type, std::string_view accountClass);
-  /// A record of stored properties; nil, with the reason in the system log, when "Type" is not a known type or
-  /// "Class" is missing or empty. Properties without "Identifier" get a fresh one.
+  /// A record of a new account, with a freshly drawn identifier that is also its sync identifier. An empty
+  /// class name or a type that the type configuration does not know is an assertion failure.
+  static std::shared_ptr<BasicAccount> accountWithTypeClass(std::string_view type,
+                                                            std::string_view accountClass);
+  /// A record of stored properties; nil, with the reason in the system log, when "Type" is not a known type
+  /// or "Class" is missing or empty. Properties without "Identifier" get a fresh one.
   static std::shared_ptr<BasicAccount> accountWithProperties(const Dictionary& properties);
   /// The same.
   static std::shared_ptr<BasicAccount> initWithProperties(const Dictionary& properties);
@@ -60,9 +61,9 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   /// Removes the record's own value; no key is protected.
   virtual void removeAccountPropertyForKey(std::string_view key);
   /// The live properties themselves: changes made through the result are changes of the record.
-  MutableDictionary properties() const { return _properties; }
+  MutableDictionary properties() const;
   /// What a save writes for this account.
-  virtual Dictionary propertiesToSave() const { return _properties; }
+  virtual Dictionary propertiesToSave() const { return currentProperties(); }
 
   // ---- Identity and words. Nil when neither the record nor a parent holds a text under the key.
 
@@ -92,18 +93,19 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   /// Takes a deep, immutable copy.
   void setOriginalProperties(const Dictionary& properties);
 
-  // ---- Dataclasses. Every list is in canonical order, unknown strings after the known ones; nothing is cached.
+  // ---- Dataclasses. Every list is in canonical order, unknown strings after the known ones; nothing is
+  // cached.
 
   /// What the account's type supports; empty for an unknown type.
   virtual StringList supportedDataclasses() const;
   /// What the account was set up for, as far as it is supported and not forbidden on this device.
   virtual StringList provisionedDataclasses() const;
-  /// What is switched on, as far as it is provisioned; the parent's list while that is not empty. Nothing when neither
-  /// stores a list.
+  /// What is switched on, as far as it is provisioned; the parent's list while that is not empty. Nothing
+  /// when neither stores a list.
   virtual std::optional<StringList> enabledDataclasses() const;
   bool isEnabledForDataclass(std::string_view dataclass) const;
-  /// Stores the dataclass as switched on or off. Ignored for a dataclass that the type does not support; one that is
-  /// merely not provisioned or forbidden is stored, and filtered out when it is read.
+  /// Stores the dataclass as switched on or off. Ignored for a dataclass that the type does not support; one
+  /// that is merely not provisioned or forbidden is stored, and filtered out when it is read.
   void setEnabledForDataclass(bool isEnabled, std::string_view dataclass);
   /// Switches on exactly these, of those supported. An empty list leaves no list stored.
   void setEnabledForDataclasses(const StringList& dataclasses);
@@ -113,11 +115,11 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   /// A plain record has no credentials to renew: calls the handler at once with 3.
   void renewAccountCredentialsWithHandler(const CredentialRenewalHandler& handler) override;
 
-  // ---- What types and dataclasses can do, from the library's configuration. Unknown ones answer nothing or false.
-  // These may be called from any thread.
+  // ---- What types and dataclasses can do, from the library's configuration. Unknown ones answer nothing or
+  // false. These may be called from any thread.
 
-  /// Loads the type configuration, once per process; every other operation does so by itself. A configuration that is
-  /// missing or unreadable is an assertion failure, and is tried again by the next call.
+  /// Loads the type configuration, once per process; every other operation does so by itself. A configuration
+  /// that is missing or unreadable is an assertion failure, and is tried again by the next call.
   static void initialize(bool (*isMultitaskingEnabledInClass)() = &BasicAccount::isMultitaskingEnabled);
   /// False only on processors of the "armv6" architecture.
   static bool isMultitaskingEnabled();
@@ -149,7 +151,8 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
 
   // ---- Internal
 
-  static std::shared_ptr<BasicAccount> _initWithTypeClass(std::string_view type, std::string_view accountClass);
+  static std::shared_ptr<BasicAccount> _initWithTypeClass(std::string_view type,
+                                                          std::string_view accountClass);
   /// Whether the type is a non-empty text and an entry of the type configuration.
   static bool _isValidAccountType(std::string_view type);
   /// The dataclass configuration, read anew; nothing when it is missing or unreadable.
@@ -178,11 +181,16 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   }
 
  private:
-  static std::optional<Dictionary> propertiesOfNewAccount(std::string_view type, std::string_view accountClass);
+  static std::optional<Dictionary> propertiesOfNewAccount(std::string_view type,
+                                                          std::string_view accountClass);
+  const Dictionary& currentProperties() const { return _properties ? *_properties : _originalProperties; }
   String textForKey(std::string_view key) const;
+  std::optional<StringList> listForKey(std::string_view key) const;
 
   Dictionary _originalProperties;
-  MutableDictionary _properties;
+  /// The live properties. Most records of a registry are never changed: as long as nobody asks for these,
+  /// they are the original ones.
+  mutable std::optional<MutableDictionary> _properties;
   std::shared_ptr<AccountFullAccountProtocol> _fullAccount;
   std::shared_ptr<AccountRefreshProtocol> _syncAccount;
   std::shared_ptr<BasicAccount> _parentAccount;
@@ -206,6 +214,9 @@ class AccountSubclass : public Base {
   }
   static std::shared_ptr<Self> initWithProperties(const Dictionary& properties) {
     return BasicAccount::makeWithProperties<Self>(properties);
+  }
+  static std::shared_ptr<Self> _initWithTypeClass(std::string_view type, std::string_view accountClass) {
+    return BasicAccount::makeWithTypeClass<Self>(type, accountClass);
   }
 };
 

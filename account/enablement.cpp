@@ -3,6 +3,7 @@
 #include <span>
 
 #include "account/basic_account.h"
+#include "account/immortal.h"
 #include "platform/device.h"
 
 namespace roster {
@@ -35,6 +36,7 @@ std::vector<Value> setMembers(const Value& stored) {
   std::vector<Value> members;
   std::set<std::string, std::less<>> seen;
   for (const Value& element : stored.array().value_or(Array())) {
+    if (element.isNil()) continue;  // damaged in its file
     const String text = element.string();
     if (text.isNil() || seen.insert(text.str()).second) members.push_back(element);
   }
@@ -42,6 +44,13 @@ std::vector<Value> setMembers(const Value& stored) {
 }
 
 }  // namespace
+
+std::optional<StringList> BasicAccount::listForKey(std::string_view key) const {
+  std::optional<StringList> list = stringList(accountPropertyForKey(key));
+  // As with texts, a value of another type hides nothing.
+  if (!list && _parentAccount) return _parentAccount->listForKey(key);
+  return list;
+}
 
 StringList BasicAccount::_orderedDataclasses(const StringList& dataclasses) const {
   const StringList& canonical = allSupportedDataclasses();
@@ -60,7 +69,7 @@ StringList BasicAccount::supportedDataclasses() const {
 
 StringList BasicAccount::provisionedDataclasses() const {
   const StringList supported = supportedDataclasses();
-  const std::optional<StringList> stored = stringList(accountPropertyForKey(kAccountProvisionedDataclasses));
+  const std::optional<StringList> stored = listForKey(kAccountProvisionedDataclasses);
   StringList provisioned = intersection(stored.value_or(supported), supported);
   std::erase_if(provisioned, [restricted = _profileRestrictedDataclasses()](const std::string& dataclass) {
     return restricted.contains(dataclass);
@@ -73,7 +82,7 @@ std::optional<StringList> BasicAccount::enabledDataclasses() const {
     std::optional<StringList> inherited = parent->enabledDataclasses();
     if (inherited && !inherited->empty()) return inherited;
   }
-  const std::optional<StringList> stored = stringList(accountPropertyForKey(kAccountEnabledDataclasses));
+  const std::optional<StringList> stored = listForKey(kAccountEnabledDataclasses);
   if (!stored) return std::nullopt;
   return _orderedDataclasses(intersection(*stored, provisionedDataclasses()));
 }
@@ -105,14 +114,14 @@ std::set<std::string, std::less<>> BasicAccount::_profileRestrictedDataclasses()
     Feature feature;
     StringList dataclasses;
   };
-  static const std::array rules = {
+  static const auto& rules = immortal(std::array{
       Rule{Feature::cloudDocumentSync,
            {std::string(kAccountDataclassUbiquity), std::string(kAccountDataclassKeyValue)}},
       Rule{Feature::photoStream, {std::string(kAccountDataclassMediaStream)}},
       Rule{Feature::sharedPhotoStreams, {std::string(kAccountDataclassSharedStreams)}},
       Rule{Feature::cloudBackup, {std::string(kAccountDataclassBackup)}},
       Rule{Feature::cardsWhileLocked, {std::string(kAccountDataclassSatchel)}},
-  };
+  });
   std::set<std::string, std::less<>> restricted;
   for (const Rule& rule : rules) {
     if (restriction(rule.feature) != featureNotAllowed) continue;

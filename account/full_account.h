@@ -7,11 +7,12 @@
 
 namespace roster {
 
-/// Receives the result of a credential renewal; what the numbers mean is between the account's plug-in and its caller.
+/// Receives the result of a credential renewal; what the numbers mean is between the account's plug-in and
+/// its caller.
 using CredentialRenewalHandler = std::function<void(std::int32_t result)>;
 
-/// What every full account answers, and every basic record too, so that a record can stand where a full account is
-/// expected.
+/// What every full account answers, and every basic record too, so that a record can stand where a full
+/// account is expected.
 class ROSTER_EXPORT AccountFullAccountProtocol {
  public:
   virtual ~AccountFullAccountProtocol() = default;

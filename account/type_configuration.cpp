@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "account/basic_account.h"
+#include "account/immortal.h"
 #include "platform/assertion.h"
 #include "platform/device.h"
 #include "platform/ordered_map.h"
@@ -24,8 +25,24 @@ constexpr std::size_t hashedTableSize = 17;
 
 /// The type configuration of this process: built under the lock, then only read, and never released.
 struct TypeConfiguration {
-  std::mutex lock;
+  /// Recursive, because whoever receives assertions and log lines may itself ask about a type.
+  std::recursive_mutex lock;
+  bool isLoading = false;
   std::atomic<const TypeTable*> table = nullptr;
+};
+
+/// Marks the load as running, also while an exception ends it.
+class LoadInProgress {
+ public:
+  explicit LoadInProgress(TypeConfiguration& configuration) : configuration_(configuration) {
+    configuration_.isLoading = true;
+  }
+  LoadInProgress(const LoadInProgress&) = delete;
+  LoadInProgress& operator=(const LoadInProgress&) = delete;
+  ~LoadInProgress() { configuration_.isLoading = false; }
+
+ private:
+  TypeConfiguration& configuration_;
 };
 
 TypeConfiguration& typeConfiguration() {
@@ -36,11 +53,11 @@ TypeConfiguration& typeConfiguration() {
 /// The library's own text for each entry that names a known dataclass; the others are dropped.
 std::vector<Value> knownDataclasses(const Value& configured, bool isMultitasking) {
   const std::array known = {
-      kAccountDataclassContacts,      kAccountDataclassBookmarks,     kAccountDataclassCalendars,
-      kAccountDataclassReminders,     kAccountDataclassMail,          kAccountDataclassNotes,
-      kAccountDataclassMediaStream,   kAccountDataclassDeviceLocator, kAccountDataclassContactsSearch,
-      kAccountDataclassBackup,        kAccountDataclassUbiquity,      kAccountDataclassKeyValue,
-      kAccountDataclassSatchel,       kAccountDataclassSharedStreams,
+      kAccountDataclassContacts,    kAccountDataclassBookmarks,     kAccountDataclassCalendars,
+      kAccountDataclassReminders,   kAccountDataclassMail,          kAccountDataclassNotes,
+      kAccountDataclassMediaStream, kAccountDataclassDeviceLocator, kAccountDataclassContactsSearch,
+      kAccountDataclassBackup,      kAccountDataclassUbiquity,      kAccountDataclassKeyValue,
+      kAccountDataclassSatchel,     kAccountDataclassSharedStreams,
   };
   std::vector<Value> kept;
   for (const std::string& entry : stringList(configured).value_or(StringList())) {
@@ -60,10 +77,12 @@ std::unique_ptr<TypeTable> rewrittenTable(const Dictionary& resource, bool isMul
     const std::optional<Dictionary> configured = entry.value.dictionary();
     if (!configured) continue;
     MutableDictionary rewritten(*configured);
-    std::vector<Value> known = knownDataclasses(configured->find(kPropertiesSupportedDataclasses), isMultitasking);
-    // A type of which nothing is left keeps what it listed, so that it does not turn into a type without dataclasses.
+    std::vector<Value> known =
+        knownDataclasses(configured->find(kPropertiesSupportedDataclasses), isMultitasking);
+    // A type of which nothing is left keeps what it listed, so that it does not turn into a type without
+    // dataclasses.
     if (!known.empty()) rewritten.set(kPropertiesSupportedDataclasses, Array(std::move(known)));
-    table->set(entry.key, rewritten.snapshot());
+    table->set(entry.key, rewritten.deepCopy());
   }
   return table;
 }
@@ -75,7 +94,7 @@ std::optional<Dictionary> typeTableResource() {
     return std::nullopt;
   }
   const PropertyListFile file = readPropertyListFile(path);
-  const std::optional<Dictionary> resource = file.value.dictionary();
+  std::optional<Dictionary> resource = file.value.dictionary();
   if (!resource) {
     systemLog("%@", file.error.empty() ? path + " is not a dictionary" : file.error);
     assertionFailed(initializeName, sourceFile, "Could not load the dataclasses configuration file");
@@ -98,14 +117,16 @@ std::optional<Dictionary> dictionaryResource(std::string_view name) {
   return readPropertyListFile(path).value.dictionary();
 }
 
-/// A switch of one dataclass. The table is read once, and a failure to read it is final: all switches are then off.
+/// A switch of one dataclass. The table is read once, and a failure to read it is final: all switches are
+/// then off.
 bool dataclassSwitch(std::string_view dataclass, std::string_view name) {
-  static const Dictionary table = BasicAccount::_dataclassesProperties().value_or(Dictionary());
+  static const Dictionary& table = immortal(BasicAccount::_dataclassesProperties().value_or(Dictionary()));
   const std::optional<Dictionary> entry = table.find(dataclass).dictionary();
   return entry && entry->find(name).booleanValue();
 }
 
-std::optional<StringList> userActions(std::string_view key, std::string_view dataclass, std::string_view type) {
+std::optional<StringList> userActions(std::string_view key, std::string_view dataclass,
+                                      std::string_view type) {
   std::optional<StringList> actions = stringList(typeEntry(type).find(key));
   if (BasicAccount::multipleStoresSupportedByDataclass(dataclass)) return actions;
   return BasicAccount::removeActionsIncompatibleWithSingleStoreDataclass(std::move(actions));
@@ -117,7 +138,8 @@ void BasicAccount::initialize(bool (*isMultitaskingEnabledInClass)()) {
   TypeConfiguration& configuration = typeConfiguration();
   if (configuration.table.load(std::memory_order_acquire) != nullptr) return;
   const std::lock_guard guard(configuration.lock);
-  if (configuration.table.load(std::memory_order_relaxed) != nullptr) return;
+  if (configuration.isLoading || configuration.table.load(std::memory_order_relaxed) != nullptr) return;
+  const LoadInProgress inProgress(configuration);
   if (const std::optional<Dictionary> resource = typeTableResource()) {
     configuration.table.store(rewrittenTable(*resource, isMultitaskingEnabledInClass()).release(),
                               std::memory_order_release);
@@ -130,15 +152,22 @@ bool BasicAccount::isMultitaskingEnabled() {
 }
 
 const StringList& BasicAccount::allSupportedDataclasses() {
-  static const StringList all = {
-      std::string(kAccountDataclassMail),           std::string(kAccountDataclassContacts),
-      std::string(kAccountDataclassCalendars),      std::string(kAccountDataclassReminders),
-      std::string(kAccountDataclassBookmarks),      std::string(kAccountDataclassNotes),
-      std::string(kAccountDataclassMediaStream),    std::string(kAccountDataclassDeviceLocator),
-      std::string(kAccountDataclassContactsSearch), std::string(kAccountDataclassBackup),
-      std::string(kAccountDataclassUbiquity),       std::string(kAccountDataclassKeyValue),
-      std::string(kAccountDataclassSatchel),        std::string(kAccountDataclassSharedStreams),
-  };
+  static const StringList& all = immortal(StringList{
+      std::string(kAccountDataclassMail),
+      std::string(kAccountDataclassContacts),
+      std::string(kAccountDataclassCalendars),
+      std::string(kAccountDataclassReminders),
+      std::string(kAccountDataclassBookmarks),
+      std::string(kAccountDataclassNotes),
+      std::string(kAccountDataclassMediaStream),
+      std::string(kAccountDataclassDeviceLocator),
+      std::string(kAccountDataclassContactsSearch),
+      std::string(kAccountDataclassBackup),
+      std::string(kAccountDataclassUbiquity),
+      std::string(kAccountDataclassKeyValue),
+      std::string(kAccountDataclassSatchel),
+      std::string(kAccountDataclassSharedStreams),
+  });
   return all;
 }
 
@@ -151,8 +180,8 @@ std::optional<StringList> BasicAccount::userActionsToEnableDataclassForAccountTy
   return userActions(kPropertiesEnableDataclassActions, dataclass, type);
 }
 
-std::optional<StringList> BasicAccount::userActionsToDisableDataclassForAccountType(std::string_view dataclass,
-                                                                                    std::string_view type) {
+std::optional<StringList> BasicAccount::userActionsToDisableDataclassForAccountType(
+    std::string_view dataclass, std::string_view type) {
   return userActions(kPropertiesDisableDataclassActions, dataclass, type);
 }
 

@@ -4,9 +4,9 @@
 
 #include "platform/export.h"
 
-/// The vocabulary of the registry. Programs in other languages link to these constants by name, and every file that
-/// was ever written uses their texts: neither may change. Each is initialised before any code of the library runs.
-/// Compare by value.
+/// The vocabulary of the registry. Programs in other languages link to these constants by name, and every
+/// file that was ever written uses their texts: neither may change. Each is initialised before any code of
+/// the library runs. Compare by value.
 namespace roster {
 extern "C" {
 

@@ -6,19 +6,18 @@
 
 namespace roster {
 
-namespace {
-
-// Two threads that make the first call at once may both read the preference: both find the same answer.
-std::atomic<bool> _haveCheckedRSLoggingEnabled = false;
-std::atomic<bool> _RSLoggingEnabled = false;
-
-}  // namespace
-
 bool getRSLoggingEnabled() {
+  // Two threads that make the first call at once may both read the preference: both find the same answer.
+  static std::atomic<bool> _haveCheckedRSLoggingEnabled = false;
+  static std::atomic<bool> _RSLoggingEnabled = false;
   if (_haveCheckedRSLoggingEnabled.load(std::memory_order_acquire)) return _RSLoggingEnabled;
   _RSLoggingEnabled = preference("RSLoggingEnabled").booleanValue();
   _haveCheckedRSLoggingEnabled.store(true, std::memory_order_release);
   return _RSLoggingEnabled;
+}
+
+void RSLog(std::string_view format, std::span<const LogArgument> arguments) {
+  if (getRSLoggingEnabled()) writeSystemLog(format, arguments);
 }
 
 }  // namespace roster

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <span>
 #include <string_view>
 
@@ -9,11 +8,15 @@
 
 namespace roster {
 
-/// Whether the trace of changes and saves is on: the user's preference "RSLoggingEnabled" for the running program, by
-/// its boolean value. Read once per process, at the first call; a later change takes effect in a new process.
+/// Whether the trace of changes and saves is on: the user's preference "RSLoggingEnabled" for the running
+/// program, by its boolean value. Read once per process, at the first call; a later change takes effect in a
+/// new process.
 ROSTER_EXPORT bool getRSLoggingEnabled();
 
 /// Writes one message to the system log when the trace is on. The format is the system log's.
+ROSTER_EXPORT void RSLog(std::string_view format, std::span<const LogArgument> arguments);
+
+/// The same, with the arguments one by one.
 template <class... Arguments>
 void RSLog(std::string_view format, const Arguments&... arguments) {
   if (getRSLoggingEnabled()) systemLog(format, arguments...);

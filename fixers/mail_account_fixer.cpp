@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "account/immortal.h"
 #include "platform/device.h"
 #include "platform/system_log.h"
 
@@ -14,8 +15,8 @@ struct PathMarker {
   std::string_view accountClass;
 };
 
-/// What a stored path says about the class, most telling first: a provider's account lies in a folder of its protocol,
-/// so the general markers come last.
+/// What a stored path says about the class, most telling first: a provider's account lies in a folder of its
+/// protocol, so the general markers come last.
 constexpr std::array _pathToClassMap = {
     PathMarker{"Mail/Dotlet-", "WicketAccount"},
     PathMarker{"Mail/Nuvola-", "NuvolaAccount"},
@@ -40,13 +41,13 @@ RSRuntimeFixMailAccount::RSRuntimeFixMailAccount()
                             "AOLAccount",    "LocalAccount",  "GmailAccount", "YahooAccount"} {}
 
 const std::set<std::string, std::less<>>& RSRuntimeFixMailAccount::supportedAccountTypes() const {
-  static const std::set<std::string, std::less<>> _supportedAccounts = {std::string(kNuvolaAccountType),
-                                                           std::string(kMailAccountType)};
+  static const auto& _supportedAccounts = immortal(
+      std::set<std::string, std::less<>>{std::string(kNuvolaAccountType), std::string(kMailAccountType)});
   return _supportedAccounts;
 }
 
-FixResult RSRuntimeFixMailAccount::fixBasicAccountIfNeededLoggingMessage(const std::shared_ptr<BasicAccount>& account,
-                                                                         std::string_view message) {
+FixResult RSRuntimeFixMailAccount::fixBasicAccountIfNeededLoggingMessage(
+    const std::shared_ptr<BasicAccount>& account, std::string_view message) {
   if (!supportedAccountTypes().contains(account->type().view())) return FixResult::nothingDone;
   if (_supportedMailClasses.contains(account->accountClass().view())) return FixResult::nothingDone;
   _shouldNotifyInkwell = true;

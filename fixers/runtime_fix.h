@@ -20,17 +20,18 @@ enum class FixResult : std::int32_t {
   unrepairable = 2,
 };
 
-/// Repairs records that the system cannot use as they are stored. A store owns its fixers and shows them every
-/// top-level record when it loads and when it saves, on its own thread.
+/// Repairs records that the system cannot use as they are stored. A store owns its fixers and shows them
+/// every top-level record when it loads and when it saves, on its own thread.
 class ROSTER_EXPORT RSRuntimeFixProtocol {
  public:
   virtual ~RSRuntimeFixProtocol() = default;
   /// The account types that the fixer looks at.
   virtual const std::set<std::string, std::less<>>& supportedAccountTypes() const = 0;
   /// Looks at one record; the message names the occasion: "loading accounts" or "saving accounts".
-  virtual FixResult fixBasicAccountIfNeededLoggingMessage(const std::shared_ptr<BasicAccount>& account, std::string_view message) = 0;
-  /// Follows a load or save in which any fixer did something: true after a save, whether or not the write succeeded,
-  /// false after a load, when the repairs exist only in memory.
+  virtual FixResult fixBasicAccountIfNeededLoggingMessage(const std::shared_ptr<BasicAccount>& account,
+                                                          std::string_view message) = 0;
+  /// Follows a load or save in which any fixer did something: true after a save, whether or not the write
+  /// succeeded, false after a load, when the repairs exist only in memory.
   virtual void accountsHaveBeenSaved(bool areSaved) = 0;
 };
 

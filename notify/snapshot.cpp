@@ -12,8 +12,7 @@ Snapshot::Snapshot(std::span<const std::shared_ptr<BasicAccount>> accounts) {
       systemLog("%@ returned a nil identifier. Account properties may not get saved", account->description());
       continue;
     }
-    const Value copy = Value(account->propertiesToSave()).deepCopy();
-    propertiesByID_.set(identifier, copy.dictionary().value_or(Dictionary()));
+    propertiesByID_.set(identifier, account->propertiesToSave().deepCopy());
   }
 }
 

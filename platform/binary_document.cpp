@@ -12,75 +12,106 @@ Result<Value> Document::read(Bytes file) {
   Result<CheckedObjects> checked = checkObjects(document.layout_);
   if (!checked) return Error{checked.error()};
   document.checked_ = *std::move(checked);
-  return document.value(document.layout_.topObject());
-}
-
-std::string_view Document::text(std::uint32_t object) const {
-  const ObjectHeader header = layout_.header(object);
-  if (header.type == ObjectClass::wideText) return checked_.wideTexts.at(object);
-  return {reinterpret_cast<const char*>(file_.data() + header.contents), header.end - header.contents};
+  const std::uint32_t top = document.layout_.topObject();
+  Value value = document.value(top);
+  if (value.isNil()) return Error{"its top value " + std::string(describe(document.fault(top)))};
+  return value;
 }
 
 std::span<const std::byte> Document::bytes(std::uint32_t object) const {
-  const ObjectHeader header = layout_.header(object);
-  return {file_.data() + header.contents, header.end - header.contents};
+  return {file_.data() + header(object).contents, header(object).count};
 }
 
 std::size_t Document::count(std::uint32_t container) const {
-  return static_cast<std::size_t>(layout_.header(container).count);
+  const KeyIndex* keys = index(container);
+  return keys ? keys->places.size() : header(container).count;
 }
 
 Value Document::element(std::uint32_t array, std::size_t place) const {
-  return value(layout_.reference(layout_.header(array), place));
+  return value(layout_.reference(this->header(array), place));
 }
 
 String Document::key(std::uint32_t dictionary, std::size_t place) const {
-  return value(layout_.reference(layout_.header(dictionary), place)).string();
+  return value(layout_.reference(this->header(dictionary), placeInFile(dictionary, place))).string();
 }
 
 Value Document::valueAt(std::uint32_t dictionary, std::size_t place) const {
-  const ObjectHeader header = layout_.header(dictionary);
-  return value(layout_.reference(header, header.count + place));
+  const ObjectHeader& header = this->header(dictionary);
+  return value(layout_.reference(header, header.count + placeInFile(dictionary, place)));
+}
+
+const KeyIndex* Document::index(std::uint32_t dictionary) const {
+  if (checked_.indexes.empty()) return nullptr;
+  const auto found = checked_.indexes.find(dictionary);
+  return found == checked_.indexes.end() ? nullptr : &found->second;
+}
+
+std::size_t Document::placeInFile(std::uint32_t dictionary, std::size_t place) const {
+  const KeyIndex* keys = index(dictionary);
+  return keys ? keys->places[place] : place;
 }
 
 Value Document::find(std::uint32_t dictionary, std::string_view key) const {
-  const auto textOf = [this](std::uint32_t object) { return text(object); };
-  const std::uint32_t wanted = checked_.keys.find(key, textOf);
-  if (wanted == TextTable::none) return {};
-  const ObjectHeader header = layout_.header(dictionary);
-  for (std::uint64_t place = header.count; place-- > 0;) {
-    const std::uint64_t reference = layout_.reference(header, place);
-    const bool isSame = reference == wanted ||
-                        (checked_.hasRepeatedKeys && this->key(dictionary, place) == key);
-    if (isSame) return value(layout_.reference(header, header.count + place));
+  const std::uint32_t number = numberOfKey(key);
+  if (number == TextTable::none) return {};
+  const std::optional<std::uint32_t> place = placeOfKey(dictionary, number);
+  if (!place) return {};
+  const ObjectHeader& header = this->header(dictionary);
+  return value(layout_.reference(header, std::uint64_t{header.count} + *place));
+}
+
+std::uint32_t Document::numberOfKey(std::string_view key) const {
+  return checked_.keysByText.find(key, [this](std::uint32_t number) { return checked_.keys[number]; });
+}
+
+std::optional<std::uint32_t> Document::placeOfKey(std::uint32_t dictionary, std::uint32_t key) const {
+  const ObjectHeader& header = this->header(dictionary);
+  if (header.shape != 0) {
+    const std::vector<std::uint8_t>& places = checked_.shapes[header.shape - 1U].places;
+    if (key >= places.size() || places[key] == 0) return std::nullopt;
+    return places[key] - 1U;
   }
-  return {};
+  if (const KeyIndex* keys = index(dictionary)) return keys->placeOf(key);
+  for (std::uint32_t place = 0; place < header.count; ++place) {
+    const std::uint64_t object = layout_.reference(header, place);
+    if (object >= objectCount()) continue;
+    const auto known = checked_.keyNumbers.find(static_cast<std::uint32_t>(object));
+    if (known != checked_.keyNumbers.end() && known->second == key) return place;
+  }
+  return std::nullopt;
 }
 
 Value Document::value(std::uint64_t reference) const {
   if (reference >= layout_.objectCount()) return {};
   const auto object = static_cast<std::uint32_t>(reference);
-  const ObjectHeader header = layout_.header(object);
+  const ObjectHeader header = this->header(object);
   if (!header.isContainer() && fault(object) != Fault::none) return {};
   switch (header.type) {
     case ObjectClass::boolean:
       return (std::to_integer<unsigned>(file_.data()[header.contents - 1]) & 1U) != 0;
-    case ObjectClass::integer: return integerValue(header);
-    case ObjectClass::real: return realValue(header);
+    case ObjectClass::integer:
+      return integerValue(header);
+    case ObjectClass::real:
+      return realValue(header);
     case ObjectClass::date:
       return Date{std::bit_cast<double>(readBigEndian(file_.data() + header.contents, 8))};
-    case ObjectClass::data: return ValueAccess::make(Value::Kind::data, this, object);
+    case ObjectClass::data:
+      return ValueAccess::make(Value::Kind::data, this, object);
     case ObjectClass::asciiText:
-    case ObjectClass::wideText: return ValueAccess::make(Value::Kind::string, this, object);
-    case ObjectClass::array: return ValueAccess::make(Value::Kind::array, this, object);
-    case ObjectClass::dictionary: return ValueAccess::make(Value::Kind::dictionary, this, object);
-    case ObjectClass::unreadable: break;
+    case ObjectClass::wideText:
+      return ValueAccess::make(Value::Kind::string, this, object);
+    case ObjectClass::array:
+      return ValueAccess::make(Value::Kind::array, this, object);
+    case ObjectClass::dictionary:
+      return ValueAccess::make(Value::Kind::dictionary, this, object);
+    case ObjectClass::unreadable:
+      break;
   }
   return {};
 }
 
-/// Up to four bytes are unsigned, eight are signed, and of sixteen the lower eight hold what is above the signed
-/// range.
+/// Up to four bytes are unsigned, eight are signed, and of sixteen the lower eight hold what is above the
+/// signed range.
 Value Document::integerValue(const ObjectHeader& header) const {
   const auto width = static_cast<unsigned>(header.count);
   const std::byte* contents = file_.data() + header.contents;

@@ -23,7 +23,6 @@ enum Marker : unsigned {
 constexpr unsigned falseMarker = 0x08;
 constexpr unsigned trueMarker = 0x09;
 constexpr unsigned dateMarker = 0x33;
-constexpr unsigned lengthFollows = 0xF;
 
 Error damaged(std::string_view what) { return {"the binary property list is damaged: " + std::string(what)}; }
 
@@ -48,27 +47,30 @@ Result<BinaryLayout> BinaryLayout::read(const Bytes& file) {
   if (layout.referenceWidth_ < 1 || layout.referenceWidth_ > 8) {
     return damaged("its trailer gives no reference width");
   }
-  if (table < headerSize || table > size - trailerSize) return damaged("its offset table lies outside the file");
+  if (table < headerSize || table > size - trailerSize)
+    return damaged("its offset table lies outside the file");
   if (objects > (size - trailerSize - table) / layout.offsetWidth_) {
     return damaged("its offset table has no room for its objects");
   }
   if (top >= objects) return damaged("its top object does not exist");
+  const auto referenceUnit = static_cast<std::uint8_t>(layout.referenceWidth_);
+  layout.kinds_[data] = {ObjectClass::data, 1};
+  layout.kinds_[ascii] = {ObjectClass::asciiText, 1};
+  layout.kinds_[wide] = {ObjectClass::wideText, 2};
+  layout.kinds_[array] = {ObjectClass::array, referenceUnit};
+  layout.kinds_[set] = {ObjectClass::array, referenceUnit};
+  layout.kinds_[dictionary] = {ObjectClass::dictionary, static_cast<std::uint8_t>(2 * referenceUnit)};
   layout.tableOffset_ = static_cast<std::size_t>(table);
   layout.objectCount_ = static_cast<std::uint32_t>(objects);
   layout.topObject_ = static_cast<std::uint32_t>(top);
   return layout;
 }
 
-ObjectHeader BinaryLayout::header(std::uint32_t object) const {
-  const std::byte* entry = bytes_ + tableOffset_ + std::size_t{object} * offsetWidth_;
-  const std::uint64_t offset = readBigEndian(entry, offsetWidth_);
-  if (offset < headerSize || offset >= tableOffset_) return unreadable(Fault::outOfBounds);
-
-  const auto at = static_cast<std::size_t>(offset);
-  const auto marker = std::to_integer<unsigned>(bytes_[at]);
+ObjectHeader BinaryLayout::fixedHeader(unsigned marker, std::size_t at) const {
   const auto fixed = [&](ObjectClass type, std::size_t width) {
     if (width > tableOffset_ - at - 1) return unreadable(Fault::outOfBounds);
-    return ObjectHeader{type, Fault::none, at + 1, width, at + 1 + width};
+    return ObjectHeader{static_cast<std::uint32_t>(at + 1), static_cast<std::uint32_t>(width), type,
+                        Fault::none};
   };
   const unsigned exponent = marker & 0xFU;
   switch (marker >> 4U) {
@@ -81,47 +83,13 @@ ObjectHeader BinaryLayout::header(std::uint32_t object) const {
     case real:
       return exponent == 2 || exponent == 3 ? fixed(ObjectClass::real, std::size_t{1} << exponent)
                                             : unreadable(Fault::badNumber);
-    case date: return marker == dateMarker ? fixed(ObjectClass::date, 8) : unreadable(Fault::unknownObject);
-    case uid: return unreadable(Fault::uid);
-    default: return sizedHeader(marker, at);
+    case date:
+      return marker == dateMarker ? fixed(ObjectClass::date, 8) : unreadable(Fault::unknownObject);
+    case uid:
+      return unreadable(Fault::uid);
+    default:
+      return unreadable(Fault::unknownObject);
   }
-}
-
-ObjectHeader BinaryLayout::sizedHeader(unsigned marker, std::size_t at) const {
-  ObjectHeader header;
-  std::size_t unit = 1;
-  switch (marker >> 4U) {
-    case data: header.type = ObjectClass::data; break;
-    case ascii: header.type = ObjectClass::asciiText; break;
-    case wide:
-      header.type = ObjectClass::wideText;
-      unit = 2;
-      break;
-    case array:
-    case set:
-      header.type = ObjectClass::array;
-      unit = referenceWidth_;
-      break;
-    case dictionary:
-      header.type = ObjectClass::dictionary;
-      unit = 2 * std::size_t{referenceWidth_};
-      break;
-    default: return unreadable(Fault::unknownObject);
-  }
-  header.contents = at + 1;
-  header.count = marker & 0xFU;
-  if (header.count == lengthFollows) {
-    if (at + 1 >= tableOffset_) return unreadable(Fault::outOfBounds);
-    const auto lengthMarker = std::to_integer<unsigned>(bytes_[at + 1]);
-    const unsigned width = 1U << (lengthMarker & 0xFU);
-    if (lengthMarker >> 4U != integer || (lengthMarker & 0xFU) > 3) return unreadable(Fault::badNumber);
-    if (width > tableOffset_ - at - 2) return unreadable(Fault::outOfBounds);
-    header.count = readBigEndian(bytes_ + at + 2, width);
-    header.contents = at + 2 + width;
-  }
-  if (header.count > (tableOffset_ - header.contents) / unit) return unreadable(Fault::outOfBounds);
-  header.end = header.contents + static_cast<std::size_t>(header.count) * unit;
-  return header;
 }
 
 }  // namespace roster

@@ -25,7 +25,6 @@ struct Item {
   std::size_t references = 0;
   std::uint32_t unfolded = 1;
   std::uint16_t height = 0;
-  bool isNearTop = false;
 };
 
 /// Numbers the objects of a tree: parents before their parts, each distinct object once.
@@ -37,8 +36,7 @@ class ObjectNumbering {
   std::optional<Error> number(const Value& root) {
     place(root, 0);
     const std::uint64_t limit = limits::unfoldingAllowance + limits::unfoldingFactor * references_.size();
-    const auto isTooLarge = [limit](const Item& item) { return item.unfolded > limit && !item.isNearTop; };
-    if (fault_ == Fault::none && std::any_of(items_.begin(), items_.end(), isTooLarge)) fault_ = Fault::tooLarge;
+    if (fault_ == Fault::none && largestPart_ > limit) fault_ = Fault::tooLarge;
     if (fault_ == Fault::none) return std::nullopt;
     return Error{"a value " + std::string(describe(fault_))};
   }
@@ -48,12 +46,25 @@ class ObjectNumbering {
     const Value& value = given.isDictionary() ? ValueAccess::holder(given) : given;
     switch (value.kind()) {
       case Value::Kind::array:
-      case Value::Kind::dictionary: return placeContainer(value, depth);
-      case Value::Kind::string: return placeText(value);
-      case Value::Kind::data: return placeOnce(value);
-      case Value::Kind::nil: return placeContainer(Dictionary(), depth);  // the base of an empty live dictionary
-      default: return placeScalar(value);
+      case Value::Kind::dictionary:
+        return placeContainer(value, depth);
+      case Value::Kind::string:
+        return placeText(value);
+      case Value::Kind::data:
+        return placeOnce(value);
+      case Value::Kind::nil:
+        return placeNothing(given, depth);
+      default:
+        return placeScalar(value);
     }
+  }
+
+  /// An empty live dictionary has no holder of its entries. Any other nil stands for an object that was
+  /// unreadable.
+  std::uint32_t placeNothing(const Value& given, std::size_t depth) {
+    if (given.isDictionary()) return placeContainer(Dictionary(), depth);
+    fault_ = Fault::unknownObject;
+    return 0;
   }
 
   /// The slot in which the number of a shared object is remembered.
@@ -98,8 +109,9 @@ class ObjectNumbering {
     const std::uint64_t bits = value.integer()           ? static_cast<std::uint64_t>(*value.integer())
                                : value.unsignedInteger() ? *value.unsignedInteger()
                                : value.boolean()         ? std::uint64_t{*value.boolean()}
-                               : value.date() ? std::bit_cast<std::uint64_t>(value.date()->secondsSinceReference)
-                                              : std::bit_cast<std::uint64_t>(*value.real());
+                               : value.date()
+                                   ? std::bit_cast<std::uint64_t>(value.date()->secondsSinceReference)
+                                   : std::bit_cast<std::uint64_t>(*value.real());
     const bool isAboveSigned = value.unsignedInteger() && !value.integer();
     auto& known = scalars_[static_cast<std::size_t>(value.kind()) + (isAboveSigned ? scalarKinds / 2 : 0)];
     const auto [entry, isNew] = known.try_emplace(bits, 0);
@@ -116,7 +128,7 @@ class ObjectNumbering {
     if (known != notPlaced) return known;
     known = inProgress;
     const std::uint32_t number = append(value);
-    items_[number].isNearTop = depth < 2;
+    items_[number].height = 1;
     if (value.isArray()) {
       placeElements(number, *value.array(), depth);
     } else {
@@ -130,7 +142,7 @@ class ObjectNumbering {
     const std::size_t first = reserveReferences(number, array.size());
     std::size_t at = first;
     for (const Value& element : array) {
-      refer(number, at++, place(element, depth + 1));
+      refer(number, at++, place(element, depth + 1), depth);
       if (fault_ != Fault::none) return;
     }
   }
@@ -140,8 +152,8 @@ class ObjectNumbering {
     const std::size_t first = reserveReferences(number, 2 * count);
     std::size_t at = first;
     for (const DictionaryEntry& entry : dictionary) {
-      refer(number, at, placeText(entry.key.value()));
-      refer(number, at + count, place(entry.value, depth + 1));
+      refer(number, at, placeText(entry.key.value()), depth);
+      refer(number, at + count, place(entry.value, depth + 1), depth);
       ++at;
       if (fault_ != Fault::none) return;
     }
@@ -154,7 +166,7 @@ class ObjectNumbering {
     return first;
   }
 
-  void refer(std::uint32_t container, std::size_t at, std::uint32_t part) {
+  void refer(std::uint32_t container, std::size_t at, std::uint32_t part, std::size_t depth) {
     if (fault_ != Fault::none) return;
     references_[at] = part;
     Item& item = items_[container];
@@ -162,6 +174,9 @@ class ObjectNumbering {
         std::uint64_t{item.unfolded} + items_[part].unfolded, std::numeric_limits<std::uint32_t>::max()));
     item.height = std::max(item.height, static_cast<std::uint16_t>(items_[part].height + 1));
     if (item.height > limits::maximumDepth) fault_ = Fault::tooDeep;
+    // A registry is read record by record: not the whole must be small enough to unfold, but each of its
+    // records.
+    if (depth > 0) largestPart_ = std::max(largestPart_, items_[part].unfolded);
   }
 
   static constexpr std::size_t scalarKinds = 16;
@@ -173,10 +188,14 @@ class ObjectNumbering {
   TextTable texts_;
   const Node* lastDocument_ = nullptr;
   std::uint32_t* lastNumbers_ = nullptr;
+  std::uint32_t largestPart_ = 0;
   Fault fault_ = Fault::none;
 };
 
-unsigned widthOf(std::uint64_t largest) { return std::max(1U, (64U - static_cast<unsigned>(std::countl_zero(largest)) + 7U) / 8U); }
+/// The bytes that a number needs.
+unsigned widthOf(std::uint64_t largest) {
+  return std::max(1U, (static_cast<unsigned>(std::bit_width(largest)) + 7U) / 8U);
+}
 
 /// Spells numbered objects as bytes.
 class ObjectEncoding {
@@ -194,6 +213,7 @@ class ObjectEncoding {
       if (!appendObject(item)) return Error{"a value " + std::string(describe(Fault::badText))};
     }
     appendTableAndTrailer(offsets);
+    if (bytes_.size() >= limits::maximumFileSize) return Error{"the property list is larger than 4 GiB"};
     return std::move(bytes_);
   }
 
@@ -254,8 +274,11 @@ class ObjectEncoding {
   bool appendObject(const Item& item) {
     const Value& value = item.value;
     switch (value.kind()) {
-      case Value::Kind::nil: return false;
-      case Value::Kind::boolean: bytes_.push_back(*value.boolean() ? 0x09 : 0x08); break;
+      case Value::Kind::nil:
+        return false;
+      case Value::Kind::boolean:
+        bytes_.push_back(*value.boolean() ? 0x09 : 0x08);
+        break;
       case Value::Kind::integer:
         if (const std::optional<std::int64_t> number = value.integer()) {
           appendInteger(*number);
@@ -265,12 +288,15 @@ class ObjectEncoding {
           appendNumber(*value.unsignedInteger(), 8);
         }
         break;
-      case Value::Kind::real: appendReal(*value.real()); break;
+      case Value::Kind::real:
+        appendReal(*value.real());
+        break;
       case Value::Kind::date:
         bytes_.push_back(0x33);
         appendNumber(std::bit_cast<std::uint64_t>(value.date()->secondsSinceReference), 8);
         break;
-      case Value::Kind::string: return appendText(ValueAccess::text(value));
+      case Value::Kind::string:
+        return appendText(ValueAccess::text(value));
       case Value::Kind::data: {
         const std::span<const std::byte> data = *value.bytes();
         appendMarker(0x4, data.size());

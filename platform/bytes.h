@@ -8,8 +8,8 @@
 
 namespace roster {
 
-/// A block of bytes with one owner. It is not cleared when it is made, and `padding` readable zero bytes follow its
-/// end, so that a decoder may load a whole machine word at its last byte.
+/// A block of bytes with one owner. It is not cleared when it is made, and `padding` readable zero bytes
+/// follow its end, so that a decoder may load a whole machine word at its last byte.
 class Bytes {
  public:
   static constexpr std::size_t padding = 8;

@@ -29,7 +29,10 @@ FileContents readFile(const std::string& path);
 /// and owner are kept; a new file is private to its owner (0600).
 ///
 /// Returns nothing on success. On failure it returns what failed with path and system text; the old file is
-/// whole and no temporary file is left. Exactly two syncs are made: of the file, and of its folder.
+/// whole and no temporary file is left. One failure comes too late for that: when only the syncing of the
+/// folder fails, the new file is in place, whole, but may not survive a power cut. Exactly two syncs are
+/// made: of the file, and of its folder. A symbolic link at the path stays, and the file it stands for is
+/// replaced.
 std::optional<Error> replaceFile(const std::string& path, std::span<const std::byte> bytes);
 
 /// Whether something exists at the path; it need not be readable.

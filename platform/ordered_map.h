@@ -1,10 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -15,9 +15,9 @@
 
 namespace roster {
 
-/// A hash map from texts to values of one type that remembers the order of insertion, as one flat array of entries and
-/// one of slots. Small maps have no slots: looking through a handful of keys is faster than hashing one.
-/// Walking it while it changes throws EnumerationMutation.
+/// A hash map from texts to values of one type that remembers the order of insertion, as one flat array of
+/// entries and one of slots. Small maps have no slots: looking through a handful of keys is faster than
+/// hashing one. Walking it while it changes throws EnumerationMutation.
 template <class T>
 class OrderedMap {
  public:
@@ -35,12 +35,10 @@ class OrderedMap {
 
   void reserve(std::size_t count) {
     entries_.reserve(count);
-    if (count > smallSize) rebuildSlots(count);
+    if (count > smallSize) rebuildSlots(std::max(count, entries_.size()));
   }
 
-  T* find(std::string_view key) {
-    return const_cast<T*>(std::as_const(*this).find(key));
-  }
+  T* find(std::string_view key) { return const_cast<T*>(std::as_const(*this).find(key)); }
   const T* find(std::string_view key) const {
     const std::size_t index = indexOf(key, hashOf(key));
     return index == none ? nullptr : &entries_[index].value;
@@ -81,6 +79,7 @@ class OrderedMap {
   }
   std::size_t endPosition() const { return entries_.size(); }
   const Entry& entryAt(std::size_t position) const { return entries_[position]; }
+  T& valueAt(std::size_t position) { return entries_[position].value; }
 
   class Iterator {
    public:
@@ -133,7 +132,7 @@ class OrderedMap {
   std::size_t indexOf(std::string_view key, std::uint32_t hash) const {
     if (slots_.empty()) {
       for (std::size_t i = 0; i < entries_.size(); ++i) {
-        if (!entries_[i].isErased && entries_[i].key.view() == key) return i;
+        if (!entries_[i].isErased && areEqualTexts(entries_[i].key.view(), key)) return i;
       }
       return none;
     }
@@ -141,7 +140,7 @@ class OrderedMap {
     for (std::size_t at = hash & mask; slots_[at].entryPlusOne != emptySlot; at = (at + 1) & mask) {
       if (slots_[at].hash != hash) continue;
       const std::size_t index = slots_[at].entryPlusOne - 1;
-      if (!entries_[index].isErased && entries_[index].key.view() == key) return index;
+      if (!entries_[index].isErased && areEqualTexts(entries_[index].key.view(), key)) return index;
     }
     return none;
   }

@@ -40,8 +40,10 @@ class Replaceable {
 /// A replaceable function that is never destroyed: threads may still log while the process exits.
 template <class Function>
 Replaceable<Function>& immortalReplaceable() {
-  static Replaceable<Function>* const instance = std::make_unique<Replaceable<Function>>().release();
-  return *instance;
+  // What may be replaced for the whole process has to be one object of the whole process.
+  // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
+  static Replaceable<Function>& instance = *std::make_unique<Replaceable<Function>>().release();
+  return instance;
 }
 
 }  // namespace roster

@@ -4,11 +4,13 @@
 #include <string>
 #include <string_view>
 
+#include "platform/export.h"
+
 namespace roster {
 
 /// Appends a text so that it cannot break the line it stands on, nor pass for a second one: control
 /// characters and line separators are escaped as in "\n" and "\u0085", bytes that are not UTF-8 as "\xFF".
-void appendSingleLine(std::string& line, std::string_view text);
+ROSTER_EXPORT void appendSingleLine(std::string& line, std::string_view text);
 
 /// At most so many bytes from the front of a text, cut between two characters.
 std::string_view frontOf(std::string_view text, std::size_t limit);

@@ -8,8 +8,9 @@
 
 namespace roster {
 
-/// Finds the object that holds a text, among numbered objects that somebody else keeps. A reader finds dictionary keys
-/// with it, so that a look-up compares numbers instead of texts; a writer finds the texts that it has stored already.
+/// Finds the object that holds a text, among numbered objects that somebody else keeps. A reader finds
+/// dictionary keys with it, so that a look-up compares numbers instead of texts; a writer finds the texts
+/// that it has stored already.
 class TextTable {
  public:
   static constexpr std::uint32_t none = 0xFFFFFFFFU;
@@ -21,7 +22,7 @@ class TextTable {
     const auto hash = static_cast<std::uint32_t>(hashText(text, seed_));
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t at = hash & mask; slots_[at].object != none; at = (at + 1) & mask) {
-      if (slots_[at].hash == hash && textOf(slots_[at].object) == text) return slots_[at].object;
+      if (slots_[at].hash == hash && areEqualTexts(textOf(slots_[at].object), text)) return slots_[at].object;
     }
     return none;
   }

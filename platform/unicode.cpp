@@ -61,7 +61,9 @@ std::optional<std::string> utf8FromBigEndianUtf16(std::span<const std::byte> byt
 }
 
 std::optional<char32_t> takeCodePoint(std::string_view& text) {
-  const auto byteAt = [&](std::size_t at) { return static_cast<char32_t>(static_cast<unsigned char>(text[at])); };
+  const auto byteAt = [&](std::size_t at) {
+    return static_cast<char32_t>(static_cast<unsigned char>(text[at]));
+  };
   const char32_t lead = byteAt(0);
   std::size_t length = 1;
   char32_t codePoint = lead;
@@ -106,16 +108,21 @@ std::optional<std::string> bigEndianUtf16FromUtf8(std::string_view text) {
 }
 
 bool isAscii(std::string_view text) {
-  const char* at = text.data();
-  std::size_t left = text.size();
-  for (; left >= 8; left -= 8, at += 8) {
+  constexpr std::uint64_t highBits = 0x8080808080808080U;
+  const auto wordAt = [&](std::size_t at) {
     std::uint64_t word = 0;
-    std::memcpy(&word, at, 8);
-    if ((word & 0x8080808080808080U) != 0) return false;
+    std::memcpy(&word, text.data() + at, sizeof word);
+    return word;
+  };
+  std::uint64_t seen = 0;
+  if (text.size() < sizeof seen) {
+    for (const char character : text) seen |= static_cast<unsigned char>(character);
+    return (seen & 0x80U) == 0;
   }
-  std::uint64_t word = 0;
-  if (left > 0) std::memcpy(&word, at, left);
-  return (word & 0x8080808080808080U) == 0;
+  // The last word may overlap the one before it, so that there is no shorter rest to look at.
+  const std::size_t last = text.size() - sizeof seen;
+  for (std::size_t at = 0; at < last; at += sizeof seen) seen |= wordAt(at);
+  return ((seen | wordAt(last)) & highBits) == 0;
 }
 
 }  // namespace roster

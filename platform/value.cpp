@@ -1,6 +1,5 @@
 #include "platform/value.h"
 
-#include <cmath>
 #include <limits>
 
 #include "platform/binary_document.h"
@@ -10,17 +9,30 @@ namespace roster {
 
 std::string_view describe(Fault fault) {
   switch (fault) {
-    case Fault::none: return "is sound";
-    case Fault::containsItself: return "contains itself";
-    case Fault::tooDeep: return "is nested too deeply";
-    case Fault::tooLarge: return "refers to its own parts so often that it unfolds to too many values";
-    case Fault::unknownObject: return "holds an object of an unknown kind";
-    case Fault::uid: return "holds a UID, which has no place in a property list of this kind";
-    case Fault::outOfBounds: return "reaches beyond the end of the file";
-    case Fault::badReference: return "refers to an object that is not there";
-    case Fault::badKey: return "has a dictionary key that is not a string";
-    case Fault::badText: return "holds a string that is not valid text";
-    case Fault::badNumber: return "holds a number out of range";
+    case Fault::none:
+      return "is sound";
+    case Fault::containsItself:
+      return "contains itself";
+    case Fault::tooDeep:
+      return "is nested too deeply";
+    case Fault::tooLarge:
+      return "refers to its own parts so often that it unfolds to too many values";
+    case Fault::unknownObject:
+      return "holds an object of an unknown kind";
+    case Fault::uid:
+      return "holds a UID, which has no place in a property list of this kind";
+    case Fault::outOfBounds:
+      return "reaches beyond the end of the file";
+    case Fault::badReference:
+      return "refers to an object that is not there";
+    case Fault::badKey:
+      return "has a dictionary key that is not a string";
+    case Fault::badText:
+      return "holds a string that is not valid text";
+    case Fault::badNumber:
+      return "holds a number out of range";
+    case Fault::overlaps:
+      return "overlaps another part of the file";
   }
   return "is damaged";
 }
@@ -53,61 +65,22 @@ Value::Value(Kind kind, const Document* document, std::uint32_t object) noexcept
   document->retain();
 }
 
-Value::Value(const Value& other) noexcept
-    : payload_(other.payload_),
-      object_(other.object_),
-      kind_(other.kind_),
-      home_(other.home_),
-      isAboveSigned_(other.isAboveSigned_) {
-  retain();
+String Value::string() const& { return isString() ? String(*this) : String(); }
+
+String Value::string() && { return isString() ? String(std::move(*this)) : String(); }
+
+std::optional<Array> Value::array() const& { return isArray() ? std::optional(Array(*this)) : std::nullopt; }
+
+std::optional<Array> Value::array() && {
+  return isArray() ? std::optional(Array(std::move(*this))) : std::nullopt;
 }
 
-Value::Value(Value&& other) noexcept
-    : payload_(other.payload_),
-      object_(other.object_),
-      kind_(other.kind_),
-      home_(other.home_),
-      isAboveSigned_(other.isAboveSigned_) {
-  other.kind_ = Kind::nil;
-  other.home_ = Home::none;
+std::optional<Dictionary> Value::dictionary() const& {
+  return isDictionary() ? std::optional(Dictionary(*this)) : std::nullopt;
 }
 
-Value& Value::operator=(const Value& other) noexcept {
-  Value copy(other);
-  return *this = std::move(copy);
-}
-
-Value& Value::operator=(Value&& other) noexcept {
-  if (this == &other) return *this;
-  Value old(std::move(*this));
-  payload_ = other.payload_;
-  object_ = other.object_;
-  kind_ = std::exchange(other.kind_, Kind::nil);
-  home_ = std::exchange(other.home_, Home::none);
-  isAboveSigned_ = other.isAboveSigned_;
-  return *this;
-}
-
-Value::~Value() { release(); }
-
-void Value::retain() const noexcept {
-  if (home_ != Home::none) payload_.node->retain();
-}
-
-void Value::release() noexcept {
-  if (home_ != Home::none) payload_.node->release();
-}
-
-String Value::string() const { return isString() ? String(*this) : String(); }
-
-std::optional<Array> Value::array() const {
-  if (!isArray()) return std::nullopt;
-  return Array(*this);
-}
-
-std::optional<Dictionary> Value::dictionary() const {
-  if (!isDictionary()) return std::nullopt;
-  return Dictionary(*this);
+std::optional<Dictionary> Value::dictionary() && {
+  return isDictionary() ? std::optional(Dictionary(std::move(*this))) : std::nullopt;
 }
 
 std::optional<bool> Value::boolean() const {
@@ -144,9 +117,12 @@ std::optional<std::span<const std::byte>> Value::bytes() const {
 
 bool Value::booleanValue() const {
   switch (kind_) {
-    case Kind::boolean: return payload_.boolean;
-    case Kind::integer: return payload_.natural != 0;
-    case Kind::real: return payload_.real != 0;
+    case Kind::boolean:
+      return payload_.boolean;
+    case Kind::integer:
+      return payload_.natural != 0;
+    case Kind::real:
+      return payload_.real != 0;
     case Kind::string: {
       const String text = string();
       const std::size_t start = text.view().find_first_not_of(" \t+-0");
@@ -154,7 +130,8 @@ bool Value::booleanValue() const {
       const char first = text.view()[start];
       return std::string_view("YyTt123456789").find(first) != std::string_view::npos;
     }
-    default: return false;
+    default:
+      return false;
   }
 }
 
@@ -162,17 +139,21 @@ Fault Value::fault() const noexcept {
   if (home_ == Home::document) return ValueAccess::document(*this).fault(object_);
   if (home_ != Home::node) return Fault::none;
   if (isArray()) return static_cast<const ArrayNode*>(payload_.node)->fault;
-  if (isDictionary()) return static_cast<const DictionaryNode*>(payload_.node)->fault;
-  return Fault::none;
+  if (!isDictionary()) return Fault::none;
+  const auto& dictionary = *static_cast<const DictionaryNode*>(payload_.node);
+  return dictionary.own ? dictionary.fault : dictionary.base.value_.fault();
 }
 
 bool Value::isIdenticalTo(const Value& other) const noexcept {
   if (kind_ != other.kind_ || home_ != other.home_) return false;
   if (home_ != Home::none) return payload_.node == other.payload_.node && object_ == other.object_;
   switch (kind_) {
-    case Kind::nil: return true;
-    case Kind::boolean: return payload_.boolean == other.payload_.boolean;
-    default: return payload_.natural == other.payload_.natural && isAboveSigned_ == other.isAboveSigned_;
+    case Kind::nil:
+      return true;
+    case Kind::boolean:
+      return payload_.boolean == other.payload_.boolean;
+    default:
+      return payload_.natural == other.payload_.natural && isAboveSigned_ == other.isAboveSigned_;
   }
 }
 

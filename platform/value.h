@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/export.h"
+#include "platform/node.h"
 
 namespace roster {
 
@@ -19,7 +20,6 @@ class Array;
 class Dictionary;
 class Document;
 class MutableDictionary;
-class Node;
 class String;
 
 /// An instant: seconds since 2001-01-01 00:00:00 UTC, negative before it, with fractions.
@@ -41,6 +41,7 @@ enum class Fault : std::uint8_t {
   badKey,
   badText,
   badNumber,
+  overlaps,
 };
 
 /// The fault in words that continue "a value that ...": "contains itself".
@@ -48,9 +49,10 @@ ROSTER_EXPORT std::string_view describe(Fault fault);
 
 /// One property-list value, or nil.
 ///
-/// A Value is a small handle. Copying one counts a reference and never copies contents. Contents never change once
-/// they are in a Value, with one exception: a MutableDictionary put into a Value stays live there, and every holder
-/// sees its changes. A Value that was read from a file keeps that file's bytes in memory as long as it lives.
+/// A Value is a small handle. Copying one counts a reference and never copies contents. Contents never change
+/// once they are in a Value, with one exception: a MutableDictionary put into a Value stays live there, and
+/// every holder sees its changes. A Value that was read from a file keeps that file's bytes in memory as long
+/// as it lives.
 ///
 /// Values may be handed between threads; a live dictionary inside one may be used by one thread at a time.
 class ROSTER_EXPORT Value {
@@ -80,11 +82,35 @@ class ROSTER_EXPORT Value {
   /// A data value with a copy of the bytes.
   static Value data(std::span<const std::byte> bytes);
 
-  Value(const Value& other) noexcept;
-  Value(Value&& other) noexcept;
-  Value& operator=(const Value& other) noexcept;
-  Value& operator=(Value&& other) noexcept;
-  ~Value();
+  Value(const Value& other) noexcept
+      : payload_(other.payload_),
+        object_(other.object_),
+        kind_(other.kind_),
+        home_(other.home_),
+        isAboveSigned_(other.isAboveSigned_) {
+    if (home_ != Home::none) node().retain();
+  }
+  Value(Value&& other) noexcept
+      : payload_(other.payload_),
+        object_(other.object_),
+        kind_(std::exchange(other.kind_, Kind::nil)),
+        home_(std::exchange(other.home_, Home::none)),
+        isAboveSigned_(other.isAboveSigned_) {}
+  Value& operator=(const Value& other) noexcept {
+    Value copy(other);
+    return *this = std::move(copy);
+  }
+  Value& operator=(Value&& other) noexcept {
+    std::swap(payload_, other.payload_);
+    std::swap(object_, other.object_);
+    std::swap(kind_, other.kind_);
+    std::swap(home_, other.home_);
+    std::swap(isAboveSigned_, other.isAboveSigned_);
+    return *this;
+  }
+  ~Value() {
+    if (home_ != Home::none) node().release();
+  }
 
   Kind kind() const noexcept { return kind_; }
   bool isNil() const noexcept { return kind_ == Kind::nil; }
@@ -92,12 +118,16 @@ class ROSTER_EXPORT Value {
   bool isArray() const noexcept { return kind_ == Kind::array; }
   bool isDictionary() const noexcept { return kind_ == Kind::dictionary; }
 
-  // Each of these answers nothing when the value is of another kind, so that a wrong type reads as an absent value.
+  // Each of these answers nothing when the value is of another kind, so that a wrong type reads as an absent
+  // value.
 
   /// The text, or the nil String.
-  String string() const;
-  std::optional<Array> array() const;
-  std::optional<Dictionary> dictionary() const;
+  String string() const&;
+  String string() &&;
+  std::optional<Array> array() const&;
+  std::optional<Array> array() &&;
+  std::optional<Dictionary> dictionary() const&;
+  std::optional<Dictionary> dictionary() &&;
   std::optional<bool> boolean() const;
   /// An integer that fits; a real is not an integer.
   std::optional<std::int64_t> integer() const;
@@ -108,24 +138,24 @@ class ROSTER_EXPORT Value {
   /// The bytes of a data value; they live as long as any copy of this value.
   std::optional<std::span<const std::byte>> bytes() const;
 
-  /// The value as a switch: a boolean itself, a number other than zero, a text that starts with "Y", "y", "T", "t"
-  /// or a number other than zero. Anything else is false.
+  /// The value as a switch: a boolean itself, a number other than zero, a text that starts with "Y", "y",
+  /// "T", "t" or a number other than zero. Anything else is false.
   bool booleanValue() const;
 
-  /// Why the value cannot be followed to its leaves; `Fault::none` for all that can. Only containers that were read
-  /// from a file have faults, and a container has the fault of what it holds.
+  /// Why the value cannot be followed to its leaves; `Fault::none` for all that can. Only containers that
+  /// were read from a file have faults, and a container has the fault of what it holds.
   Fault fault() const noexcept;
 
-  /// Equality of contents: numbers by number (1 equals 1.0), containers entry by entry whatever their order of keys.
-  /// Booleans equal only booleans. Trees too large or too deep to compare within the library's limits are unequal,
-  /// unless they are one and the same object.
+  /// Equality of contents: numbers by number (1 equals 1.0), containers entry by entry whatever their order
+  /// of keys. Booleans equal only booleans. Values with a fault, and trees too large or too deep to compare
+  /// within the library's limits, equal only themselves.
   friend ROSTER_EXPORT bool operator==(const Value& left, const Value& right);
 
   /// One and the same object: no contents are looked at, except that scalars and nil are compared.
   bool isIdenticalTo(const Value& other) const noexcept;
 
-  /// A value that no later change reaches. Immutable contents are shared, live dictionaries are copied. Nil when a
-  /// live dictionary was put into itself or the tree is deeper than the library follows.
+  /// A value that no later change reaches. Immutable contents are shared, live dictionaries are copied. Nil
+  /// when a live dictionary was put into itself or the tree is deeper than the library follows.
   Value deepCopy() const;
 
  private:
@@ -133,7 +163,6 @@ class ROSTER_EXPORT Value {
   friend class Dictionary;
   friend class Document;
   friend class MutableDictionary;
-  friend class Node;
   friend class String;
   friend struct ValueAccess;
 
@@ -150,8 +179,11 @@ class ROSTER_EXPORT Value {
 
   Value(Kind kind, const Node* node) noexcept;
   Value(Kind kind, const Document* document, std::uint32_t object) noexcept;
-  void retain() const noexcept;
-  void release() noexcept;
+  /// Where the value lives, which must not be Home::none.
+  const Node& node() const noexcept {
+    if (payload_.node == nullptr) __builtin_unreachable();
+    return *payload_.node;
+  }
 
   Payload payload_{.natural = 0};
   std::uint32_t object_ = 0;
@@ -246,8 +278,9 @@ struct DictionaryEntry {
   Value value;
 };
 
-/// A mapping from texts to values, none of them nil; its order is the order in which the keys were set. Copying counts
-/// a reference. It is immutable, unless it is the view of a MutableDictionary that somebody still changes.
+/// A mapping from texts to values, none of them nil; its order is the order in which the keys were set.
+/// Copying counts a reference. It is immutable, unless it is the view of a MutableDictionary that somebody
+/// still changes.
 class ROSTER_EXPORT Dictionary {
  public:
   Dictionary() = default;
@@ -259,6 +292,9 @@ class ROSTER_EXPORT Dictionary {
   /// The value under the key, nil when there is none.
   Value find(std::string_view key) const;
   bool contains(std::string_view key) const { return !find(key).isNil(); }
+
+  /// An immutable copy, as `Value::deepCopy`; empty when the contents cannot be copied.
+  Dictionary deepCopy() const;
 
   /// Walks the entries. Throws EnumerationMutation when the dictionary is changed while it is walked.
   class ROSTER_EXPORT Iterator {
@@ -286,8 +322,8 @@ class ROSTER_EXPORT Dictionary {
   Iterator end() const;
 
   bool isIdenticalTo(const Dictionary& other) const noexcept { return value_.isIdenticalTo(other.value_); }
-  /// Whether both are certain to be equal because one was copied from the other and neither was changed since. Looks
-  /// at no entry.
+  /// Whether both are certain to be equal because one was copied from the other and neither was changed
+  /// since. Looks at no entry.
   bool sharesContentsWith(const Dictionary& other) const noexcept;
   friend bool operator==(const Dictionary& left, const Dictionary& right) {
     return Value(left) == Value(right);
@@ -300,23 +336,21 @@ class ROSTER_EXPORT Dictionary {
   Value value_;  // nil stands for the empty dictionary
 };
 
-/// A dictionary that can be changed. Copies of the handle, and Values and Dictionaries made from it, all stand for the
-/// one dictionary and see its changes. It starts as a copy of another one at the cost of a reference: entries are
-/// copied only when the first of them changes.
+/// A dictionary that can be changed. Copies of the handle, and Values and Dictionaries made from it, all
+/// stand for the one dictionary and see its changes. It starts as a copy of another one at the cost of a
+/// reference: entries are copied only when the first of them changes. One that is put into itself, directly
+/// or through others, is never freed.
 class ROSTER_EXPORT MutableDictionary : public Dictionary {
  public:
   MutableDictionary();
-  /// A shallow copy: live dictionaries among the values stay live in it.
+  /// A shallow copy: live dictionaries among the values stay live in it. What is passed as a
+  /// MutableDictionary is not copied but gets one more handle.
   explicit MutableDictionary(const Dictionary& initial);
 
   /// Puts the value under the key, in the key's old place if it had one. A nil value removes the key.
   void set(std::string_view key, Value value);
   /// Does nothing when there is no such key.
   void remove(std::string_view key);
-
-  /// An immutable copy, as `Value::deepCopy`; cheap when nothing changed since the last one. Empty when the contents
-  /// cannot be copied.
-  Dictionary snapshot() const;
 };
 
 }  // namespace roster

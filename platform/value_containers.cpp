@@ -16,13 +16,15 @@ const DictionaryNode& dictionaryNode(const Value& value) {
   return *static_cast<const DictionaryNode*>(ValueAccess::node(value));
 }
 
-bool isNode(const Value& value) { return ValueAccess::node(value) != nullptr && !ValueAccess::isInDocument(value); }
+bool isNode(const Value& value) {
+  return ValueAccess::node(value) != nullptr && !ValueAccess::isInDocument(value);
+}
 
-/// What a live dictionary starts from: a copy that does not change with the original.
+/// What a live dictionary starts from: the contents of another one, which do not change with it.
 Dictionary unchanging(const Dictionary& initial) {
-  const Value& source = ValueAccess::holder(ValueAccess::value(initial));
-  if (!ValueAccess::isLiveDictionary(source)) return ValueAccess::dictionary(source);
-  return ValueAccess::dictionary(ValueAccess::makeDictionary(*dictionaryNode(source).own, Fault::none));
+  const Value& source = ValueAccess::value(initial);
+  if (ValueAccess::isLiveDictionary(source)) dictionaryNode(source).freeze();
+  return ValueAccess::dictionary(ValueAccess::holder(source));
 }
 
 }  // namespace
@@ -51,13 +53,15 @@ bool ValueAccess::isLiveDictionary(const Value& value) {
 bool ValueAccess::holdsLiveDictionaries(const Value& value) {
   if (isInDocument(value)) return false;
   if (value.isArray()) return arrayNode(value).holdsLiveDictionaries;
-  return value.isDictionary() && (dictionaryNode(value).isLive || dictionaryNode(value).holdsLiveDictionaries);
+  return value.isDictionary() &&
+         (dictionaryNode(value).isLive || dictionaryNode(value).holdsLiveDictionaries);
 }
 
 ArrayNode::ArrayNode(std::vector<Value> content, Fault contentFault)
     : elements(std::move(content)),
       fault(contentFault),
-      holdsLiveDictionaries(std::any_of(elements.begin(), elements.end(), ValueAccess::holdsLiveDictionaries)) {}
+      holdsLiveDictionaries(
+          std::any_of(elements.begin(), elements.end(), ValueAccess::holdsLiveDictionaries)) {}
 
 DictionaryNode::DictionaryNode(OrderedMap<Value> content, Fault contentFault)
     : own(std::make_unique<OrderedMap<Value>>(std::move(content))),
@@ -67,22 +71,28 @@ DictionaryNode::DictionaryNode(OrderedMap<Value> content, Fault contentFault)
       })) {}
 
 OrderedMap<Value>& DictionaryNode::ownEntries() {
-  if (!own) {
-    ++changes;
-    own = std::make_unique<OrderedMap<Value>>();
-    own->reserve(base.size() + 1);
+  if (own) return *own;
+  const Value& source = ValueAccess::value(base);
+  if (isNode(source)) {
+    own = std::make_unique<OrderedMap<Value>>(*dictionaryNode(source).own);
+  } else {
+    auto entries = std::make_unique<OrderedMap<Value>>();
+    entries->reserve(base.size() + 1);
     for (const DictionaryEntry& entry : base) {
-      if (!entry.value.isNil()) own->set(entry.key, entry.value);
+      if (!entry.key.isNil() && !entry.value.isNil()) entries->set(entry.key, entry.value);
     }
-    base = Dictionary();
+    // Only where something unreadable was left out do the entries move.
+    if (entries->size() != base.size()) ++changes;
+    own = std::move(entries);
   }
+  base = Dictionary();
   return *own;
 }
 
-void DictionaryNode::rebase(Dictionary frozen) const {
-  if (own && own->endPosition() != own->size()) ++changes;
+void DictionaryNode::freeze() const {
+  if (!own) return;
+  base = ValueAccess::dictionary(ValueAccess::makeDictionary(std::move(*own), Fault::none));
   own.reset();
-  base = std::move(frozen);
 }
 
 Array::Array(std::vector<Value> elements) {
@@ -184,6 +194,11 @@ Dictionary::Iterator Dictionary::end() const {
   return {this, isNode(source) ? dictionaryNode(source).own->endPosition() : size()};
 }
 
+Dictionary Dictionary::deepCopy() const {
+  if (!ValueAccess::holdsLiveDictionaries(value_)) return *this;
+  return value_.deepCopy().dictionary().value_or(Dictionary());
+}
+
 bool Dictionary::sharesContentsWith(const Dictionary& other) const noexcept {
   return ValueAccess::holder(value_).isIdenticalTo(ValueAccess::holder(other.value_));
 }
@@ -191,8 +206,7 @@ bool Dictionary::sharesContentsWith(const Dictionary& other) const noexcept {
 MutableDictionary::MutableDictionary() : MutableDictionary(Dictionary()) {}
 
 MutableDictionary::MutableDictionary(const Dictionary& initial)
-    : Dictionary(
-          ValueAccess::make(Value::Kind::dictionary, new DictionaryNode(unchanging(initial)))) {}
+    : Dictionary(ValueAccess::make(Value::Kind::dictionary, new DictionaryNode(unchanging(initial)))) {}
 
 void MutableDictionary::set(std::string_view key, Value value) {
   if (value.isNil()) {
@@ -215,7 +229,5 @@ void MutableDictionary::remove(std::string_view key) {
   ++node.changes;
   const_cast<DictionaryNode&>(node).ownEntries().erase(key);
 }
-
-Dictionary MutableDictionary::snapshot() const { return value_.deepCopy().dictionary().value_or(Dictionary()); }
 
 }  // namespace roster

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -10,23 +9,6 @@
 #include "platform/value.h"
 
 namespace roster {
-
-/// What a Value refers to when it does not fit into one: counted, deleted with its last reference.
-class Node {
- public:
-  Node() = default;
-  Node(const Node&) = delete;
-  Node& operator=(const Node&) = delete;
-  virtual ~Node() = default;
-
-  void retain() const noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
-  void release() const noexcept {
-    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
-  }
-
- private:
-  mutable std::atomic<std::size_t> references_{0};
-};
 
 struct StringNode final : Node {
   explicit StringNode(std::string_view content) : text(content) {}
@@ -46,14 +28,15 @@ struct ArrayNode final : Node {
   const bool holdsLiveDictionaries;
 };
 
-/// A dictionary of its own: immutable when it is made by a builder, changing when a MutableDictionary holds it.
+/// A dictionary of its own: immutable when it is made by a builder, changing when a MutableDictionary holds
+/// it.
 struct DictionaryNode final : Node {
   DictionaryNode(OrderedMap<Value> content, Fault contentFault);
   explicit DictionaryNode(Dictionary initial) : base(std::move(initial)), isLive(true) {}
 
   /// The entries, once they differ from `base`.
   mutable std::unique_ptr<OrderedMap<Value>> own;
-  /// What the dictionary holds as long as `own` is empty; never a live dictionary.
+  /// What the dictionary holds as long as there are no `own` entries; never a live dictionary.
   mutable Dictionary base;
   /// Counts what makes a walk over the entries miss or repeat one.
   mutable std::uint64_t changes = 0;
@@ -63,8 +46,8 @@ struct DictionaryNode final : Node {
 
   /// The entries to change, copied from `base` the first time.
   OrderedMap<Value>& ownEntries();
-  /// Takes an immutable copy of the entries as the new base.
-  void rebase(Dictionary frozen) const;
+  /// Makes the entries the new base, which others may share from then on. Walks over them go on undisturbed.
+  void freeze() const;
 };
 
 /// The seams through which readers, writers and walkers of values see their representation.
@@ -84,7 +67,8 @@ struct ValueAccess {
   static Value makeDictionary(OrderedMap<Value> entries, Fault fault);
   static bool isLiveDictionary(const Value& value);
   static bool holdsLiveDictionaries(const Value& value);
-  /// The value that really holds a dictionary's entries: behind a live one that was never changed, what it copied.
+  /// The value that really holds a dictionary's entries: behind a live one that was never changed, what it
+  /// copied.
   static const Value& holder(const Value& dictionary);
   /// The text of a string value, which lives as long as any copy of it.
   static std::string_view text(const Value& string);

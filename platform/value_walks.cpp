@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 
 #include "platform/limits.h"
@@ -7,7 +8,8 @@ namespace roster {
 
 namespace {
 
-/// Two numbers are equal when they are the same number: a real never equals an integer that it cannot represent.
+/// Two numbers are equal when they are the same number: a real never equals an integer that it cannot
+/// represent.
 bool equalNumbers(const Value& left, const Value& right) {
   if (left.kind() == Value::Kind::integer && right.kind() == Value::Kind::integer) {
     return left.isIdenticalTo(right);
@@ -31,29 +33,46 @@ bool isNumber(const Value& value) {
 class Comparison {
  public:
   bool equal(const Value& left, const Value& right, std::size_t depth) {
+    if (!canAfford(1)) return false;
     if (isNumber(left) && isNumber(right)) return equalNumbers(left, right);
     if (left.kind() != right.kind()) return false;
     if (left.isIdenticalTo(right)) return true;
-    if (depth > limits::maximumDepth || work_++ > limits::comparisonWork) return false;
+    if (depth > limits::maximumDepth) return false;
+    if (left.fault() != Fault::none || right.fault() != Fault::none) return false;
     switch (left.kind()) {
       case Value::Kind::date: {
         const double a = left.date()->secondsSinceReference;
         const double b = right.date()->secondsSinceReference;
         return a == b || (std::isnan(a) && std::isnan(b));
       }
-      case Value::Kind::string: return left.string() == right.string();
-      case Value::Kind::data: {
-        const auto a = *left.bytes();
-        const auto b = *right.bytes();
-        return std::equal(a.begin(), a.end(), b.begin(), b.end());
-      }
-      case Value::Kind::array: return equalArrays(*left.array(), *right.array(), depth);
-      case Value::Kind::dictionary: return equalDictionaries(*left.dictionary(), *right.dictionary(), depth);
-      default: return false;  // equal scalars are identical
+      case Value::Kind::string:
+        return equalSequences(ValueAccess::text(left), ValueAccess::text(right));
+      case Value::Kind::data:
+        return equalSequences(*left.bytes(), *right.bytes());
+      case Value::Kind::array:
+        return equalArrays(*left.array(), *right.array(), depth);
+      case Value::Kind::dictionary:
+        return equalDictionaries(*left.dictionary(), *right.dictionary(), depth);
+      default:
+        return false;  // equal scalars are identical
     }
   }
 
  private:
+  bool canAfford(std::uint64_t work) {
+    work_ += work;
+    return work_ <= limits::comparisonWork;
+  }
+
+  /// Long texts cost work: many containers may share one, and every comparison of it reads it whole.
+  bool canAffordBytes(std::size_t count) { return canAfford(count / limits::bytesPerComparison); }
+
+  template <class Sequence>
+  bool equalSequences(const Sequence& left, const Sequence& right) {
+    return left.size() == right.size() && canAffordBytes(left.size()) &&
+           std::equal(left.begin(), left.end(), right.begin());
+  }
+
   bool equalArrays(const Array& left, const Array& right, std::size_t depth) {
     if (left.size() != right.size()) return false;
     auto other = right.begin();
@@ -67,6 +86,7 @@ class Comparison {
   bool equalDictionaries(const Dictionary& left, const Dictionary& right, std::size_t depth) {
     if (left.size() != right.size()) return false;
     for (const DictionaryEntry& entry : left) {
+      if (!canAffordBytes(entry.key.view().size())) return false;
       const Value other = right.find(entry.key);
       if (other.isNil() || !equal(entry.value, other, depth + 1)) return false;
     }
@@ -85,7 +105,11 @@ class DeepCopy {
       return {};
     }
     if (value.isArray()) return copyArray(*value.array(), depth);
-    return copyDictionary(*value.dictionary(), depth);
+    const auto& node = *static_cast<const DictionaryNode*>(ValueAccess::node(value));
+    if (!node.isLive) return copyEntries(*node.own, depth);
+    // The live dictionary and its copy stand on the same entries until it changes.
+    node.freeze();
+    return copy(node.base, depth);
   }
   bool hasFailed() const { return failed_; }
 
@@ -100,21 +124,14 @@ class DeepCopy {
     return ValueAccess::makeArray(std::move(elements), Fault::none);
   }
 
-  Value copyDictionary(const Dictionary& dictionary, std::size_t depth) {
-    const auto& node = *static_cast<const DictionaryNode*>(ValueAccess::node(ValueAccess::value(dictionary)));
-    if (!node.own) return copy(node.base, depth + 1);
-    OrderedMap<Value> entries;
-    entries.reserve(dictionary.size());
-    bool isChangedFromWithin = false;
-    for (const DictionaryEntry& entry : dictionary) {
-      isChangedFromWithin = isChangedFromWithin || ValueAccess::holdsLiveDictionaries(entry.value);
-      entries.append(entry.key, copy(entry.value, depth + 1));
+  Value copyEntries(OrderedMap<Value> entries, std::size_t depth) {
+    for (std::size_t at = entries.skipErased(0); at < entries.endPosition();
+         at = entries.skipErased(at + 1)) {
+      Value& value = entries.valueAt(at);
+      if (ValueAccess::holdsLiveDictionaries(value)) value = copy(value, depth + 1);
       if (failed_) return {};
     }
-    Value frozen = ValueAccess::makeDictionary(std::move(entries), Fault::none);
-    // From here on the live dictionary stands on its copy, so that the next copy costs nothing until it changes.
-    if (node.isLive && !isChangedFromWithin) node.rebase(ValueAccess::dictionary(frozen));
-    return frozen;
+    return ValueAccess::makeDictionary(std::move(entries), Fault::none);
   }
 
   std::uint64_t work_ = 0;

@@ -148,7 +148,7 @@ void XmlBuilder::add(Value value) {
 
 String XmlBuilder::internedKey() {
   if (const String* known = keys_.find(text_)) return *known;
-  const String key(text_);
+  String key(text_);
   keys_.append(key, key);
   return key;
 }

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/export.h"
 #include "platform/result.h"
 #include "platform/value.h"
 
@@ -24,7 +25,7 @@ Result<Value> dateFromXml(std::string_view text);
 
 /// Bytes in base64 with white space anywhere. The text is used as the room to decode in; its contents are
 /// lost.
-Result<Value> dataFromXml(std::string& text);
+ROSTER_EXPORT Result<Value> dataFromXml(std::string& text);
 
 bool isXmlSpace(std::string_view text);
 

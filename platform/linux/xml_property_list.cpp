@@ -23,7 +23,7 @@ constexpr std::size_t maximumAttributeDeclarations = 64;
 
 /// References in content are refused; what remains is attribute values, which nobody needs to expand far.
 constexpr float maximumAmplification = 2;
-constexpr unsigned long long amplificationAllowance = 64 * 1024;
+constexpr unsigned long long amplificationAllowance = 64ULL * 1024;
 
 class XmlReader {
  public:

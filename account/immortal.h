@@ -1,0 +1,15 @@
+#pragma once
+
+#include <memory>
+#include <utility>
+
+namespace roster {
+
+/// Moves a table to where it stays for the life of the process. A table with a destructor would be gone while
+/// a program's own static objects, or threads that still run at its exit, ask the library for something.
+template <class Table>
+const Table& immortal(Table table) {
+  return *std::make_unique<const Table>(std::move(table)).release();
+}
+
+}  // namespace roster
