@@ -19,7 +19,6 @@ class AccountArray {
   using Account = std::shared_ptr<BasicAccount>;
 
   AccountArray() = default;
-  explicit AccountArray(std::vector<Account> accounts) : accounts_(std::move(accounts)) {}
 
   std::size_t size() const { return accounts_.size(); }
   bool empty() const { return accounts_.empty(); }
@@ -81,6 +80,10 @@ class AccountArray {
   void replaceAt(std::size_t index, Account account) {
     accounts_.at(index) = std::move(account);
     ++changes_;
+  }
+  void replaceAll(std::vector<Account> accounts) {
+    ++changes_;
+    accounts_.swap(accounts);
   }
   /// Removes every occurrence of the very record.
   void removeIdentical(const BasicAccount* account) {

@@ -1,5 +1,7 @@
 #include "store/account_indexes.h"
 
+#include "platform/system_log.h"
+
 namespace roster {
 
 String AccountIndexes::parentIDOfChild(std::string_view childID) const {
@@ -7,27 +9,50 @@ String AccountIndexes::parentIDOfChild(std::string_view childID) const {
   return parentID == nullptr ? String() : *parentID;
 }
 
-void AccountIndexes::addChild(const Account& child, const String& childID, const String& parentID) {
-  childAccountsByID_.set(childID, child);
-  childAccountIDToParentAccountID_.set(childID, parentID);
-  std::vector<String>* siblings = childIDsByParentID_.find(parentID);
-  if (siblings == nullptr) {
-    childIDsByParentID_.append(parentID, {childID});
-  } else {
-    siblings->push_back(childID);
+String AccountIndexes::addChild(const Value& element, const Account& parent, const String& parentID) {
+  const std::optional<Dictionary> properties = element.dictionary();
+  const Account child = properties ? BasicAccount::initWithProperties(*properties) : nullptr;
+  if (child) child->setParentAccount(parent);
+  String childID = child ? child->identifier() : String();
+  if (childID.isNil()) {
+    systemLog("Ignoring unknown child account with properties %@", element);
+    return {};
   }
+
+  childAccountsByID_.set(childID, child);
+  if (String* known = childAccountIDToParentAccountID_.find(childID)) {
+    Children* former = *known == parentID ? nullptr : childrenByParentID_.find(*known);
+    if (former != nullptr) former->areSomeLost = true;
+    *known = parentID;
+  } else {
+    childAccountIDToParentAccountID_.append(childID, parentID);
+  }
+  if (Children* siblings = childrenByParentID_.find(parentID)) {
+    siblings->ids.push_back(childID);
+  } else {
+    childrenByParentID_.append(parentID, {{childID}});
+  }
+  return childID;
+}
+
+void AccountIndexes::removeChild(std::string_view childID) {
+  childAccountIDToParentAccountID_.erase(childID);
+  childAccountsByID_.erase(childID);
 }
 
 void AccountIndexes::removeChildrenOf(const String& parentID) {
   if (parentID.isNil()) return;
-  const std::vector<String>* children = childIDsByParentID_.find(parentID);
+  const Children* children = childrenByParentID_.find(parentID);
   if (children == nullptr) return;
-  for (const String& childID : *children) {
-    if (!(parentIDOfChild(childID) == parentID)) continue;
-    childAccountIDToParentAccountID_.erase(childID);
-    childAccountsByID_.erase(childID);
+  for (const String& childID : children->ids) {
+    if (parentIDOfChild(childID) == parentID) removeChild(childID);
   }
-  childIDsByParentID_.erase(parentID);
+  childrenByParentID_.erase(parentID);
+}
+
+bool AccountIndexes::hasLostChildren(const String& parentID) const {
+  const Children* children = childrenByParentID_.find(parentID);
+  return children != nullptr && children->areSomeLost;
 }
 
 }  // namespace roster

@@ -8,33 +8,52 @@
 
 namespace roster {
 
-/// Where a store finds its records: the top-level ones in order and by identifier, the child records by identifier,
-/// and who is whose child.
+/// Where a store finds its records: the top-level ones in order and by identifier, the child records by
+/// identifier, and who is whose child.
 ///
-/// The identifiers in the top-level index are unique; the ordered list may hold several records with one identifier,
-/// of which the index then knows one. Child records are in the child indexes only.
+/// The identifiers in the top-level index are unique; the ordered list may hold several records with one
+/// identifier, of which the index then knows one. Child records are in the child indexes only.
 class AccountIndexes {
  public:
   using Account = std::shared_ptr<BasicAccount>;
 
-  /// The list is an object of its own, so that somebody who got it before it was replaced still holds the old one.
-  std::shared_ptr<AccountArray> orderedTopLevelAccounts = std::make_shared<AccountArray>();
+  /// One list for the life of the store, shared with those who were given it.
+  const std::shared_ptr<AccountArray> orderedTopLevelAccounts = std::make_shared<AccountArray>();
   OrderedMap<Account> topLevelAccountsByID;
+
+  // A record without an identifier is in the ordered list only.
+
+  void setTopLevel(const String& identifier, const Account& account) {
+    if (identifier) topLevelAccountsByID.set(identifier, account);
+  }
+  void removeTopLevel(const String& identifier) {
+    if (identifier) topLevelAccountsByID.erase(identifier);
+  }
 
   const OrderedMap<Account>& childAccountsByID() const { return childAccountsByID_; }
   /// The identifier of the parent of an indexed child; nil for any other identifier.
   String parentIDOfChild(std::string_view childID) const;
 
-  /// Enters a child record, in place of an older record with its identifier, whoever's child that was.
-  void addChild(const Account& child, const String& childID, const String& parentID);
+  /// Makes a record of an element of the parent's "ChildAccounts" and enters it, in place of an older record
+  /// with its identifier, whoever's child that was. Returns its identifier; nil, with one line in the system
+  /// log, when the element is rejected.
+  String addChild(const Value& element, const Account& parent, const String& parentID);
+  void removeChild(std::string_view childID);
   /// Forgets all children of a parent, in time linear in their number.
   void removeChildrenOf(const String& parentID);
+  /// Whether a child that was entered for the parent has gone to another parent since.
+  bool hasLostChildren(const String& parentID) const;
 
  private:
+  struct Children {
+    /// Every identifier that was entered; those that went elsewhere since may still be here.
+    std::vector<String> ids{};
+    bool areSomeLost = false;
+  };
+
   OrderedMap<Account> childAccountsByID_;
   OrderedMap<String> childAccountIDToParentAccountID_;
-  /// Every identifier that was entered as a parent's child; those that went to another parent since may still be here.
-  OrderedMap<std::vector<String>> childIDsByParentID_;
+  OrderedMap<Children> childrenByParentID_;
 };
 
 }  // namespace roster

@@ -5,17 +5,20 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "account/basic_account.h"
 #include "fixers/runtime_fix.h"
 #include "platform/export.h"
+#include "platform/ordered_map.h"
 #include "store/account_array.h"
 #include "store/type_set.h"
 
 namespace roster {
 
 class AccountIndexes;
+class ChildMoves;
 class Snapshot;
 
 /// The registry in memory: loaded once from the account settings file, asked and changed here, and written back by
@@ -142,11 +145,16 @@ class ROSTER_EXPORT AccountsManager {
   void _initWithAccountsInfo(const Array& accounts);
   bool fixAndIndex(const Account& account);
   void _loadChildrenFromAccount(const Account& parent);
+  void loadChildren(const Account& parent, const String& parentID);
   void _removeChildrenForAccountWithIdentifier(const String& identifier);
   void tellFixersAccountsHaveBeenSaved(bool areSaved);
   void _setOriginalAccountDictionaries();
 
-  void moveChild(const Account& child, const Account& parent);
+  std::unordered_set<const BasicAccount*> replaceInPlace(const TypeSet& types,
+                                                         const std::vector<Account>& accounts,
+                                                         std::vector<Account>& ordered,
+                                                         OrderedMap<Account>& topLevelByID);
+  void moveChild(const Account& child, const Account& parent, ChildMoves& moves);
 
   bool fixBeforeSaving();
   std::vector<Value> mergedAccounts(const AccountsManager& onDisk) const;

@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <stdexcept>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "diag/debug_log.h"
 #include "store/account_indexes.h"
 #include "store/accounts_manager.h"
+#include "store/child_moves.h"
 
 namespace roster {
 
@@ -17,25 +19,31 @@ String storedIdentifier(const Account& account) {
   return account->accountPropertyForKey(kAccountIdentifier).string();
 }
 
+/// Equality of identifiers: what has none is the same as nothing.
+bool areSame(const String& identifier, const String& other) { return identifier && identifier == other; }
+
 }  // namespace
 
 void AccountsManager::updateAccount(const Account& account) {
   RSLog("Updating account:%@", account->properties());
   const String identifier = account->identifier();
   AccountArray& ordered = *_indexes->orderedTopLevelAccounts;
+  bool isFound = false;
   for (std::size_t index = ordered.size(); index-- > 0;) {
-    if (!(ordered[index]->identifier() == identifier)) continue;
+    if (!areSame(ordered[index]->identifier(), identifier)) continue;
     ordered.replaceAt(index, account);
-    _indexes->topLevelAccountsByID.set(identifier, account);
-    _loadChildrenFromAccount(account);
+    isFound = true;
   }
+  if (!isFound) return;
+  _indexes->setTopLevel(identifier, account);
+  _loadChildrenFromAccount(account);
 }
 
 void AccountsManager::insertAccount(const Account& account) {
   RSLog("Inserting account:", account->properties());
   const String identifier = account->identifier();
-  if (_indexes->topLevelAccountsByID.contains(identifier)) return;
-  _indexes->topLevelAccountsByID.set(identifier, account);
+  if (identifier && _indexes->topLevelAccountsByID.contains(identifier)) return;
+  _indexes->setTopLevel(identifier, account);
   _indexes->orderedTopLevelAccounts->append(account);
   _loadChildrenFromAccount(account);
 }
@@ -44,10 +52,10 @@ void AccountsManager::deleteAccount(const Account& account) {
   RSLog("Deleting account:", account->properties());
   const String identifier = account->identifier();
   _removeChildrenForAccountWithIdentifier(identifier);
-  _indexes->topLevelAccountsByID.erase(identifier);
+  _indexes->removeTopLevel(identifier);
   AccountArray& ordered = *_indexes->orderedTopLevelAccounts;
   for (std::size_t index = ordered.size(); index-- > 0;) {
-    if (!(ordered[index]->identifier() == identifier)) continue;
+    if (!areSame(ordered[index]->identifier(), identifier)) continue;
     ordered.removeIdentical(ordered[index].get());
     return;
   }
@@ -64,12 +72,12 @@ void AccountsManager::replaceAccountWithAccount(const Account& oldAccount, const
   std::vector<Account> ordered(current.begin(), current.end());
   const String oldIdentifier = oldAccount->identifier();
   _removeChildrenForAccountWithIdentifier(oldIdentifier);
-  _indexes->topLevelAccountsByID.erase(oldIdentifier);
+  _indexes->removeTopLevel(oldIdentifier);
   const auto place = std::find(ordered.begin(), ordered.end(), oldAccount);
   if (place == ordered.end()) throw std::out_of_range("the account to replace is not in the store");
   *place = newAccount;
   _loadChildrenFromAccount(newAccount);
-  _indexes->orderedTopLevelAccounts = std::make_shared<AccountArray>(std::move(ordered));
+  _indexes->orderedTopLevelAccounts->replaceAll(std::move(ordered));
 }
 
 void AccountsManager::replaceAccountsWithTypesWithAccounts(const TypeSet& types,
@@ -79,50 +87,72 @@ void AccountsManager::replaceAccountsWithTypesWithAccounts(const TypeSet& types,
   std::vector<Account> ordered(current.begin(), current.end());
   OrderedMap<Account> topLevelByID;
   topLevelByID.reserve(ordered.size());
-  OrderedMap<Account> givenByID;
-  for (const Account& given : accounts) givenByID.set(storedIdentifier(given), given);
-
-  std::unordered_set<const BasicAccount*> placed;
-  for (std::size_t index = ordered.size(); index-- > 0;) {
-    Account& record = ordered[index];
-    const String identifier = storedIdentifier(record);
-    if (const Account* given = givenByID.find(identifier)) {
-      record = *given;
-      topLevelByID.set(identifier, *given);
-      placed.insert(given->get());
-      _loadChildrenFromAccount(*given);
-    } else if (types.contains(record->type())) {
-      _removeChildrenForAccountWithIdentifier(identifier);
-      record.reset();
-    } else {
-      topLevelByID.set(identifier, record);
-    }
-  }
-  std::erase(ordered, nullptr);
-
-  for (const Account& given : accounts) {
-    if (placed.contains(given.get())) continue;
-    if (given->parentAccountIdentifier()) {
-      const Account* parent = topLevelByID.find(given->parentAccountIdentifier());
-      moveChild(given, parent == nullptr ? nullptr : *parent);
-    } else {
+  const std::unordered_set<const BasicAccount*> placed =
+      replaceInPlace(types, accounts, ordered, topLevelByID);
+  {
+    ChildMoves moves(*_indexes);
+    for (const Account& given : accounts) {
+      if (placed.contains(given.get())) continue;
+      if (const String parentID = given->parentAccountIdentifier()) {
+        const Account* parent = topLevelByID.find(parentID);
+        moveChild(given, parent == nullptr ? nullptr : *parent, moves);
+        continue;
+      }
       ordered.push_back(given);
-      topLevelByID.set(storedIdentifier(given), given);
+      if (const String identifier = storedIdentifier(given)) topLevelByID.set(identifier, given);
+      moves.release(given->identifier());
       _loadChildrenFromAccount(given);
     }
   }
   _indexes->topLevelAccountsByID = std::move(topLevelByID);
-  _indexes->orderedTopLevelAccounts = std::make_shared<AccountArray>(std::move(ordered));
+  _indexes->orderedTopLevelAccounts->replaceAll(std::move(ordered));
+}
+
+/// Puts the given records into the positions of those with their identifiers, and takes out the others of the
+/// types. Returns the given records that found a position.
+std::unordered_set<const BasicAccount*> AccountsManager::replaceInPlace(const TypeSet& types,
+                                                                        const std::vector<Account>& accounts,
+                                                                        std::vector<Account>& ordered,
+                                                                        OrderedMap<Account>& topLevelByID) {
+  OrderedMap<Account> givenByID;
+  for (const Account& given : accounts) {
+    if (const String identifier = storedIdentifier(given)) givenByID.set(identifier, given);
+  }
+  std::unordered_map<const BasicAccount*, std::size_t> positionsLeft;
+  for (const Account& record : ordered) {
+    const String identifier = storedIdentifier(record);
+    const Account* given = identifier ? givenByID.find(identifier) : nullptr;
+    if (given != nullptr) ++positionsLeft[given->get()];
+  }
+
+  std::unordered_set<const BasicAccount*> placed;
+  for (auto record = ordered.rbegin(); record != ordered.rend(); ++record) {
+    const String identifier = storedIdentifier(*record);
+    if (const Account* given = identifier ? givenByID.find(identifier) : nullptr) {
+      *record = *given;
+      topLevelByID.set(identifier, *given);
+      placed.insert(given->get());
+      // Of all the times that its children would be indexed only the last one leaves a trace.
+      if (--positionsLeft[given->get()] == 0) _loadChildrenFromAccount(*given);
+    } else if (types.contains((*record)->type())) {
+      _removeChildrenForAccountWithIdentifier(identifier);
+      record->reset();
+    } else if (identifier) {
+      topLevelByID.set(identifier, *record);
+    }
+  }
+  std::erase(ordered, nullptr);
+  return placed;
 }
 
 /// Takes the child out of whoever has it now and adds it to its parent, which may be nobody.
-void AccountsManager::moveChild(const Account& child, const Account& parent) {
+void AccountsManager::moveChild(const Account& child, const Account& parent, ChildMoves& moves) {
   const String childID = child->identifier();
-  const String formerID = _indexes->parentIDOfChild(childID);
+  const String formerID = childID ? _indexes->parentIDOfChild(childID) : String();
   const bool isAtHome = formerID && parent && formerID == parent->identifier();
   const Account former = isAtHome ? parent : formerID ? accountWithIdentifier(formerID) : nullptr;
-  removeChildWithIdentifierFromAccount(childID, former);
-  addChildToAccount(child, parent);
+  moves.remove(childID, former);
+  moves.add(child, parent);
 }
 
 void AccountsManager::addChildToAccount(const Account& child, const Account& parent) {
@@ -138,11 +168,11 @@ void AccountsManager::removeChildWithIdentifierFromAccount(const String& identif
   if (!parent) return;
   const std::optional<Array> known = parent->accountPropertyForKey(kAccountChildAccounts).array();
   if (known) {
-    std::vector<Value> children(known->begin(), known->end());
+    std::vector<Value> children;
     for (const Value& element : *known) {
       const std::optional<Dictionary> properties = element.dictionary();
       const Account child = properties ? BasicAccount::initWithProperties(*properties) : nullptr;
-      if (child && child->identifier() == identifier) std::erase(children, element);
+      if (!child || !areSame(child->identifier(), identifier)) children.push_back(element);
     }
     parent->setAccountPropertyForKey(Array(std::move(children)), kAccountChildAccounts);
   }

@@ -4,6 +4,7 @@
 #include "platform/system_log.h"
 #include "store/account_indexes.h"
 #include "store/accounts_manager.h"
+#include "store/salvage.h"
 #include "store/settings_file.h"
 
 namespace roster {
@@ -47,8 +48,9 @@ void AccountsManager::_initWithAccountsInfo(const Array& accounts) {
   _indexes->orderedTopLevelAccounts->reserve(accounts.size());
   _indexes->topLevelAccountsByID.reserve(accounts.size());
   bool isAnythingFixed = false;
+  Salvage salvage(accounts);
   for (const Value& element : accounts) {
-    const std::optional<Dictionary> properties = usablePart(element).dictionary();
+    const std::optional<Dictionary> properties = salvage.usable(element).dictionary();
     const Account account = properties ? BasicAccount::initWithProperties(*properties) : nullptr;
     if (!account) {
       systemLog("[%s] ERROR: Failed to create a BasicAccount from %@",
@@ -69,29 +71,22 @@ bool AccountsManager::fixAndIndex(const Account& account) {
     if (result != FixResult::nothingDone) isFixed = true;
     if (result == FixResult::unrepairable) continue;
     const String identifier = account->identifier();
-    if (identifier) _indexes->topLevelAccountsByID.set(identifier, account);
+    _indexes->setTopLevel(identifier, account);
     _indexes->orderedTopLevelAccounts->append(account);
-    _loadChildrenFromAccount(account);
+    loadChildren(account, identifier);
   }
   return isFixed;
 }
 
 void AccountsManager::_loadChildrenFromAccount(const Account& parent) {
-  const String parentID = parent->identifier();
+  loadChildren(parent, parent->identifier());
+}
+
+void AccountsManager::loadChildren(const Account& parent, const String& parentID) {
   _removeChildrenForAccountWithIdentifier(parentID);
   const std::optional<Array> children = parent->accountPropertyForKey(kAccountChildAccounts).array();
   if (!children) return;
-  for (const Value& element : *children) {
-    const std::optional<Dictionary> properties = element.dictionary();
-    const Account child = properties ? BasicAccount::initWithProperties(*properties) : nullptr;
-    if (child) child->setParentAccount(parent);
-    const String childID = child ? child->identifier() : String();
-    if (childID.isNil()) {
-      systemLog("Ignoring unknown child account with properties %@", element);
-      continue;
-    }
-    _indexes->addChild(child, childID, parentID);
-  }
+  for (const Value& element : *children) _indexes->addChild(element, parent, parentID);
 }
 
 void AccountsManager::_removeChildrenForAccountWithIdentifier(const String& identifier) {

@@ -4,10 +4,10 @@ namespace roster {
 
 Dictionary mergeProperties(const Dictionary& inMemory, const Dictionary& original, const Dictionary& onDisk) {
   if (original.empty() || onDisk.empty()) return inMemory;
-  // Nothing to bring into the file's version: the usual case, and one that need not look at any property.
-  if (inMemory.sharesContentsWith(original)) return onDisk;
-
   MutableDictionary merged(onDisk);
+  // Nothing to bring into the file's version: the usual case, and one that need not look at any property.
+  if (inMemory.sharesContentsWith(original)) return merged;
+
   for (const DictionaryEntry& entry : inMemory) {
     if (entry.value != original.find(entry.key)) merged.set(entry.key, entry.value);
   }

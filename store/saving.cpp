@@ -27,13 +27,13 @@ void AccountsManager::saveAllAccounts() {
   if (isSaved) announceSave();
 }
 
-/// Shows every record to the fixers. One that cannot be repaired is found no more, but is still written: only the next
-/// load, which meets it again, drops it.
+/// Shows every record to the fixers. One that cannot be repaired is found no more, but is still written: only
+/// the next load, which meets it again, drops it.
 bool AccountsManager::fixBeforeSaving() {
   const AccountArray& ordered = *_indexes->orderedTopLevelAccounts;
   bool isAnythingFixed = false;
   for (std::size_t index = ordered.size(); index-- > 0;) {
-    const Account account = ordered[index];
+    const Account account = ordered.at(index);
     for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : _runtimeFixers) {
       const FixResult result = fixer->fixBasicAccountIfNeededLoggingMessage(account, "saving accounts");
       if (result == FixResult::nothingDone) continue;
@@ -41,7 +41,7 @@ bool AccountsManager::fixBeforeSaving() {
       if (result != FixResult::unrepairable) continue;
       const String identifier = account->identifier();
       _removeChildrenForAccountWithIdentifier(identifier);
-      _indexes->topLevelAccountsByID.erase(identifier);
+      _indexes->removeTopLevel(identifier);
     }
   }
   return isAnythingFixed;
@@ -51,7 +51,8 @@ std::vector<Value> AccountsManager::mergedAccounts(const AccountsManager& onDisk
   std::vector<Value> merged;
   merged.reserve(count());
   for (const Account& account : *_indexes->orderedTopLevelAccounts) {
-    const Account found = onDisk.accountWithIdentifier(account->identifier());
+    const String identifier = account->identifier();
+    const Account found = identifier ? onDisk.accountWithIdentifier(identifier) : nullptr;
     const Dictionary properties = mergeInMemoryPropertiesOriginalPropertiesOnDiskProperties(
         account->propertiesToSave(), account->originalProperties(),
         found ? found->propertiesToSave() : Dictionary());
@@ -83,10 +84,9 @@ bool AccountsManager::writeRegistry(std::vector<Value> accounts, const std::stri
     _lastSaveError = "could not serialize the accounts for " + file.path() + ": " + bytes.error();
     systemLog("Failed to serialize account settings data: %@", bytes.error());
   } else {
-    // A registry that could not be read may hold accounts that this store does not know of: it is never overwritten.
-    std::optional<Error> error = damage.empty() ? std::nullopt : file.keepDamaged(damage);
-    if (!error) error = file.write(*bytes);
-    if (error) {
+    // A registry that could not be read may hold accounts that this store does not know of: it is never
+    // overwritten.
+    if (std::optional<Error> error = file.replace(*bytes, damage)) {
       _lastSaveError = std::move(error->message);
       systemLog("%@", _lastSaveError);
     }
@@ -95,8 +95,8 @@ bool AccountsManager::writeRegistry(std::vector<Value> accounts, const std::stri
   return _lastSaveError.empty();
 }
 
-/// Tells those concerned what a save changed. Notifiers are called from here, before the snapshot that they are told
-/// the difference to is retaken.
+/// Tells those concerned what a save changed. Notifiers are called from here, before the snapshot that they
+/// are told the difference to is retaken.
 void AccountsManager::announceSave() { _setOriginalAccountDictionaries(); }
 
 }  // namespace roster

@@ -3,6 +3,9 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <span>
+#include <system_error>
 
 #include "account/vocabulary.h"
 #include "platform/file_system.h"
@@ -12,43 +15,6 @@
 namespace roster {
 
 namespace {
-
-/// How far down a faulty element is taken apart: its properties, their elements, and the properties of those. A child
-/// account is an element of a property.
-constexpr int salvageDepth = 3;
-/// Parts that are looked at in one faulty element. Shared parts could make a small file stand for endless ones.
-constexpr std::size_t salvageWork = 100'000;
-
-class Salvage {
- public:
-  Value usable(const Value& value, int levels) {
-    if (value.fault() == Fault::none) return value;
-    if (levels == 0 || parts_ > salvageWork) return {};
-    return value.isArray() ? usableArray(*value.array(), levels) : usableDictionary(*value.dictionary(), levels);
-  }
-
- private:
-  Value usableArray(const Array& array, int levels) {
-    std::vector<Value> elements;
-    for (const Value& element : array) {
-      if (++parts_ > salvageWork) break;
-      Value part = usable(element, levels - 1);
-      if (!part.isNil()) elements.push_back(std::move(part));
-    }
-    return Array(std::move(elements));
-  }
-
-  Value usableDictionary(const Dictionary& dictionary, int levels) {
-    MutableDictionary entries;
-    for (const DictionaryEntry& entry : dictionary) {
-      if (++parts_ > salvageWork) break;
-      if (!entry.key.isNil()) entries.set(entry.key, usable(entry.value, levels - 1));
-    }
-    return entries.snapshot();
-  }
-
-  std::size_t parts_ = 0;
-};
 
 /// What about "Accounts" cannot be read as accounts; empty when there is nothing.
 std::string damageOf(const Array& accounts) {
@@ -62,6 +28,21 @@ std::string damageOf(const Array& accounts) {
     }
   }
   return {};
+}
+
+/// What about the file cannot be read as a registry; empty when there is nothing.
+std::string damageOf(const Value& file, const Dictionary& root, const std::optional<Array>& accounts) {
+  std::string damage;
+  if (accounts) {
+    damage = damageOf(*accounts);
+  } else if (root.contains(kPlistAccountsKey)) {
+    damage = "its \"Accounts\" are not an array";
+  }
+  if (!damage.empty()) return damage;
+  if (file.fault() != Fault::none) return "it has a value that " + std::string(describe(file.fault()));
+  // A version alone may be meant. Without it the accounts may be there, but not under their key.
+  const bool isEmptyRegistry = root.size() == 1 && root.contains(kPlistVersionKey);
+  return accounts || isEmptyRegistry ? "" : "it has no \"Accounts\"";
 }
 
 Registry damaged(std::string why) {
@@ -87,8 +68,6 @@ std::string utcTime() {
 
 }  // namespace
 
-Value usablePart(const Value& element) { return Salvage().usable(element, salvageDepth); }
-
 Registry SettingsFile::read() const {
   using Status = PropertyListFile::Status;
   const PropertyListFile file = readPropertyListFile(path_, Soundness::inspected);
@@ -99,28 +78,31 @@ Registry SettingsFile::read() const {
 
   Registry registry;
   registry.version = root->find(kPlistVersionKey).integer().value_or(0);
-  const Value accounts = root->find(kPlistAccountsKey);
-  registry.accounts = accounts.array();
-  if (registry.accounts) {
-    registry.damage = damageOf(*registry.accounts);
-  } else if (root->contains(kPlistAccountsKey)) {
-    registry.damage = "its \"Accounts\" are not an array";
-  }
+  registry.accounts = root->find(kPlistAccountsKey).array();
+  registry.damage = damageOf(file.value, *root, registry.accounts);
   return registry;
 }
 
-std::optional<Error> SettingsFile::write(const std::string& bytes) const {
-  return replaceFile(path_, std::as_bytes(std::span(bytes)));
+std::optional<Error> SettingsFile::replace(const std::string& bytes, const std::string& damage) const {
+  const bool isToBeKept = !damage.empty() && fileExists(path_);
+  const std::string copy = isToBeKept ? nameForDamaged() : std::string();
+  if (isToBeKept) {
+    if (std::optional<Error> error = keepFileAs(path_, copy)) return error;
+  }
+  std::optional<Error> error = replaceFile(path_, std::as_bytes(std::span(bytes)));
+  // While the damaged file is still in its place, a second name for it would only be litter.
+  std::error_code ignored;
+  const bool isLitter = error && isToBeKept && std::filesystem::equivalent(path_, copy, ignored);
+  if (isLitter) std::filesystem::remove(copy, ignored);
+  if (isToBeKept && !isLitter) systemLog("Kept the damaged registry %@ as %@: %@", path_, copy, damage);
+  return error;
 }
 
-std::optional<Error> SettingsFile::keepDamaged(const std::string& damage) const {
-  if (!fileExists(path_)) return std::nullopt;
+std::string SettingsFile::nameForDamaged() const {
   const std::string base = path_ + ".damaged-" + utcTime();
-  std::string copy = base;
-  for (int attempt = 2; fileExists(copy); ++attempt) copy = base + "-" + std::to_string(attempt);
-  if (std::optional<Error> error = keepFileAs(path_, copy)) return error;
-  systemLog("Kept the damaged registry %@ as %@: %@", path_, copy, damage);
-  return std::nullopt;
+  std::string name = base;
+  for (int attempt = 2; fileExists(name); ++attempt) name = base + "-" + std::to_string(attempt);
+  return name;
 }
 
 Result<std::string> registryBytes(std::vector<Value> accounts) {

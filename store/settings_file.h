@@ -7,6 +7,7 @@
 
 #include "platform/result.h"
 #include "platform/value.h"
+#include "store/salvage.h"
 
 namespace roster {
 
@@ -19,8 +20,8 @@ struct Registry {
   std::optional<Array> accounts;
   /// The value under "Version", 0 when there is none.
   std::int64_t version = 0;
-  /// Why the file, though it exists, cannot be read as a registry in full; empty when it can, or there is no file.
-  /// What cannot be read is not lost as long as the file itself is kept.
+  /// Why the file, though it exists, cannot be read as a registry in full; empty when it can, or there is no
+  /// file. What cannot be read is not lost as long as the file itself is kept.
   std::string damage;
 };
 
@@ -34,22 +35,18 @@ class SettingsFile {
   /// Reads the file. A missing one gives an empty registry.
   Registry read() const;
 
-  /// Replaces the file atomically. Returns nothing on success, else what failed; the old file is then whole.
-  std::optional<Error> write(const std::string& bytes) const;
-
-  /// Keeps a damaged file beside its successor-to-be, under its own name with ".damaged-" and the time in UTC, and
-  /// says so in the system log. Returns nothing on success or when there is no file.
-  std::optional<Error> keepDamaged(const std::string& damage) const;
+  /// Replaces the file atomically. A damaged one is kept beside its successor, under its own name with
+  /// ".damaged-" and the time in UTC, and one line in the system log says so. Returns nothing on success,
+  /// else what failed; the old file is then whole, and so it is when it could not be kept.
+  std::optional<Error> replace(const std::string& bytes, const std::string& damage) const;
 
  private:
+  std::string nameForDamaged() const;
+
   std::string path_;
 };
 
 /// The bytes of a registry with these accounts, in their order, in the current layout.
 Result<std::string> registryBytes(std::vector<Value> accounts);
-
-/// The properties of one account from an element of "Accounts" or "ChildAccounts": the element itself when it is
-/// sound. Otherwise what is left of it without the parts that cannot be followed; nil when that is nothing.
-Value usablePart(const Value& element);
 
 }  // namespace roster
