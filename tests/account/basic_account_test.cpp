@@ -1,0 +1,171 @@
+#include "account/basic_account.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <regex>
+
+#include "platform/assertion.h"
+#include "tests/support/temporary_device.h"
+#include "tests/support/values.h"
+
+namespace roster::testing {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+class BasicAccountTest : public ::testing::Test {
+ protected:
+  static std::shared_ptr<BasicAccount> account(
+      std::initializer_list<std::pair<std::string_view, Value>> more) {
+    MutableDictionary properties(Dictionary{{"Type", "Mail"}, {"Class", "IMAPAccount"}});
+    for (const auto& [key, value] : more) properties.set(key, value);
+    return BasicAccount::accountWithProperties(properties);
+  }
+
+  TemporaryDevice device;
+  CapturedLog log;
+};
+
+TEST_F(BasicAccountTest, IsNotMadeFromFaultyPropertiesAndSaysEveryReason) {
+  const std::string type = "[-[BasicAccount initWithProperties:]] Invalid account type: ";
+  const std::string noClass = "[-[BasicAccount initWithProperties:]] Missing account class.";
+  const std::pair<Dictionary, Lines> cases[] = {
+      {{}, {type + "(null)", noClass}},
+      {{{"Type", "Fax"}, {"Class", "X"}}, {type + "Fax"}},
+      {{{"Type", "mail\nx"}, {"Class", ""}}, {type + "mail\\nx", noClass}},
+      {{{"Type", 7}, {"Class", "X"}}, {type + "7"}},
+      {{{"Type", "Mail"}, {"Class", array("X")}}, {noClass}}};
+  for (const auto& [properties, lines] : cases) {
+    log.clear();
+    EXPECT_EQ(BasicAccount::accountWithProperties(properties), nullptr);
+    EXPECT_EQ(log.lines(), lines);
+  }
+}
+
+TEST_F(BasicAccountTest, AssertsWhatOnlyAProgrammerCanGetWrong) {
+  struct Case {
+    std::function<bool()> isMade;
+    std::string operation;
+    std::string message;
+  };
+  const std::string initWithType = "-[BasicAccount _initWithType:class:]";
+  const auto make = [](const char* type, const char* accountClass) {
+    return [=] { return BasicAccount::accountWithTypeClass(type, accountClass) != nullptr; };
+  };
+  const Case cases[] = {
+      {[] { return BasicAccount::init() != nullptr; }, "-[BasicAccount init]", "Don't use this method"},
+      {make("Fax", ""), initWithType, "The account class is required."},
+      {make("Fax", "X"), initWithType, "The account type (Fax) is not supported"}};
+  for (const auto& [isMade, operation, message] : cases) {
+    try {
+      isMade();
+      ADD_FAILURE() << message;
+    } catch (const AssertionFailure& failure) {
+      EXPECT_EQ(failure.report().operation, operation);
+      EXPECT_EQ(failure.report().message, message);
+      EXPECT_EQ(failure.report().sourceFile, "BasicAccount");
+    }
+    Lines heard;
+    const auto hear = [&](const AssertionReport& report) { heard.push_back(report.message); };
+    const auto previous = setAssertionHandler(hear);
+    EXPECT_FALSE(isMade());
+    setAssertionHandler(previous);
+    EXPECT_EQ(heard, Lines{message}) << "once, and nothing is made after a handler that returns";
+  }
+  const auto named = account({{"DisplayName", "old"}});
+  EXPECT_THROW(named->setDisplayName(String()), AssertionFailure);
+  EXPECT_EQ(named->displayName(), "old");
+}
+
+TEST_F(BasicAccountTest, GetsASyncIdentifierOnlyTogetherWithAnIdentifier) {
+  struct Case {
+    Value identifier, sync;
+    bool isIdentifierKept, isSyncKept;
+  };
+  const Case cases[] = {{{}, {}, false, false}, {{}, "S", false, true}, {"I", {}, true, true},
+                        {"I", "S", true, true}, {"", {}, true, true},   {3, 4, false, false}};
+  for (const Case& row : cases) {
+    const auto made = account({{"Identifier", row.identifier}, {"Sync Identifier", row.sync}});
+    const Value identifier = made->properties().find("Identifier");
+    EXPECT_TRUE(identifier.isString());
+    EXPECT_EQ(identifier == row.identifier, row.isIdentifierKept);
+    EXPECT_EQ(made->properties().find("Sync Identifier"), row.isSyncKept ? row.sync : identifier);
+    EXPECT_EQ(made->originalProperties().find("Identifier"), row.identifier)
+        << "the original is what was given";
+    EXPECT_EQ(made->originalProperties().find("Sync Identifier"), row.sync);
+  }
+  const auto fresh = BasicAccount::accountWithTypeClass("Gmail", "X");
+  const String id = fresh->identifier();
+  EXPECT_TRUE(std::regex_match(id.str(), std::regex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}")))
+      << id.str();
+  const Dictionary whole = {{"Type", "Gmail"}, {"Class", "X"}, {"Identifier", id}, {"Sync Identifier", id}};
+  EXPECT_EQ(fresh->properties(), whole);
+  EXPECT_EQ(fresh->originalProperties(), whole);
+}
+
+TEST_F(BasicAccountTest, ProtectsTypeAndClassFromTheGeneralSetterOnly) {
+  const auto made = account({{"Identifier", "1"}, {"Note", "n"}});
+  for (const char* key : {"Type", "Class"}) {
+    made->setAccountPropertyForKey("Other", key);
+    made->setAccountPropertyForKey({}, key);
+  }
+  made->setAccountPropertyForKey({}, "Note");
+  EXPECT_EQ(made->properties(),
+            (Dictionary{{"Type", "Mail"}, {"Class", "IMAPAccount"}, {"Identifier", "1"}}));
+  made->setAccountClass("POPAccount");
+  EXPECT_EQ(made->accountClass(), "POPAccount");
+  made->_forcedSetAccountPropertyForKey("Gmail", "Type");
+  EXPECT_EQ(made->type(), "Gmail");
+  made->_forcedSetAccountPropertyForKey({}, "Type");
+  made->removeAccountPropertyForKey("Class");
+  EXPECT_EQ(made->properties(), (Dictionary{{"Identifier", "1"}}));
+}
+
+TEST_F(BasicAccountTest, AnswersWithTheWholeChainOfParents) {
+  auto top = account({{"Identifier", "top"}, {"DisplayName", "Top"}, {"Type String", "T"}, {"Port", 993}});
+  const std::weak_ptr<BasicAccount> seenTop = top;
+  const auto middle = account({{"Identifier", "middle"}, {"Type String", 5}});
+  const auto child = account({{"Short Type String", "S"}});
+  middle->setParentAccount(top);
+  middle->setParentAccount(std::move(top));
+  child->setParentAccount(middle);
+  EXPECT_EQ(child->accountPropertyForKey("Port"), Value(993));
+  EXPECT_EQ(child->typeString(), "T") << "a number is no text, and hides none";
+  EXPECT_EQ(child->shortTypeString(), "S");
+  EXPECT_TRUE(middle->shortTypeString().isNil());
+  EXPECT_EQ(child->parentAccountIdentifier(), "middle");
+  EXPECT_TRUE(middle->parentAccount()->parentAccountIdentifier().isNil());
+
+  child->setDisplayName("Top");
+  middle->setParentAccount(nullptr);
+  EXPECT_EQ(child->displayName(), "Top") << "the child's own, though it equalled its parent's";
+  EXPECT_TRUE(child->accountPropertyForKey("Port").isNil());
+  EXPECT_TRUE(seenTop.expired());
+}
+
+TEST_F(BasicAccountTest, SharesLivePropertiesButNeverItsOriginals) {
+  MutableDictionary nested(Dictionary{{"depth", 1}});
+  const auto made = account({{"Identifier", "1"}, {"List", array(nested)}});
+  const auto depth = [](const Dictionary& properties) {
+    return properties.find("List").array()->at(0).dictionary()->find("depth");
+  };
+  nested.set("depth", 2);
+  made->properties().set("Extra", true);
+  EXPECT_EQ(depth(made->properties()), Value(2)) << "a shallow copy";
+  EXPECT_EQ(made->accountPropertyForKey("Extra"), Value(true));
+  EXPECT_EQ(depth(made->originalProperties()), Value(1));
+  EXPECT_FALSE(made->originalProperties().contains("Extra"));
+  made->setOriginalProperties(made->propertiesToSave());
+  nested.set("depth", 3);
+  EXPECT_EQ(depth(made->originalProperties()), Value(2));
+  EXPECT_TRUE(made->originalProperties().contains("Extra"));
+  const auto untouched = BasicAccount::accountWithProperties(
+      {{"Type", "Mail"}, {"Class", "X"}, {"Identifier", "1"}, {"Note", "n"}});
+  untouched->setOriginalProperties({{"Note", "other"}});
+  EXPECT_EQ(untouched->accountPropertyForKey("Note"), Value("n"))
+      << "new originals leave the record as it is";
+}
+
+}  // namespace
+}  // namespace roster::testing

@@ -1,0 +1,164 @@
+#include <gtest/gtest.h>
+
+#include "account/basic_account.h"
+#include "platform/property_list.h"
+#include "tests/support/own_process.h"
+#include "tests/support/values.h"
+
+namespace roster::testing {
+namespace {
+
+class Enablement : public OwnProcessTest {
+ protected:
+  Enablement() {
+    useOwnResources();
+    const StringList& all = BasicAccount::allSupportedDataclasses();
+    const Value backwards = arrayValue({all.rbegin(), all.rend()});
+    writeResource(
+        "AccountTypesProperties",
+        Dictionary{{"All", Dictionary{{"Supported Dataclasses", backwards}}},
+                   {"Some", Dictionary{{"Supported Dataclasses", dataclassArray("Calendars Mail Backup")}}},
+                   {"None", Dictionary()}});
+  }
+
+  static std::shared_ptr<BasicAccount> account(const char* type, const Value& provisioned = {},
+                                               const Value& enabled = {}) {
+    const auto made = BasicAccount::accountWithTypeClass(type, "X");
+    made->setAccountPropertyForKey(provisioned, "Provisioned Dataclasses");
+    made->setAccountPropertyForKey(enabled, "Enabled Dataclasses");
+    return made;
+  }
+};
+
+TEST_F(Enablement, ListsAreInCanonicalOrderWithUnknownNamesBehindAsGiven) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", ""}, {"x.b SharedStreams x.a Mail x.b SharedStreams", "Mail SharedStreams x.b x.a x.b"}};
+  const auto any = account("None");
+  for (const auto& [given, ordered] : cases) {
+    EXPECT_EQ(shortNames(any->_orderedDataclasses(dataclasses(given))), ordered);
+  }
+  EXPECT_EQ(
+      shortNames(account("All")->supportedDataclasses()),
+      "Mail Contacts Calendars Reminders Bookmarks Notes MediaStream DeviceLocator ContactsSearch Backup "
+      "Ubiquity KeyValue Satchel SharedStreams");
+  EXPECT_EQ(&BasicAccount::allSupportedDataclasses(), &BasicAccount::allSupportedDataclasses());
+  any->_forcedSetAccountPropertyForKey("Fax", kAccountType);
+  EXPECT_EQ(shortNames(any->supportedDataclasses()), "");
+}
+
+TEST_F(Enablement, ProvisionedLiesWithinSupportedAndEnabledWithinProvisioned) {
+  struct Case {
+    Value provisioned, enabled;
+    const char* isProvisioned;
+    const char* isEnabled;
+  };
+  const Value mailAndNumber = array(5, dataclass("Mail"), dataclassArray("Backup"));
+  const Case cases[] = {{{}, {}, "Mail Calendars Backup", "nil"},
+                        {{}, Array(), "Mail Calendars Backup", ""},
+                        {Array(), dataclassArray("Mail"), "", ""},
+                        {dataclassArray("Backup Notes x.y Mail Backup"), dataclassArray("Calendars Backup"),
+                         "Mail Backup", "Backup"},
+                        {mailAndNumber, mailAndNumber, "Mail", "Mail"},
+                        {"Mail", Dictionary{{"Mail", true}}, "Mail Calendars Backup", "nil"}};
+  for (const Case& row : cases) {
+    const auto made = account("Some", row.provisioned, row.enabled);
+    EXPECT_EQ(shortNames(made->provisionedDataclasses()), row.isProvisioned);
+    EXPECT_EQ(shortNames(made->enabledDataclasses()), row.isEnabled);
+    EXPECT_EQ(made->isEnabledForDataclass(dataclass("Mail")), std::string(row.isEnabled).starts_with("Mail"));
+  }
+}
+
+TEST_F(Enablement, AChildFollowsItsParentWhileThatHasAnythingEnabled) {
+  const auto parent = account("All", dataclassArray("Mail Notes"), dataclassArray("Notes Mail Backup"));
+  const auto child = account("Some", {}, dataclassArray("Calendars Mail"));
+  const auto bareChild = account("Some");
+  for (const auto& each : {child, bareChild}) each->setParentAccount(parent);
+  EXPECT_EQ(shortNames(child->enabledDataclasses()), "Mail Notes") << "though the child's type has no Notes";
+  EXPECT_EQ(shortNames(child->provisionedDataclasses()), "Mail");
+
+  child->setAccountPropertyForKey("Calendars", "Provisioned Dataclasses");
+  EXPECT_EQ(shortNames(child->provisionedDataclasses()), "Mail") << "a text is no list, and hides none";
+
+  parent->setEnabledForDataclasses({});
+  EXPECT_EQ(shortNames(bareChild->enabledDataclasses()), "nil");
+
+  parent->setAccountPropertyForKey(dataclassArray("Backup"), "Enabled Dataclasses");
+  EXPECT_EQ(shortNames(parent->enabledDataclasses()), "");
+  EXPECT_EQ(shortNames(child->enabledDataclasses()), "Mail") << "an empty list does not lead";
+  EXPECT_EQ(shortNames(bareChild->enabledDataclasses()), "") << "stored by the parent, provisioned by nobody";
+  bareChild->setEnabledForDataclass(true, dataclass("Mail"));
+  EXPECT_EQ(bareChild->properties().find("Enabled Dataclasses"), dataclassArray("Mail"))
+      << "the child's own list starts empty, not with its parent's";
+}
+
+/// An array of a text and a thing that no property list may hold.
+Value damagedArray() {
+  const char bytes[] =
+      "bplist00\xA2\x01\x02\x51X\x80\x05\x08\x0B\x0D\0\0\0\0\0\0\x01\x01\0\0\0\0\0\0\0\x03"
+      "\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x0F";
+  Result<Value> parsed =
+      parsePropertyList(Bytes(std::string_view(bytes, sizeof bytes - 1)), Soundness::inspected);
+  return parsed ? *parsed : Value();
+}
+
+TEST_F(Enablement, SwitchingStoresASetAndLeavesWhatIsNoDataclass) {
+  struct Case {
+    Value before;
+    bool isEnabled;
+    const char* name;
+    Value after;
+  };
+  const Value odd = array(5, dataclass("Mail"), dataclass("Mail"), "x.y", 5.5);
+  const Value damaged = damagedArray();
+  ASSERT_TRUE(damaged.isArray());
+  const Case cases[] = {
+      {{}, true, "Mail", dataclassArray("Mail")},
+      {{}, false, "Mail", Array()},
+      {"Mail", true, "Mail", dataclassArray("Mail")},
+      {dataclassArray("Notes"), false, "Notes", dataclassArray("Notes")},
+      {dataclassArray("Mail Mail Backup"), true, "Mail", dataclassArray("Mail Backup")},
+      {odd, true, "Calendars", array(5, dataclass("Mail"), "x.y", 5.5, dataclass("Calendars"))},
+      {odd, false, "Mail", array(5, "x.y", 5.5)},
+      {damaged, true, "Mail", array("X", dataclass("Mail"))}};
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    const auto made = account("Some", Array(), cases[i].before);
+    made->setEnabledForDataclass(cases[i].isEnabled, dataclass(cases[i].name));
+    EXPECT_EQ(made->properties().find("Enabled Dataclasses"), cases[i].after) << i;
+  }
+}
+
+TEST_F(Enablement, SwitchingManyReplacesTheListAndForcingAsksForNoSupport) {
+  const auto made = account("Some", {}, dataclassArray("Backup x.y"));
+  made->setEnabledForDataclasses(dataclasses("Notes Mail Calendars Mail"));
+  made->_forcedSetEnabledForDataclass(true, dataclass("Notes"));
+  EXPECT_EQ(made->properties().find("Enabled Dataclasses"), dataclassArray("Mail Calendars Notes"));
+  EXPECT_FALSE(made->isEnabledForDataclass(dataclass("Notes")));
+  made->setEnabledForDataclasses(dataclasses("Notes"));
+  EXPECT_FALSE(made->properties().contains("Enabled Dataclasses"));
+}
+
+TEST_F(Enablement, RestrictionsTakeDataclassesAwayFromOneQueryToTheNext) {
+  const std::pair<Dictionary, const char*> cases[] = {
+      {{{"CloudDocumentSync", false}}, "Ubiquity KeyValue"},
+      {{{"PhotoStream", false}}, "MediaStream"},
+      {{{"SharedPhotoStreams", 2}}, "SharedStreams"},
+      {{{"CloudBackup", false}, {"CardsWhileLocked", 1}}, "Backup"},
+      {{{"PhotoStream", true}, {"CardsWhileLocked", 3}, {"SharedPhotoStreams", "2"}}, ""},
+      {{{"CloudDocumentSync", 2}, {"CardsWhileLocked", 2}}, "Ubiquity KeyValue Satchel"},
+      {{}, ""}};
+  const Value all = arrayValue(BasicAccount::allSupportedDataclasses());
+  const auto made = account("All", {}, all);
+  for (const auto& [restrictions, taken] : cases) {
+    device.writePropertyList("etc/roster/restrictions.plist", restrictions);
+    const auto restricted = made->_profileRestrictedDataclasses();
+    EXPECT_EQ(shortNames(made->_orderedDataclasses({restricted.begin(), restricted.end()})), taken);
+    StringList left = BasicAccount::allSupportedDataclasses();
+    std::erase_if(left, [&](const std::string& name) { return restricted.contains(name); });
+    EXPECT_EQ(made->enabledDataclasses(), left);
+    for (const std::string& name : restricted) made->setEnabledForDataclass(true, name);
+    EXPECT_EQ(made->properties().find("Enabled Dataclasses"), all) << "stored all the same";
+  }
+}
+
+}  // namespace
+}  // namespace roster::testing

@@ -1,0 +1,53 @@
+#include "diag/debug_log.h"
+
+#include <array>
+
+#include "tests/support/own_process.h"
+
+namespace roster::testing {
+namespace {
+
+using Lines = std::vector<std::string>;
+using ValueAndIsOn = std::pair<std::string, bool>;
+
+class DebugLog : public OwnProcessTest, public ::testing::WithParamInterface<ValueAndIsOn> {
+ protected:
+  void setPreference(const std::string& value) const {
+    const std::string entry = value.empty() ? "" : "<key>RSLoggingEnabled</key>" + value;
+    device.writeFile("home/user/Library/Preferences/GlobalPreferences.plist",
+                     "<plist><dict>" + entry + "</dict></plist>");
+  }
+  Lines write() {
+    log.clear();
+    const Dictionary properties = {{"Type", "Mail"}};
+    RSLog("Saving all accounts");
+    RSLog("Inserting account:", properties);
+    RSLog("%@:%@", "Mail", properties, "surplus");
+    const std::array list = {LogArgument(1), LogArgument("two"), LogArgument(Value())};
+    RSLog("Merging inmem %@ orig %@ onDisk %@", std::span<const LogArgument>(list));
+    systemLog("an error");
+    return log.lines();
+  }
+};
+
+TEST_P(DebugLog, FollowsThePreferenceAsItWasAtTheFirstMessage) {
+  const auto& [value, isOn] = GetParam();
+  const Lines all = {"Saving all accounts", "Inserting account:", "Mail:{Type = \"Mail\"}",
+                     "Merging inmem 1 orig two onDisk (null)", "an error"};
+  const Lines expected = isOn ? all : Lines{"an error"};
+  setPreference(value);
+  EXPECT_EQ(write(), expected);
+  setPreference(isOn ? "<false/>" : "<true/>");
+  EXPECT_EQ(getRSLoggingEnabled(), isOn);
+  EXPECT_EQ(write(), expected) << "until the process starts anew";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Preferences, DebugLog,
+    ::testing::Values(ValueAndIsOn{"", false}, ValueAndIsOn{"<false/>", false}, ValueAndIsOn{"<true/>", true},
+                      ValueAndIsOn{"<integer>0</integer>", false}, ValueAndIsOn{"<integer>2</integer>", true},
+                      ValueAndIsOn{"<string>YES</string>", true}, ValueAndIsOn{"<string>no</string>", false},
+                      ValueAndIsOn{"<array><true/></array>", false}));
+
+}  // namespace
+}  // namespace roster::testing

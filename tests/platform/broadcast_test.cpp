@@ -1,0 +1,53 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "platform/device.h"
+#include "tests/support/private_bus.h"
+#include "tests/support/temporary_device.h"
+
+namespace roster::testing {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+TEST(Broadcast, ReachesAnyListenerInOrderWithApplicationAndKey) {
+  const TemporaryDevice device;
+  const PrivateBus bus(device);
+  SignalListener listener("com.nimbal.roster.Preferences");
+  const CapturedLog log;
+  broadcastPreferencesChanged("com.nimbal.inkwell", "MailAccounts");
+  broadcastPreferencesChanged("org.example.other", "Schlüssel");
+  EXPECT_EQ(listener.next(), (Lines{"/com/nimbal/roster", "Changed", "com.nimbal.inkwell", "MailAccounts"}));
+  EXPECT_EQ(listener.next(), (Lines{"/com/nimbal/roster", "Changed", "org.example.other", "Schlüssel"}));
+  EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST(Broadcast, WithoutABusIsOneLineWithTheSystemsText) {
+  const TemporaryDevice device;
+  const CapturedLog log;
+  broadcastPreferencesChanged("com.nimbal.inkwell", "MailAccounts");
+  EXPECT_EQ(log.lines(), Lines{"Could not tell com.nimbal.inkwell that its preference MailAccounts changed: "
+                               "could not open the system bus: No such file or directory"});
+}
+
+TEST(Broadcast, IsGivenUpWhenTheBusDoesNotAnswer) {
+  const TemporaryDevice device;
+  device.writeFile("run/placeholder", "");
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+  device.busSocket().copy(address.sun_path, sizeof address.sun_path - 1);
+  const int mute = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(bind(mute, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(mute, 1), 0);
+
+  const CapturedLog log;
+  broadcastPreferencesChanged("com.nimbal.inkwell", "MailAccounts");
+  close(mute);
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_TRUE(log.lines()[0].ends_with("the system bus does not answer: Connection timed out"))
+      << log.lines()[0];
+}
+
+}  // namespace
+}  // namespace roster::testing

@@ -1,0 +1,172 @@
+#include "platform/device.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <regex>
+#include <set>
+#include <thread>
+
+#include "tests/support/temporary_device.h"
+
+namespace roster::testing {
+namespace {
+
+constexpr const char* restrictionsFile = "etc/roster/restrictions.plist";
+
+TEST(DeviceRoot, IsAbsoluteWithoutSlashesAtTheEnd) {
+  TemporaryDevice device;
+  const std::string here = std::filesystem::current_path();
+  const std::pair<std::optional<std::string>, std::string> cases[] = {
+      {std::nullopt, ""}, {"", ""}, {"/", ""}, {"///", ""}, {"/a/b//", "/a/b"}, {"c/d/", here + "/c/d"},
+  };
+  for (const auto& [variable, root] : cases) {
+    device.setEnvironment("ROSTER_ROOT", variable);
+    EXPECT_EQ(deviceRoot(), root);
+    EXPECT_EQ(sharedPreferencesPath("x.plist"), root + "/var/lib/roster/Preferences/x.plist");
+  }
+}
+
+TEST(HomeDirectory, ComesFromTheUserDatabaseWhenTheVariableHasNoUsablePath) {
+  TemporaryDevice device;
+  EXPECT_EQ(homeDirectory(), device.home());
+  device.setEnvironment("HOME", std::nullopt);
+  const std::string registered = homeDirectory();
+  EXPECT_TRUE(registered.starts_with('/')) << registered;
+  device.setEnvironment("HOME", "relative");
+  EXPECT_EQ(homeDirectory(), registered);
+}
+
+TEST(DeviceInformation, PrefersTheDevicesDescriptionToTheKernelAndTheChassis) {
+  const TemporaryDevice device;
+  const String machine = deviceInformation("CPUArchitecture");
+  EXPECT_FALSE(machine.isEmpty());
+  EXPECT_TRUE(deviceInformation("DeviceClass").isNil());
+  device.writeFile("etc/machine-info", "CHASSIS=handset\n");
+  EXPECT_EQ(deviceInformation("DeviceClass"), "handset");
+
+  device.writePropertyList("etc/roster/device.plist",
+                           Dictionary{{"CPUArchitecture", 6}, {"DeviceClass", "Vireo"}, {"Colour", "blue"}});
+  EXPECT_EQ(deviceInformation("CPUArchitecture"), machine) << "a number is not an answer";
+  EXPECT_EQ(deviceInformation("DeviceClass"), "Vireo");
+  EXPECT_EQ(deviceInformation("Colour"), "blue");
+  EXPECT_TRUE(deviceInformation("Weight").isNil());
+}
+
+TEST(DeviceInformation, ReadsTheChassisAsAShellWould) {
+  const TemporaryDevice device;
+  const std::pair<std::string, String> cases[] = {
+      {"PRETTY_HOSTNAME=x\nCHASSIS=tablet", "tablet"},
+      {"CHASSIS=\"big tablet\"  # by hand\r\n", "big tablet"},
+      {"  CHASSIS = 'a \"b\" # c' \n", "a \"b\" # c"},
+      {"CHASSIS=\"a\\\"b\\$\\c\"\n", "a\"b$\\c"},
+      {"CHASSIS=a\\ b#c'd'   # e\n", "a b#cd"},
+      {"CHASSIS=first\nCHASSIS=second\n", "second"},
+      {"CHASSIS=whole\nCHASSIS=\"open\n", "whole"},
+      {"#CHASSIS=tablet\nXCHASSIS=tablet\nCHASSIS\n", {}},
+      {"CHASSIS=\n", {}},
+      {"CHASSIS=\"\"\n", {}},
+  };
+  for (const auto& [text, chassis] : cases) {
+    device.writeFile("etc/machine-info", text);
+    EXPECT_EQ(deviceInformation("DeviceClass"), chassis) << text;
+  }
+}
+
+TEST(Restriction, FollowsTheFileThroughEveryChange) {
+  const TemporaryDevice device;
+  EXPECT_EQ(restriction(Feature::cloudBackup), 0);
+  // Of one size and within one tick of the file system's clock, so that only the contents tell them apart.
+  const std::pair<Value, int> answers[] = {{2, 2}, {1, 1},     {7, 7},   {true, 1},
+                                           {0, 0}, {false, 2}, {"2", 0}, {std::int64_t{1} << 40, 0}};
+  for (const auto& [value, answer] : answers) {
+    device.writePropertyList(restrictionsFile, Dictionary{{"CloudBackup", value}});
+    EXPECT_EQ(restriction(Feature::cloudBackup), answer);
+    EXPECT_EQ(restriction(Feature::photoStream), 0);
+  }
+  std::filesystem::remove(device.path(restrictionsFile));
+  EXPECT_EQ(restriction(Feature::cloudBackup), 0);
+}
+
+TEST(Restriction, KnowsEveryFeatureByItsName) {
+  const TemporaryDevice device;
+  device.writePropertyList(restrictionsFile, Dictionary{{"CloudDocumentSync", 11},
+                                                        {"PhotoStream", 12},
+                                                        {"SharedPhotoStreams", 13},
+                                                        {"CloudBackup", 14},
+                                                        {"CardsWhileLocked", 15}});
+  int expected = 11;
+  for (const Feature feature : {Feature::cloudDocumentSync, Feature::photoStream, Feature::sharedPhotoStreams,
+                                Feature::cloudBackup, Feature::cardsWhileLocked}) {
+    EXPECT_EQ(restriction(feature), expected++);
+  }
+}
+
+TEST(Restriction, CountsADamagedFileAsAllowedAndSaysSoOncePerChange) {
+  const TemporaryDevice device;
+  const CapturedLog log;
+  const auto change = [&](std::string_view text) {
+    std::string path = device.writeFile(restrictionsFile, text);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(restriction(Feature::cloudBackup), 0);
+    return path;
+  };
+  const std::string path = change("bplist00 and then nothing");
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_NE(log.lines()[0].find(path), std::string::npos) << log.lines()[0];
+  device.writePropertyList(restrictionsFile, "text");
+  EXPECT_EQ(restriction(Feature::cloudBackup), 0);
+  EXPECT_EQ(log.lines().size(), 2U);
+  change("damaged otherwise");
+  EXPECT_EQ(log.lines().size(), 3U);
+}
+
+TEST(Restriction, MayBeAskedFromManyThreadsWhileTheFileIsReplaced) {
+  const TemporaryDevice device;
+  const std::string path = device.writePropertyList(restrictionsFile, Dictionary{{"PhotoStream", 1}});
+  std::vector<std::jthread> askers;
+  askers.reserve(3);
+  for (int i = 0; i < 3; ++i) {
+    askers.emplace_back([](const std::stop_token& stop) {
+      // Answers may not go back to what the file said before.
+      for (int last = 1; !stop.stop_requested();) {
+        const int answer = restriction(Feature::photoStream);
+        EXPECT_TRUE(answer >= last && answer <= 50) << answer << " after " << last;
+        last = answer;
+      }
+    });
+  }
+  for (int i = 2; i <= 50; ++i) {
+    std::filesystem::rename(device.writePropertyList("new.plist", Dictionary{{"PhotoStream", i}}), path);
+  }
+}
+
+TEST(Preference, OfTheRunningProgramGoesBeforeTheGlobalOne) {
+  const TemporaryDevice device;
+  const std::string program = std::filesystem::read_symlink("/proc/self/exe").filename();
+  const auto write = [&](const std::string& domain, const Value& value) {
+    device.writePropertyList("home/user/Library/Preferences/" + domain + ".plist", value);
+  };
+  EXPECT_TRUE(preference("Key").isNil());
+  write("GlobalPreferences", Dictionary{{"Key", "global"}, {"Other", true}});
+  EXPECT_EQ(preference("Key"), Value("global"));
+  write(program, Dictionary{{"Key", 5}});
+  EXPECT_EQ(preference("Key"), Value(5));
+  EXPECT_EQ(preference("Other"), Value(true));
+  EXPECT_EQ(preferenceOfDomain("Key", "GlobalPreferences"), Value("global"));
+  for (const std::string domain : {"", "nobody", "../Preferences/GlobalPreferences"}) {
+    EXPECT_TRUE(preferenceOfDomain("Key", domain).isNil()) << domain;
+  }
+}
+
+TEST(Uuid, IsARandomOneInUpperCase) {
+  const std::regex canonical("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+  std::set<std::string> drawn;
+  for (int i = 0; i < 200; ++i) {
+    const std::string text = createUuidText().value_or("");
+    EXPECT_TRUE(std::regex_match(text, canonical)) << text;
+    EXPECT_TRUE(drawn.insert(text).second) << text;
+  }
+}
+
+}  // namespace
+}  // namespace roster::testing

@@ -1,0 +1,121 @@
+"""Other programs' property-list libraries and this one read what the other wrote, with nothing lost on the way."""
+
+import datetime
+import os
+import plistlib
+import random
+import shutil
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+COPY = Path(os.environ["ROSTER_TEST_PROGRAMS"]) / "plist_copy"
+CONVERTER = shutil.which("plistutil")
+
+SCALARS = [
+    True, False, 0, 1, -1, 127, 128, 255, 256, 65535, 65536, 2**31, 2**32 - 1, 2**32, 2**63 - 1, 2**63, 2**64 - 1,
+    -128, -2**31, -2**63, 0.0, 1.0, -2.5, 0.1, 1e300, 5e-324, 2.0**53, "", "plain", "x" * 14, "x" * 15, "x" * 300,
+    "Zoë", "日本語", "🎈 and text", "line\nand\ttab", "<&>\"'", "é" * 15, b"", b"\x00\xff", b"d" * 1000,
+    datetime.datetime(2001, 1, 1), datetime.datetime(1970, 1, 1), datetime.datetime(2024, 2, 29, 23, 59, 59),
+    datetime.datetime(1, 1, 1), datetime.datetime(9999, 12, 31, 23, 59, 59), [], {}, {"": "empty key"},
+]
+
+
+def random_value(source, depth=0):
+    kind = source.randrange(8 if depth < 6 else 5)
+    if kind == 5:
+        return [random_value(source, depth + 1) for _ in range(source.randrange(20))]
+    if kind > 5:
+        return {random_text(source): random_value(source, depth + 1) for _ in range(source.randrange(20))}
+    return [lambda: source.choice(SCALARS), lambda: source.randrange(-2**63, 2**64), lambda: source.uniform(-9, 9),
+            lambda: random_text(source), lambda: source.randbytes(source.randrange(40))][kind]()
+
+
+def random_text(source):
+    return "".join(source.choice("aZ0 é日🎈.") for _ in range(source.randrange(source.choice((4, 40)))))
+
+
+def typed(value):
+    """The value with its types, so that 1, 1.0 and True differ."""
+    if isinstance(value, list):
+        return [typed(element) for element in value]
+    if isinstance(value, dict):
+        return {key: typed(element) for key, element in value.items()}
+    return type(value).__name__, repr(value)
+
+
+def copy(source, target):
+    return subprocess.run([COPY, source, target], capture_output=True, text=True, check=False)
+
+
+class PropertyListPeers(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+
+    def values(self):
+        source = random.Random(20)
+        yield SCALARS
+        yield {f"key {index}": value for index, value in enumerate(SCALARS)}
+        yield from ([random_value(source) for _ in range(10)] for _ in range(5))
+
+    def copied(self, data):
+        """What our program makes of the bytes, as bytes."""
+        source, target = self.folder / "from.plist", self.folder / "to.plist"
+        source.write_bytes(data)
+        result = copy(source, target)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return target.read_bytes()
+
+    def test_the_standard_library_reads_back_what_it_wrote(self):
+        for value in self.values():
+            for file_format in (plistlib.FMT_XML, plistlib.FMT_BINARY):
+                data = self.copied(plistlib.dumps(value, fmt=file_format, sort_keys=False))
+                back = plistlib.loads(data, fmt=plistlib.FMT_BINARY)
+                self.assertEqual(typed(back), typed(value))
+
+    def test_many_objects_take_wide_references(self):
+        for count in (255, 256, 65536):
+            value = [index * 3 for index in range(count)]
+            data = self.copied(plistlib.dumps(value, fmt=plistlib.FMT_BINARY))
+            self.assertEqual(plistlib.loads(data), value)
+
+    def test_fractions_of_a_second_survive(self):
+        value = [datetime.datetime(2020, 1, 2, 3, 4, 5, 250000), datetime.datetime(1999, 12, 31, 23, 59, 59, 500000)]
+        data = self.copied(plistlib.dumps(value, fmt=plistlib.FMT_BINARY))
+        self.assertEqual(plistlib.loads(data), value)
+
+    def test_what_has_no_place_is_refused_with_a_reason(self):
+        source = self.folder / "uid.plist"
+        source.write_bytes(plistlib.dumps({"key": plistlib.UID(7)}, fmt=plistlib.FMT_BINARY))
+        result = copy(source, self.folder / "to.plist")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("holds a UID", result.stderr)
+        self.assertIn(str(source), result.stderr)
+
+    @unittest.skipUnless(CONVERTER, "no second converter is installed (Debian package libplist-utils)")
+    def test_a_second_converter_agrees(self):
+        # Numbers and dates that this converter itself keeps.
+        value = {"texts": [element for element in SCALARS if isinstance(element, str)],
+                 "data": [b"\x00\xff", b"d" * 1000],
+                 "numbers": [0, 255, 256, 65536, 2**32, 2**63 - 1, 2**64 - 1, 0.5, -2.5, True, False],
+                 "nested": [[], {}, [[{"a": {"b": ["c"]}}]]],
+                 "date": datetime.datetime(2024, 2, 29, 23, 59, 59)}
+
+        def converted(data, file_format):
+            source, target = self.folder / "in.plist", self.folder / "out.plist"
+            source.write_bytes(data)
+            subprocess.run([CONVERTER, "-i", source, "-o", target, "-f", file_format], check=True)
+            return target.read_bytes()
+
+        ours = self.copied(plistlib.dumps(value, fmt=plistlib.FMT_BINARY))
+        self.assertEqual(typed(plistlib.loads(converted(ours, "xml"))), typed(value))
+        for file_format in ("xml", "bin"):
+            data = self.copied(converted(ours, file_format))
+            self.assertEqual(typed(plistlib.loads(data)), typed(value))
+
+
+if __name__ == "__main__":
+    unittest.main()

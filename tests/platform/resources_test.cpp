@@ -1,0 +1,81 @@
+#include "platform/resources.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/temporary_device.h"
+
+namespace roster::testing {
+namespace {
+
+class Resources : public ::testing::Test {
+ protected:
+  Resources() { device.setEnvironment("ROSTER_RESOURCES", device.path("resources")); }
+
+  void writeTable(const std::string& language, const Value& table) const {
+    device.writePropertyList("resources/strings/" + language + "/Words.plist", table);
+  }
+
+  TemporaryDevice device;
+  CapturedLog log;
+};
+
+TEST_F(Resources, AreFoundByNameAndType) {
+  EXPECT_EQ(resourcePath("Things", "plist"), "");
+  const std::string path = device.writeFile("resources/Things.plist", "");
+  EXPECT_EQ(resourcePath("Things", "plist"), path);
+  device.writeFile("resources/Folder.plist/x", "");
+  EXPECT_EQ(resourcePath("Folder", "plist"), "");
+}
+
+TEST_F(Resources, SpeakTheUsersLanguageAndElseEnglish) {
+  writeTable("en", Dictionary{{"yes", "yes"}, {"no", "no"}, {"perhaps", "perhaps"}});
+  writeTable("de", Dictionary{{"yes", "ja"}, {"no", "nein"}, {"perhaps", 3}});
+  writeTable("de_AT", Dictionary{{"yes", "jo"}});
+  struct Case {
+    const char* all;
+    const char* messages;
+    const char* language;
+    const char* texts;
+  };
+  const Case cases[] = {
+      {"", "", "", "yes no perhaps"},
+      {"", "", "de_AT.UTF-8", "jo nein perhaps"},
+      {"", "de_CH@euro", "en_US.UTF-8", "ja nein perhaps"},
+      {"C.UTF-8", "de", "de", "yes no perhaps"},
+      {"POSIX", "de", "de", "yes no perhaps"},
+      {"en_GB.UTF-8", "de", "de", "yes no perhaps"},
+      {"tlh", "", "", "yes no perhaps"},
+      {"../de", "", "", "yes no perhaps"},
+  };
+  for (const auto& [all, messages, language, texts] : cases) {
+    device.setEnvironment("LC_ALL", all);
+    device.setEnvironment("LC_MESSAGES", messages);
+    device.setEnvironment("LANG", language);
+    EXPECT_EQ(localizedString("yes", "Words") + " " + localizedString("no", "Words") + " " +
+                  localizedString("perhaps", "Words"),
+              texts)
+        << all << "|" << messages << "|" << language;
+  }
+  EXPECT_EQ(log.lines(), std::vector<std::string>{});
+}
+
+TEST_F(Resources, GiveTheCallersTextForWhatNobodyTranslated) {
+  writeTable("en", Dictionary{{"empty", ""}});
+  EXPECT_EQ(localizedString("empty", "Words", "instead"), "");
+  EXPECT_EQ(localizedString("unknown", "Words", "instead"), "instead");
+  EXPECT_EQ(localizedString("empty", "NoSuchTable"), "");
+  EXPECT_EQ(localizedString("empty", "../en/Words", "instead"), "instead");
+}
+
+TEST_F(Resources, ReadADamagedTableOnceAndNameIt) {
+  writeTable("en", Dictionary{{"yes", "yes"}});
+  const std::string path =
+      device.writeFile("resources/strings/de/Words.plist", "<plist version=\"1.0\"><dict>");
+  device.setEnvironment("LC_ALL", "de_DE.UTF-8");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(localizedString("yes", "Words"), "yes");
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_NE(log.lines()[0].find(path), std::string::npos) << log.lines()[0];
+}
+
+}  // namespace
+}  // namespace roster::testing

@@ -1,0 +1,227 @@
+#include <filesystem>
+
+#include "platform/linux/file_calls.h"
+#include "tests/store/store_test.h"
+#include "tests/support/binary_assembler.h"
+
+namespace roster::testing {
+namespace {
+
+/// A registry put together object by object, with references of four bytes.
+class Assembly {
+ public:
+  static constexpr unsigned width = 4;
+
+  std::uint64_t add(std::string object) {
+    objects_.push_back(std::move(object));
+    return objects_.size() - 1;
+  }
+  std::uint64_t text(std::string_view content) { return add(textObject(content)); }
+  std::uint64_t array(const std::vector<std::uint64_t>& elements) {
+    return add(arrayObject(elements, width));
+  }
+  /// Keys are few and short enough to be stored anew each time.
+  std::uint64_t dictionary(const std::vector<std::pair<std::string_view, std::uint64_t>>& entries) {
+    std::vector<std::uint64_t> references;
+    for (const auto& entry : entries) references.push_back(text(entry.first));
+    for (const auto& entry : entries) references.push_back(entry.second);
+    return add(dictionaryObject(references, width));
+  }
+  std::uint64_t account(std::string_view identifier,
+                        std::vector<std::pair<std::string_view, std::uint64_t>> more = {}) {
+    more.insert(more.end(),
+                {{"Type", text("CalDAV")}, {"Class", text("X")}, {"Identifier", text(identifier)}});
+    return dictionary(more);
+  }
+  /// The number that the next object will have.
+  std::uint64_t next() const { return objects_.size(); }
+
+  std::string registry(const std::vector<std::uint64_t>& accounts) {
+    const std::uint64_t top = dictionary({{"Accounts", array(accounts)}});
+    return assemble(objects_, {.referenceWidth = width, .top = top});
+  }
+
+ private:
+  std::vector<std::string> objects_;
+};
+
+class HostileRegistryTest : public StoreTest {
+ protected:
+  /// Loads the file, whose usable accounts must be these, and saves: the file as it was must be kept, unless
+  /// it is sound, and the accounts must be found in the new one.
+  void expectUsable(const std::string& bytes, const std::string& expected, bool isDamaged = true) {
+    const Lines before = files();
+    device.writeFile(device.registryPath(), bytes);
+    log.clear();
+    const Store store = AccountsManager::init();
+    EXPECT_EQ(identifiers(*store->allBasicAccounts()), expected);
+    store->saveAllAccounts();
+    EXPECT_EQ(store->lastSaveError(), "");
+    EXPECT_EQ(linesWith(log.lines(), "Kept the damaged registry "), isDamaged ? 1U : 0U);
+    Lines kept = files();
+    std::erase_if(kept, [&](const std::string& name) {
+      return name == fileName || std::find(before.begin(), before.end(), name) != before.end();
+    });
+    ASSERT_EQ(kept.size(), isDamaged ? 1U : 0U);
+    if (isDamaged) {
+      EXPECT_EQ(device.readFile(std::string(folder) + "/" + kept[0]), bytes);
+    }
+    log.clear();
+    EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), expected);
+    EXPECT_EQ(log.lines(), Lines());
+  }
+
+  static std::string encoded(const Value& root) { return *binaryPropertyList(root); }
+  static std::string registryOf(const Value& accounts) { return encoded(Dictionary{{"Accounts", accounts}}); }
+};
+
+TEST_F(HostileRegistryTest, WithoutAnythingToReadIsEmptyAndKept) {
+  const std::string sound = registryOf(array(stored("a")));
+  for (const std::string& bytes :
+       {std::string(), std::string("no property list"), sound.substr(0, sound.size() / 2), sound.substr(0, 8),
+        std::string("<plist><dict><key>Accounts</key>"), encoded(array(stored("a"))), encoded("text"),
+        encoded(Dictionary()), encoded(Dictionary{{"Accounts", "text"}}),
+        encoded(Dictionary{{"Accounts", stored("a")}}),
+        encoded(Dictionary{{"Bccounts", array(stored("a"))}, {"Version", 12}})}) {
+    expectUsable(bytes, "");
+  }
+  expectUsable(encoded(Dictionary{{"Version", "12"}}), "", false);
+}
+
+TEST_F(HostileRegistryTest, OfStringsGivesOneLineEach) {
+  const std::string bytes = registryOf(array("one", stored("a"), 2));
+  expectUsable(bytes, "a");
+  device.writeFile(device.registryPath(), bytes);
+  AccountsManager::init();
+  EXPECT_EQ(linesWith(log.lines(), "ERROR: Failed to create a BasicAccount from one"), 1U);
+  EXPECT_EQ(linesWith(log.lines(), "ERROR: Failed to create a BasicAccount from 2"), 1U);
+}
+
+TEST_F(HostileRegistryTest, WithWrongTypesUnderAnyKeyKeepsTheOtherAccountsAndTheOddValues) {
+  const Dictionary odd = stored("odd", {{"ChildAccounts", Dictionary{{"a", 1}}},
+                                        {"Enabled Dataclasses", array(1, 2)},
+                                        {"Provisioned Dataclasses", "text"},
+                                        {"DisplayName", 5},
+                                        {"Sync Identifier", array()}});
+  device.writePropertyList(
+      device.registryPath(),
+      Dictionary{{"Version", "new"}, {"Accounts", array(stored("x", {{"Type", 5}}), odd, stored("a"))}});
+  const Store store = AccountsManager::init();
+  EXPECT_EQ(identifiers(store->allBasicSyncableAccounts()), "odd a");
+  const Account account = store->accountWithIdentifier("odd");
+  EXPECT_TRUE(account->enabledDataclasses()->empty());
+  EXPECT_TRUE(account->displayName().isNil());
+  store->saveAllAccounts();
+  EXPECT_EQ(root().find("Accounts"), array(odd, stored("a")));
+  EXPECT_EQ(files(), Lines{std::string(fileName)}) << "an account of no known type is not damage";
+
+  writeRegistry(stored("a"), stored("x", {{"Identifier", 5}}));
+  const Store renamed = AccountsManager::init();
+  EXPECT_EQ(renamed->count(), 2U);
+  EXPECT_EQ(renamed->allBasicAccounts()->at(1)->identifier().view().size(), 36U);
+}
+
+TEST_F(HostileRegistryTest, DamagedAtAnyByteLosesNothingSilently) {
+  FileCalls withoutSync = fileCalls();
+  withoutSync.fsync = [](int) { return 0; };
+  const FileCallsOverride calls(withoutSync);
+  const std::string sound = registryOf(
+      array(stored("a"), stored("b", {{"ChildAccounts", array(stored("c"))}}), stored("d", {{"N", 2.5}})));
+  for (std::size_t at = 0; at < sound.size(); ++at) {
+    for (const int flipped : {0x01, 0x80, 0xFF, -1}) {
+      std::string bytes = sound.substr(0, flipped < 0 ? at : std::string::npos);
+      if (flipped >= 0) bytes[at] = static_cast<char>(bytes[at] ^ flipped);
+      device.writeFile(device.registryPath(), bytes);
+      log.clear();
+      const Store store = AccountsManager::init();
+      const bool isReported = linesWith(log.lines(), "ERROR: Failed to create a BasicAccount from ") > 0;
+      store->saveAllAccounts();
+      ASSERT_EQ(store->lastSaveError(), "");
+      const bool isKept = linesWith(log.lines(), "Kept the damaged registry ") == 1;
+      EXPECT_TRUE(store->count() > 0 || isReported || isKept) << "byte " << at << " flipped by " << flipped;
+      EXPECT_EQ(files().size(), isKept ? 2U : 1U);
+      EXPECT_EQ(AccountsManager::init()->count(), store->count());
+      std::filesystem::remove_all(device.path(folder));
+    }
+  }
+}
+
+TEST_F(HostileRegistryTest, WithAContainerInsideItselfKeepsTheRestOfTheAccount) {
+  Assembly assembly;
+  const std::uint64_t good = assembly.account("good");
+  const std::uint64_t listInItself = assembly.array({assembly.next()});
+  const std::uint64_t child = assembly.next() + 5;
+  const std::uint64_t children = assembly.array({child});
+  std::vector<std::uint64_t> parts = {assembly.text("ChildAccounts"), assembly.text("Type"),
+                                      assembly.text("Class"), assembly.text("X")};
+  ASSERT_EQ(assembly.add(
+                dictionaryObject({parts[0], parts[1], parts[2], children, assembly.next() + 1, parts[3]}, 4)),
+            child);
+  assembly.text("CalDAV");
+  const std::uint64_t parent = assembly.account("parent", {{"ChildAccounts", children}});
+  const std::uint64_t odd =
+      assembly.account("odd", {{"List", listInItself}, {"Note", assembly.text("kept")}});
+  expectUsable(assembly.registry({parent, good, odd, listInItself}), "parent good odd");
+  EXPECT_EQ(storedAccount(2).find("Note"), Value("kept"));
+  EXPECT_EQ(AccountsManager::init()->allBasicSyncableAccounts().size(), 4U) << "the child itself is usable";
+}
+
+TEST_F(HostileRegistryTest, NestedBeyondAllReasonKeepsTheRestOfTheAccount) {
+  constexpr int levels = 100'000;
+  Assembly assembly;
+  std::uint64_t deep = assembly.array({});
+  for (int level = 0; level < levels; ++level) deep = assembly.array({deep});
+  expectUsable(assembly.registry({assembly.account("a"), assembly.account("b", {{"Deep", deep}}), deep}),
+               "a b");
+
+  const auto repeated = [](std::string_view text) {
+    std::string all;
+    for (int level = 0; level < levels; ++level) all += text;
+    return all;
+  };
+  const std::string properties =
+      "<key>Type</key><string>CalDAV</string><key>Class</key><string>X</string><key>Identifier</key>";
+  expectUsable("<plist><dict><key>Accounts</key><array><dict>" + properties +
+                   "<string>a</string></dict><dict>" + properties + "<string>b</string><key>Deep</key>" +
+                   repeated("<array>") + repeated("</array>") + "</dict></array></dict></plist>",
+               "a b");
+}
+
+TEST_F(HostileRegistryTest, ThatUnfoldsWithoutEndKeepsTheRestOfTheAccount) {
+  Assembly assembly;
+  std::uint64_t bomb = assembly.text("x");
+  for (int level = 0; level < 60; ++level) bomb = assembly.array({bomb, bomb});
+  const std::uint64_t bombs = assembly.array(std::vector<std::uint64_t>(1000, bomb));
+  std::vector<std::uint64_t> accounts = {
+      assembly.account("a"), assembly.account("b", {{"Bomb", bomb}}),
+      assembly.account("c", {{"ChildAccounts", assembly.array({assembly.account("c1", {{"Bomb", bombs}})})}}),
+      bomb};
+  expectUsable(assembly.registry(accounts), "a b c");
+}
+
+TEST_F(HostileRegistryTest, WhoseAccountsShareHugePartsCostsNoMoreThanItsSize) {
+  // Each account alone is within all limits; together they would be hundreds of millions of children and
+  // values.
+  constexpr std::size_t many = 1000;
+  Assembly assembly;
+  const std::uint64_t child = assembly.account("c");
+  const std::uint64_t children = assembly.array(std::vector<std::uint64_t>(100'000, child));
+  const std::uint64_t cycle = assembly.array({assembly.next()});
+  const std::uint64_t faulty = assembly.account("faulty", {{"Cycle", cycle}, {"ChildAccounts", children}});
+  std::vector<std::uint64_t> accounts = {assembly.account("first")};
+  for (std::size_t i = 0; i < many; ++i) {
+    accounts.push_back(i % 2 == 0 ? faulty : assembly.account("p", {{"ChildAccounts", children}}));
+  }
+  accounts.push_back(assembly.account("last"));
+  device.writeFile(device.registryPath(), assembly.registry(accounts));
+  const SystemLogSink own = setSystemLogSink([](std::string_view) {});
+  const Store store = AccountsManager::init();
+  EXPECT_EQ(store->allBasicAccounts()->at(0)->identifier(), "first");
+  EXPECT_NE(store->accountWithIdentifier("last"), nullptr);
+  store->saveAllAccounts();
+  EXPECT_EQ(store->lastSaveError(), "");
+  setSystemLogSink(own);
+}
+
+}  // namespace
+}  // namespace roster::testing

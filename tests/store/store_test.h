@@ -1,0 +1,131 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "platform/property_list.h"
+#include "store/accounts_manager.h"
+#include "tests/support/temporary_device.h"
+#include "tests/support/values.h"
+
+namespace roster::testing {
+
+using Account = std::shared_ptr<BasicAccount>;
+using Store = std::shared_ptr<AccountsManager>;
+
+/// The stored properties of an account of a known type, and whatever is added to them or put in their place.
+inline Dictionary stored(std::string_view identifier, const Dictionary& more = {}) {
+  MutableDictionary properties(Dictionary{{"Type", "CalDAV"}, {"Class", "X"}, {"Identifier", identifier}});
+  for (const DictionaryEntry& entry : more) properties.set(entry.key, entry.value);
+  return *Value(properties).deepCopy().dictionary();
+}
+inline Account record(std::string_view identifier, const Dictionary& more = {}) {
+  return BasicAccount::accountWithProperties(stored(identifier, more));
+}
+
+template <class Accounts>
+std::string identifiers(const Accounts& accounts) {
+  std::string text;
+  for (const Account& account : accounts) text += (text.empty() ? "" : " ") + account->identifier().str();
+  return text;
+}
+
+/// A fixer that does what a test says.
+class ScriptedFixer : public RSRuntimeFixProtocol {
+ public:
+  using Fix = std::function<FixResult(const Account&)>;
+  explicit ScriptedFixer(Fix fix, std::vector<std::string>* calls = nullptr)
+      : fix_(std::move(fix)), calls_(calls) {}
+  const std::set<std::string, std::less<>>& supportedAccountTypes() const override {
+    static const std::set<std::string, std::less<>> none;
+    return none;
+  }
+  FixResult fixBasicAccountIfNeededLoggingMessage(const Account& account, std::string_view message) override {
+    note(std::string(message) + " " + account->identifier().str());
+    return fix_(account);
+  }
+  void accountsHaveBeenSaved(bool areSaved) override { note(areSaved ? "saved" : "not saved"); }
+
+ private:
+  void note(const std::string& call) {
+    if (calls_ != nullptr) calls_->push_back(call);
+  }
+  Fix fix_;
+  std::vector<std::string>* calls_;
+};
+
+/// A store of a class of its own, with fixers of its own, that may save elsewhere.
+class CustomStore : public AccountsManager {
+ public:
+  using AccountsManager::AccountsManager;
+  static inline std::vector<ScriptedFixer> fixers{};
+  static inline std::string path{};
+  static std::shared_ptr<CustomStore> load(std::vector<ScriptedFixer> newFixers, std::string newPath = {}) {
+    fixers = std::move(newFixers);
+    path = std::move(newPath);
+    return makeInsideOfMigration<CustomStore>();
+  }
+
+ protected:
+  std::vector<std::shared_ptr<RSRuntimeFixProtocol>> _createRuntimeFixers() const override {
+    std::vector<std::shared_ptr<RSRuntimeFixProtocol>> made;
+    for (const ScriptedFixer& fixer : fixers) made.push_back(std::make_shared<ScriptedFixer>(fixer));
+    return made;
+  }
+  std::string settingsPath() const override { return path.empty() ? AccountsManager::settingsPath() : path; }
+};
+
+class StoreTest : public ::testing::Test {
+ protected:
+  static constexpr std::string_view folder = "var/lib/roster/Preferences";
+  static constexpr std::string_view fileName = "com.nimbal.roster.plist";
+
+  template <class... Accounts>
+  void writeRegistry(const Accounts&... accounts) const {
+    device.writePropertyList(device.registryPath(),
+                             Dictionary{{"Accounts", array(accounts...)}, {"Version", 12}});
+  }
+  /// The root of the file as it is now.
+  Dictionary root() const {
+    const PropertyListFile file = readPropertyListFile(device.registryPath());
+    EXPECT_EQ(file.error, "");
+    return file.value.dictionary().value_or(Dictionary());
+  }
+  Dictionary storedAccount(std::size_t index) const {
+    return root().find("Accounts").array().value_or(Array()).at(index).dictionary().value_or(Dictionary());
+  }
+  std::vector<std::string> files() const { return device.fileNames(folder); }
+
+  TemporaryDevice device;
+  CapturedLog log;
+};
+
+using Lines = std::vector<std::string>;
+
+inline std::size_t linesWith(const Lines& lines, std::string_view text) {
+  return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
+    return line.find(text) != std::string::npos;
+  }));
+}
+
+/// Starts a process that does the work and ends with whether that went well.
+inline pid_t startProcess(const std::function<bool()>& work) {
+  const pid_t process = fork();
+  if (process != 0) return process;
+  bool isGood = false;
+  try {
+    isGood = work();
+  } catch (...) {
+  }
+  _exit(isGood ? 0 : 1);
+}
+inline bool endsWell(pid_t process) {
+  int status = 0;
+  return waitpid(process, &status, 0) == process && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+}  // namespace roster::testing

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "account/string_list.h"
+
+namespace roster::testing {
+
+template <class... Elements>
+Value array(const Elements&... elements) {
+  return Array(std::vector<Value>{Value(elements)...});
+}
+
+inline constexpr std::string_view dataclassPrefix = "com.nimbal.Dataclass.";
+inline std::string dataclass(std::string_view shortName) {
+  return std::string(dataclassPrefix).append(shortName);
+}
+
+/// "Mail x.y" as the list of the Mail dataclass and "x.y": a word without a dot is a dataclass's short name.
+inline StringList dataclasses(const std::string& shortNames) {
+  std::istringstream words(shortNames);
+  StringList list;
+  for (std::string word; words >> word;) {
+    list.push_back(word.find('.') == std::string::npos ? dataclass(word) : word);
+  }
+  return list;
+}
+inline Value dataclassArray(const std::string& shortNames) { return arrayValue(dataclasses(shortNames)); }
+
+/// The way back; "nil" for no list.
+inline std::string shortNames(const std::optional<StringList>& list) {
+  if (!list) return "nil";
+  std::string text;
+  for (const std::string& name : *list) {
+    if (!text.empty()) text += ' ';
+    text += name.starts_with(dataclassPrefix) ? name.substr(dataclassPrefix.size()) : name;
+  }
+  return text;
+}
+
+}  // namespace roster::testing

@@ -1,0 +1,318 @@
+"""Runs rosterctl as a user does, on devices of its own. The registries are written and read back by Python's own
+property-list library. The tool is $ROSTERCTL, or the first argument."""
+
+import base64
+import concurrent.futures
+import datetime
+import json
+import os
+import plistlib
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+TOOL = sys.argv.pop(1) if len(sys.argv) > 1 else os.environ["ROSTERCTL"]
+MAIL, NOTES, CALENDARS = (f"com.nimbal.Dataclass.{name}" for name in ("Mail", "Notes", "Calendars"))
+INSTANT = datetime.datetime(2024, 2, 29, 12, 0, 0)
+FORMATS = (plistlib.FMT_BINARY, plistlib.FMT_XML)
+
+
+def account(identifier, type="Mail", cls="IMAPAccount", **properties):
+    return {"Identifier": identifier, "Type": type, "Class": cls, **properties}
+
+
+def exactly(value):
+    """A form of a property list in which only equal values of equal types are equal, whatever the order of keys."""
+    if isinstance(value, dict):
+        return "dict", sorted((key, exactly(item)) for key, item in value.items())
+    if isinstance(value, list):
+        return "list", [exactly(item) for item in value]
+    return type(value).__name__, repr(value)
+
+
+class RosterctlTest(unittest.TestCase):
+    maxDiff = None
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.root = Path(folder.name)
+        self.registry = self.root / "var/lib/roster/Preferences/com.nimbal.roster.plist"
+        self.registry.parent.mkdir(parents=True)
+
+    def write(self, *accounts, format=plistlib.FMT_BINARY):
+        self.write_root({"Version": 12, "Accounts": list(accounts)}, format)
+
+    def write_root(self, root, format=plistlib.FMT_BINARY):
+        self.registry.write_bytes(plistlib.dumps(root, fmt=format))
+
+    def accounts(self):
+        return plistlib.loads(self.registry.read_bytes())["Accounts"]
+
+    def stored(self, identifier):
+        return next(found for found in self.accounts() if found["Identifier"] == identifier)
+
+    def run_tool(self, *arguments, status=0, input=None):
+        """The outcome of a run that must end with the status."""
+        done = subprocess.run([TOOL, "--root", self.root, *arguments], input=input, capture_output=True, timeout=60)
+        self.assertEqual(done.returncode, status, (arguments, done.stdout, done.stderr))
+        return done
+
+    def out(self, *arguments, **options):
+        return self.run_tool(*arguments, **options).stdout.decode()
+
+    def err(self, *arguments, **options):
+        return self.run_tool(*arguments, **options).stderr.decode()
+
+    def json(self, *arguments, **options):
+        return json.loads(self.out("--json", *arguments, **options))
+
+    # ---- the main job
+
+    FOREIGN = account(
+        "A", DisplayName="Wörk 日本 😀", Username="me", Real=1.0, Integer=1, Large=2**64 - 1, Small=-(2**63), Yes=True,
+        No=False, Empty="", Data=b"\0\xff" * 40, When=INSTANT, Tree={"List": [1, 1.5, [b"", {}], INSTANT], "": {}},
+        **{"$data": "not data", "Sync Identifier": "S", "Enabled Dataclasses": [NOTES], "Key = odd": "x"})
+
+    def test_a_foreign_registry_comes_back_with_every_other_value_equal(self):
+        child = account("C", "SMTP", "SMTPAccount", Port=25, Ratio=2.0, Extra={"Deep": [INSTANT]})
+        other = account("B", "Exchange", "EASAccount", ChildAccounts=[child], Blob=b"x")
+        for format in FORMATS:
+            with self.subTest(format):
+                self.write(self.FOREIGN, other, format=format)
+                listed = self.json("list")
+                self.assertEqual([row["identifier"] for row in listed], ["A", "B", "C"])
+                self.assertEqual(listed[0], {
+                    "identifier": "A", "type": "Mail", "class": "IMAPAccount", "displayName": "Wörk 日本 😀",
+                    "parent": None, "enabled": [NOTES]})
+                self.assertEqual((listed[2]["parent"], listed[2]["enabled"]), ("B", None))
+                self.run_tool("set", "A", "DisplayName=Home", "Port:=993")
+                self.run_tool("enable", "A", "mail")
+                expected = {**self.FOREIGN, "DisplayName": "Home", "Port": 993, "Enabled Dataclasses": [NOTES, MAIL]}
+                self.assertEqual(exactly(self.accounts()), exactly([expected, other]))
+
+    def test_what_show_prints_can_be_given_back(self):
+        self.write(self.FOREIGN, account("B"))
+        shown = self.json("show", "A")
+        self.assertEqual(shown.keys(), self.FOREIGN.keys())
+        words = [f"{key}:={json.dumps(value)}" for key, value in shown.items() if "=" not in key]
+        self.run_tool("unset", "A", "Tree", "Data", "When", "Real")
+        self.run_tool("set", "A", *words)
+        self.assertEqual(exactly(self.stored("A")), exactly(self.FOREIGN))
+
+    def test_changes_of_one_account_by_many_processes_are_all_kept(self):
+        self.write(account("A"))
+        with concurrent.futures.ThreadPoolExecutor(8) as pool:
+            list(pool.map(lambda n: self.run_tool("set", "A", f"Key{n}:={n}"), range(24)))
+        self.assertEqual(self.stored("A"), account("A", **{f"Key{n}": n for n in range(24)}))
+
+    # ---- values
+
+    def test_json_values_are_stored_with_their_types(self):
+        self.write(account("A"))
+        microseconds = INSTANT.replace(microsecond=123456)
+        for text, value in (
+                ("1", 1), ("1.0", 1.0), ("-9223372036854775808", -2**63), ("18446744073709551615", 2**64 - 1),
+                ("1e3", 1000.0), ("true", True), ('"a\\u00e9\\ud83d\\ude00"', "aé😀"), ("[]", []), ("{}", {}),
+                ('[1, {"b": [2.5]}]', [1, {"b": [2.5]}]), ('{"$data": "AAEC"}', b"\0\1\2"), ('{"$data": ""}', b""),
+                ('{"$date": "2024-02-29T12:00:00Z"}', INSTANT), ('{"$real": "-inf"}', float("-inf")),
+                ('{"$date": "2024-02-29T12:00:00.123456Z"}', microseconds), ('{"$real": "nan"}', float("nan")),
+                ('{"$dictionary": {"$data": "x", "b": {"$data": "AA=="}}}', {"$data": "x", "b": b"\0"}),
+                ('{"$dictionary": {"$dictionary": {"$dictionary": {"$real": 1}}}}', {"$dictionary": {"$real": 1}})):
+            with self.subTest(text):
+                self.run_tool("set", "A", f"X:={text}")
+                self.assertEqual(exactly(self.stored("A")["X"]), exactly(value))
+                self.assertEqual(json.loads(text), self.json("show", "A")["X"])
+                self.run_tool("unset", "A", "X")  # a number is otherwise replaced by an unequal one only
+
+    def test_text_and_odd_keys_are_taken_literally(self):
+        self.write(account("A"))
+        for word, key, value in (("X=1", "X", "1"), ("X==:=", "X", "=:="), ("a:b=c=d", "a:b", "c=d"), ("X=", "X", ""),
+                                 ("[a]=[b,c]", "[a]", "[b,c]"), ("list=types", "list", "types")):
+            with self.subTest(word):
+                self.run_tool("set", "A", word)
+                self.assertEqual(self.stored("A")[key], value)
+                self.run_tool("unset", "A", key)
+                self.assertEqual(self.stored("A"), account("A"))
+
+    def test_dump_prints_the_same_for_both_formats_and_for_the_standard_input(self):
+        root = {"Tree": self.FOREIGN["Tree"], "Bytes": b"\0", "Text": "a\x1b[2J\nb"}
+        files = [self.root / "binary", self.root / "xml"]
+        for file, format in zip(files, FORMATS):
+            file.write_bytes(plistlib.dumps({**root, "Text": "ab"} if format == plistlib.FMT_XML else root, fmt=format))
+        self.assertEqual(self.json("dump", files[0]), self.json("dump", "-", input=files[0].read_bytes()))
+        self.assertEqual(self.json("dump", files[1])["Tree"], self.json("dump", files[0])["Tree"])
+        self.assertEqual(base64.b64decode(self.json("dump", files[0])["Bytes"]["$data"]), b"\0")
+        self.assertIn("Text   a\\u001B[2J\\nb\n", self.out("dump", files[0]))
+
+    # ---- accounts
+
+    def test_add_prints_the_identifier_of_what_it_added(self):
+        identifier = self.out("add", "CalDAV", "CalDAVAccount", "DisplayName=Work", "Port:=8443").removesuffix("\n")
+        self.assertRegex(identifier, "^[0-9A-F-]{36}$")
+        self.assertEqual(self.accounts(), [account(identifier, "CalDAV", "CalDAVAccount", DisplayName="Work", Port=8443,
+                                                   **{"Sync Identifier": identifier})])
+        child = self.json("add", "SMTP", "SMTPAccount", "Identifier=C", "--parent", identifier)
+        self.assertEqual(child, {"identifier": "C"})
+        self.assertEqual(self.stored(identifier)["ChildAccounts"],
+                         [account("C", "SMTP", "SMTPAccount", **{"Sync Identifier": "C"})])
+        self.assertEqual([row["identifier"] for row in self.json("list", "--type", "SMTP")], ["C"])
+        self.run_tool("delete", identifier)
+        self.assertEqual(self.accounts(), [])
+
+    def test_a_child_is_changed_in_its_place(self):
+        children = [account(name, "Exchange", "EASAccount", Odd=[1.0, INSTANT]) for name in "CDE"]
+        self.write(account("A", ChildAccounts=children), account("B"))
+        for arguments, change in ((("set", "D", "Port:=25", "Class=Other"), {"Port": 25, "Class": "Other"}),
+                                  (("unset", "D", "Odd"), {"Odd": None}),
+                                  (("enable", "D", "Mail", "calendars"), {"Enabled Dataclasses": [MAIL, CALENDARS]}),
+                                  (("disable", "D", MAIL), {"Enabled Dataclasses": [CALENDARS]})):
+            self.run_tool(*arguments)
+            changed = {key: value for key, value in {**children[1], **change}.items() if value is not None}
+            children[1] = changed
+            self.assertEqual(exactly(self.accounts()), exactly([account("A", ChildAccounts=children), account("B")]))
+        self.assertEqual(self.json("show", "D")["Port"], 25)
+        self.run_tool("delete", "D")
+        self.assertEqual([child["Identifier"] for child in self.stored("A")["ChildAccounts"]], ["C", "E"])
+
+    def test_what_has_no_effect_comes_with_a_warning(self):
+        (self.root / "etc/roster").mkdir(parents=True)
+        (self.root / "etc/roster/restrictions.plist").write_bytes(plistlib.dumps({"CloudBackup": False}))
+        child = account("C", "Exchange", "EASAccount")
+        self.write(account("A", "Exchange", "EASAccount", ChildAccounts=[child],
+                           **{"Provisioned Dataclasses": [MAIL], "Enabled Dataclasses": [MAIL]}),
+                   account("N", "NimbalAccount", "CloudAccount"))
+        for arguments, warning in ((("enable", "A", "Notes"), "not provisioned"),
+                                   (("enable", "N", "backup"), "restricted"),
+                                   (("enable", "C", "Mail"), "its parent A"), (("unset", "A", "Nope"), "Nope")):
+            self.assertRegex(self.err(*arguments), f"^rosterctl: warning: .*{warning}.*\n$")
+        self.assertEqual(self.stored("A")["Enabled Dataclasses"], [MAIL, NOTES])
+        self.write(account("A"), account("B", "Unheard"))
+        self.assertIn('Accounts[1] (B): the account is left out, as its type "Unheard" is not known',
+                      self.err("set", "A", "X=1"))
+
+    # ---- failures
+
+    def test_failures_have_a_status_and_a_reason_and_save_nothing(self):
+        self.write(account("A", ChildAccounts=[account("C", "SMTP", "SMTPAccount")]))
+        before = self.registry.read_bytes()
+        for status, reason, arguments in (
+                (1, "account X: there is none with this identifier in /", ("show", "X")),
+                (1, "account X: ", ("set", "X", "a=b")), (1, "account X: ", ("delete", "X")),
+                (1, "Type: ", ("set", "A", "Type=Exchange")), (1, "Identifier: ", ("set", "C", "Identifier=D")),
+                (1, "Class: ", ("set", "A", "X=1", "Class:=5")), (1, "Class: ", ("unset", "A", "X", "Class")),
+                (1, "The account type (Foo) is not supported", ("add", "Foo", "Bar")),
+                (1, "The account class is required.", ("add", "Mail", "")),
+                (1, "none of the mail account classes", ("add", "Mail", "Bogus")),
+                (1, "none of the mail account classes", ("set", "A", "Class=Bogus")),
+                (1, "there is an account C already", ("add", "SMTP", "S", "Identifier=C")),
+                (1, "account C: it is a child itself", ("add", "SMTP", "S", "--parent", "C")),
+                (1, "Backup: accounts of the type \"Mail\" do not support it", ("enable", "A", "Mail", "Backup")),
+                (1, "Nope: there is no such dataclass", ("disable", "A", "Nope")),
+                (1, "could not open /nope: No such file or directory", ("dump", "/nope")),
+                (1, "could not read the standard input", ("dump", "-")),
+                (1, "could not open /nope: ", ("check", "/nope")),
+                (2, "a command is missing", ()), (2, "bogus: there is no such command", ("bogus",)),
+                (2, "--bogus", ("list", "--bogus")), (2, "PROPERTY is required", ("set", "A")),
+                (2, "DATACLASS is required", ("enable", "A")), (2, "KEY=TEXT", ("set", "A", "word")),
+                (2, "the key is missing", ("set", "A", ":=1")), (2, "'rosterctl unset'", ("set", "A", "X:=null")),
+                (2, "X: it is not JSON", ("set", "A", "X:={")), (2, "X: it is not JSON", ("set", "A", "X:=1 2")),
+                (2, "twice", ("set", "A", 'X:={"a":1,"a":1}')), (2, "too large", ("set", "A", f"X:={2**64}")),
+                (2, "base64", ("set", "A", 'X:={"$data":"A"}')), (2, "instant", ("set", "A", 'X:={"$date":"now"}')),
+                (2, "alone", ("set", "A", 'X:={"$data":"","b":1}')), (2, "deeply", ("set", "A", "X:=" + "[" * 9999)),
+                (2, "UTF-8", ("set", "A", b"X=\xff")), (2, "--root", ("--root", "", "list"))):
+            with self.subTest(arguments):
+                done = self.run_tool(*arguments, status=status, input=b"bplist00")
+                self.assertRegex(done.stderr.decode(), "(^|\n)rosterctl: .*: .*\n$|; see")
+                self.assertIn(reason, done.stderr.decode())
+                self.assertEqual(done.stdout, b"")
+                self.assertEqual(self.registry.read_bytes(), before)
+
+    def test_a_registry_that_cannot_be_read_or_replaced_fails_the_command(self):
+        self.registry.mkdir()
+        for arguments in (("list",), ("add", "Exchange", "EASAccount")):
+            message = self.err(*arguments, status=1)
+            self.assertIn("rosterctl: could not ", message)
+            self.assertIn(str(self.registry), message)
+        self.registry.rmdir()
+        self.registry.write_bytes(b"not a registry")
+        self.assertIn("the registry counts as empty", self.err("add", "Exchange", "EASAccount"))
+        kept = [path for path in self.registry.parent.iterdir() if ".damaged-" in path.name]
+        self.assertEqual([path.read_bytes() for path in kept], [b"not a registry"])
+        self.assertEqual(len(self.accounts()), 1)
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([TOOL, "--root", self.root, "list"], stdout=full, stderr=subprocess.PIPE)
+        self.assertEqual((done.returncode, b"No space left" in done.stderr), (1, True))
+
+    # ---- check
+
+    def test_check_tells_what_a_load_would_drop_repair_and_ignore(self):
+        path = {"AccountPath": "/var/Mail/IMAP-me"}
+        grandparent = account("C", "SMTP", "SMTPAccount", ChildAccounts=[])
+        for root, finding in (
+                ([], "damage|com.nimbal.roster.plist|it is an array"),
+                ({"Version": 12}, "ignores|Accounts|no such key"),
+                ({"Version": 12, "Accounts": "x"}, "damage|Accounts|it is a text"),
+                ({"Accounts": []}, "repairs|Version|missing"),
+                ({"Version": "12", "Accounts": []}, "repairs|Version|it is a text"),
+                ({"Version": 11, "Accounts": []}, "repairs|Version|migration"),
+                ({"Version": 13, "Accounts": []}, "repairs|Version|newer"),
+                ({"Version": 12, "Accounts": [], "Extra": 1}, "ignores|Extra|no such key"),
+                (["x"], "drops|Accounts[0]|it is a text"),
+                ([account("A", "Foo")], 'drops|Accounts[0] (A)|its type "Foo" is not known'),
+                ([{"Type": 5}], 'drops|Accounts[0]|its "Type" is an integer, not a text, and it has no "Class"'),
+                ([account("A", cls="Bogus")], 'drops|Accounts[0] (A)|its class "Bogus"'),
+                ([account("A", cls="Bogus", **path)], 'repairs|Accounts[0] (A)|the class becomes "IMAPAccount"'),
+                ([account(5)], 'repairs|Accounts[0]|its "Identifier" is an integer'),
+                ([account("A"), account("A")], "ignores|Accounts[0] (A)|Accounts[1] (A)"),
+                ([account("A", DisplayName=5)], 'ignores|Accounts[0] (A)|"DisplayName" counts as absent'),
+                ([account("A", **{"Enabled Dataclasses": "x"})], "ignores|Accounts[0] (A)|counts as absent"),
+                ([account("A", **{"Enabled Dataclasses": [5]})], "ignores|Accounts[0] (A)|it is an integer"),
+                ([account("A", **{"Enabled Dataclasses": [CALENDARS]})], "ignores|Accounts[0] (A)|do not support"),
+                ([account("A", **{"Enabled Dataclasses": [NOTES], "Provisioned Dataclasses": [MAIL]})],
+                 "ignores|Accounts[0] (A)|not among the account's provisioned"),
+                ([account("A", ChildAccounts={})], "ignores|Accounts[0].ChildAccounts|it is a dictionary"),
+                ([account("A", ChildAccounts=[account("C", "Foo")])],
+                 "ignores|Accounts[0].ChildAccounts[0] (C)|its type"),
+                ([account("A", ChildAccounts=[{"Type": "SMTP", "Class": "S"}])],
+                 "repairs|Accounts[0].ChildAccounts[0]|another identifier at each load"),
+                ([account("A", ChildAccounts=[account("A", "SMTP")])],
+                 "ignores|Accounts[0].ChildAccounts[0] (A)|a top-level account has the same"),
+                ([account("A", ChildAccounts=[grandparent])],
+                 "ignores|Accounts[0].ChildAccounts[0].ChildAccounts|no children of its own")):
+            with self.subTest(finding):
+                wrapped = {"Version": 12, "Accounts": root} if isinstance(root, list) and root else root
+                self.write_root(wrapped)
+                before = self.registry.read_bytes()
+                found = self.json("check", status=1)
+                self.assertEqual(len(found["findings"]), 1, found)
+                kind, where, text = finding.split("|")
+                actual = found["findings"][0]
+                self.assertEqual((actual["kind"], actual["where"].removeprefix(f"{self.registry.parent}/")),
+                                 (kind, where))
+                self.assertIn(text, f"{actual['what']}: {actual['why']}")
+                self.assertEqual(self.registry.read_bytes(), before)
+                self.assertIn(text, self.out("check", self.registry, status=1))
+
+    def test_check_has_nothing_to_say_about_a_sound_registry_or_none(self):
+        self.assertIn("there is no such file yet", self.out("check"))
+        self.write(self.FOREIGN, account("B", "Exchange", "EAS", ChildAccounts=[account("C", "SMTP", "S")]))
+        self.assertEqual(self.out("check"), f"{self.registry}: nothing to report\n")
+        for damaged in (self.registry.read_bytes()[:-1], b""):
+            self.registry.write_bytes(damaged)
+            self.assertEqual([found["kind"] for found in self.json("check", status=1)["findings"]], ["damage"])
+
+    def test_the_configuration_is_listed(self):
+        types = {row["type"]: row for row in self.json("types")}
+        self.assertEqual(len(types), 15)
+        self.assertIn(MAIL, [entry["dataclass"] for entry in types["Mail"]["dataclasses"]])
+        names = [row["name"] for row in self.json("dataclasses")]
+        self.assertEqual((len(names), names[0], names[-1]), (14, "Mail", "SharedStreams"))
+        for name in ("types", "dataclasses"):
+            self.assertIn("SharedStreams", self.out(name))
+
+
+if __name__ == "__main__":
+    unittest.main()
