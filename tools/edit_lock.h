@@ -1,0 +1,22 @@
+#pragma once
+
+namespace roster::tool {
+
+/// Lets one rosterctl at a time load, change and save the registry, so that none of two saves at the same
+/// moment is lost; programs that do not take the lock are merged with as ever. The lock is on the registry's
+/// folder and ends with its holder. Without a folder, or one that may be opened, there is no lock: there is
+/// nothing to change then, or the save says what is wrong.
+class EditLock {
+ public:
+  enum class Folder { asItIs, madeIfMissing };
+  /// Waits until nobody else holds the lock.
+  explicit EditLock(Folder folder);
+  EditLock(const EditLock&) = delete;
+  EditLock& operator=(const EditLock&) = delete;
+  ~EditLock();
+
+ private:
+  int folder_ = -1;
+};
+
+}  // namespace roster::tool

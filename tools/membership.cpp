@@ -1,0 +1,82 @@
+#include <iostream>
+
+#include "platform/assertion.h"
+#include "tools/assignment.h"
+#include "tools/command_error.h"
+#include "tools/commands.h"
+#include "tools/session.h"
+#include "tools/terminal.h"
+
+namespace roster::tool {
+
+namespace {
+
+/// A new account as the library makes it; what the library calls a programming error is here one of the
+/// user's.
+Account newAccount(const Options& options) {
+  try {
+    return BasicAccount::accountWithTypeClass(options.type, options.accountClass);
+  } catch (const AssertionFailure& failure) {
+    throw CommandError("could not add an account", failure.report().message);
+  }
+}
+
+void assign(const Account& account, const Assignment& assignment, const AccountsManager& store) {
+  const auto& [key, value] = assignment;
+  if (key == kAccountType || key == kAccountClass) {
+    if (value == account->accountPropertyForKey(key)) return;
+    throw CommandError(key, "it is given before the properties, as in 'rosterctl add TYPE CLASS'");
+  }
+  if (key == kAccountIdentifier) {
+    const String identifier = value.string();
+    if (identifier.isEmpty()) throw CommandError(key, "it takes a text that is not empty");
+    if (store.accountWithIdentifier(identifier)) {
+      throw CommandError(key, "there is an account " + identifier.str() + " already");
+    }
+    // The two are the same in a new account; an assignment of its own still follows or has gone before.
+    if (account->syncStoreIdentifier() == account->identifier()) {
+      account->setAccountPropertyForKey(value, kAccountSyncIdentifier);
+    }
+  }
+  account->setAccountPropertyForKey(value, key);
+}
+
+}  // namespace
+
+int add(const Options& options) {
+  const std::vector<Assignment> assignments = parseAssignments(options.words);
+  Session session(Session::Purpose::adding);
+  const Account account = newAccount(options);
+  for (const Assignment& assignment : assignments) assign(account, assignment, session.store());
+  if (options.parent.empty()) {
+    session.store().insertAccount(account);
+    session.save(account);
+  } else {
+    const FoundAccount parent = session.find(options.parent);
+    if (parent.parent) {
+      throw CommandError("account " + options.parent, "it is a child itself and cannot have children");
+    }
+    session.store().addChildToAccount(account, parent.account);
+    session.save();
+  }
+  if (options.isJson) {
+    printJson({{"identifier", account->identifier().str()}});
+  } else {
+    std::cout << singleLine(account->identifier()) << '\n';
+  }
+  return done;
+}
+
+int deleteAccount(const Options& options) {
+  Session session(Session::Purpose::changing);
+  const FoundAccount found = session.find(options.identifier);
+  if (found.parent) {
+    session.store().removeChildWithIdentifierFromAccount(options.identifier, found.parent);
+  } else {
+    session.store().deleteAccount(found.account);
+  }
+  session.save();
+  return done;
+}
+
+}  // namespace roster::tool

@@ -1,0 +1,114 @@
+#include "tools/session.h"
+
+#include "fixers/mail_account_fixer.h"
+#include "store/registry_check.h"
+#include "tools/command_error.h"
+#include "tools/terminal.h"
+
+namespace roster::tool {
+
+namespace {
+
+constexpr std::string_view dataclassPrefix = "com.nimbal.Dataclass.";
+
+/// Saving is what makes the loss of an account that could not be loaded final.
+void warnOfDroppedAccounts() {
+  for (const RegistryFinding& finding : checkRegistry(AccountsManager::fullPathToRosterPlist())) {
+    if (finding.kind == RegistryFinding::Kind::drops)
+      warn(finding.where, finding.what + ", as " + finding.why);
+  }
+}
+
+/// A fixer would let the account be written, and reject it at the next load.
+void requireLoadable(const BasicAccount& account) {
+  const Account copy = BasicAccount::initWithProperties(account.propertiesToSave().deepCopy());
+  const std::string name = "account " + account.identifier().str();
+  if (!copy) throw CommandError(name, "the library could not load it again");
+  const std::string before = copy->accountClass().str();
+  switch (RSRuntimeFixMailAccount().fixBasicAccountIfNeededLoggingMessage(copy, "saving accounts")) {
+    case FixResult::nothingDone:
+      return;
+    case FixResult::repaired:
+      return warn(name, "its class \"" + before + "\" is not known; it is stored as \"" +
+                            copy->accountClass().str() + "\", which its \"AccountPath\" tells");
+    case FixResult::unrepairable:
+      throw CommandError(name, "its class \"" + before + "\" is none of the mail account classes, and its " +
+                                   R"("AccountPath" tells no other)");
+  }
+}
+
+Value replacedChild(const BasicAccount& parent, const BasicAccount& child) {
+  const Array stored = parent.properties().find(kAccountChildAccounts).array().value_or(Array());
+  std::vector<Value> children(stored.begin(), stored.end());
+  const String identifier = child.identifier();
+  // Of several children with one identifier the last is the one that is found.
+  for (std::size_t index = children.size(); index-- > 0;) {
+    const std::optional<Dictionary> properties = children[index].dictionary();
+    if (!properties || !(properties->find(kAccountIdentifier).string() == identifier)) continue;
+    children[index] = child.propertiesToSave().deepCopy();
+    return Array(std::move(children));
+  }
+  throw CommandError("account " + identifier.str(), "its parent does not hold it under its identifier");
+}
+
+}  // namespace
+
+Session::Session(Purpose purpose) {
+  if (purpose == Purpose::changing) lock_.emplace(EditLock::Folder::asItIs);
+  if (purpose == Purpose::adding) lock_.emplace(EditLock::Folder::madeIfMissing);
+  store_ = AccountsManager::init();
+  // A registry that cannot be read loads as an empty one.
+  if (store_->count() == 0) tellOfDamage(purpose);
+}
+
+void Session::tellOfDamage(Purpose purpose) const {
+  for (const RegistryFinding& finding : checkRegistry(AccountsManager::fullPathToRosterPlist())) {
+    if (finding.kind != RegistryFinding::Kind::damage) continue;
+    if (purpose == Purpose::reading) throw CommandError("could not read the registry", finding.why);
+    warn("the registry counts as empty", finding.why);
+  }
+}
+
+FoundAccount Session::find(const std::string& name) const {
+  const String identifier(name);
+  const Account shown = store_->accountWithIdentifier(identifier);
+  if (shown && shown->identifier() == identifier) return {shown, nullptr};
+  if (shown) {
+    for (const Account& account : store_->allBasicSyncableAccounts()) {
+      if (account->parentAccount() == shown && account->identifier() == identifier) return {account, shown};
+    }
+  }
+  throw CommandError("account " + name,
+                     "there is none with this identifier in " + AccountsManager::fullPathToRosterPlist());
+}
+
+void Session::putBack(const FoundAccount& found) {
+  if (found.parent) {
+    found.parent->setAccountPropertyForKey(replacedChild(*found.parent, *found.account),
+                                           kAccountChildAccounts);
+  }
+  store_->updateAccount(found.parent ? found.parent : found.account);
+}
+
+void Session::save(const Account& changed) {
+  if (changed) requireLoadable(*changed);
+  warnOfDroppedAccounts();
+  store_->saveAllAccounts();
+  if (!store_->lastSaveError().empty()) {
+    throw CommandError("could not save the registry", store_->lastSaveError());
+  }
+}
+
+std::string shortName(std::string_view dataclass) {
+  if (dataclass.starts_with(dataclassPrefix)) dataclass.remove_prefix(dataclassPrefix.size());
+  return std::string(dataclass);
+}
+
+std::vector<std::string> shortNames(const std::vector<std::string>& dataclasses) {
+  std::vector<std::string> names;
+  names.reserve(dataclasses.size());
+  for (const std::string& dataclass : dataclasses) names.push_back(shortName(dataclass));
+  return names;
+}
+
+}  // namespace roster::tool

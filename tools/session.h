@@ -1,0 +1,51 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "store/accounts_manager.h"
+#include "tools/edit_lock.h"
+
+namespace roster::tool {
+
+using Account = std::shared_ptr<BasicAccount>;
+
+/// An account that was asked for by its identifier.
+struct FoundAccount {
+  Account account;
+  /// Nil for a top-level account.
+  Account parent;
+};
+
+/// One command's view of the registry, from loading it to saving it. Failures are thrown as CommandError.
+class Session {
+ public:
+  enum class Purpose { reading, changing, adding };
+  /// Loads the registry. Reading one that cannot be read at all is a failure; changing it comes with a
+  /// warning.
+  explicit Session(Purpose purpose);
+
+  AccountsManager& store() { return *store_; }
+  /// The top-level account or child with the identifier; fails when there is none.
+  FoundAccount find(const std::string& name) const;
+  /// Gives a changed account back to the store. A child takes its place in its parent's "ChildAccounts"
+  /// again.
+  void putBack(const FoundAccount& found);
+  /// Saves. Fails, before anything is written, when the changed top-level account would not survive the next
+  /// load.
+  void save(const Account& changed = nullptr);
+
+ private:
+  void tellOfDamage(Purpose purpose) const;
+
+  std::optional<EditLock> lock_;
+  std::shared_ptr<AccountsManager> store_;
+};
+
+/// A dataclass without the prefix that all known ones share: "Mail".
+std::string shortName(std::string_view dataclass);
+std::vector<std::string> shortNames(const std::vector<std::string>& dataclasses);
+
+}  // namespace roster::tool

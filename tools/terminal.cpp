@@ -1,0 +1,77 @@
+#include "tools/terminal.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cwchar>
+#include <iostream>
+
+#include "platform/single_line.h"
+#include "platform/unicode.h"
+
+namespace roster::tool {
+
+namespace {
+
+/// A variable of the environment; empty when it is not set.
+std::string_view environment(const char* name) {
+  const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): the tool has one thread
+  return value == nullptr ? std::string_view() : value;
+}
+
+bool isColourful() {
+  static const bool answer =
+      isatty(STDOUT_FILENO) == 1 && environment("NO_COLOR").empty() && environment("TERM") != "dumb";
+  return answer;
+}
+
+}  // namespace
+
+std::string singleLine(std::string_view text) {
+  std::string line;
+  appendSingleLine(line, text);
+  return line;
+}
+
+std::size_t displayWidth(std::string_view line) {
+  std::size_t width = 0;
+  while (!line.empty()) {
+    const std::optional<char32_t> codePoint = takeCodePoint(line);
+    if (!codePoint) {
+      line.remove_prefix(1);
+      ++width;
+      continue;
+    }
+    const int columns = wcwidth(static_cast<wchar_t>(*codePoint));
+    if (columns > 0) width += static_cast<std::size_t>(columns);
+  }
+  return width;
+}
+
+std::string padded(std::string line, std::size_t width) {
+  const std::size_t taken = displayWidth(line);
+  if (taken < width) line.append(width - taken, ' ');
+  return line;
+}
+
+bool isUtf8(std::string_view text) {
+  while (!text.empty()) {
+    if (!takeCodePoint(text)) return false;
+  }
+  return true;
+}
+
+std::string emphasised(const std::string& text) {
+  return isColourful() && !text.empty() ? "\033[1m" + text + "\033[0m" : text;
+}
+
+void warn(std::string_view what, std::string_view why) {
+  std::cerr << "rosterctl: warning: " << singleLine(what) << ": " << singleLine(why) << '\n';
+}
+
+void printJson(const nlohmann::ordered_json& document) {
+  using nlohmann::ordered_json;
+  std::cout << document.dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+}
+
+}  // namespace roster::tool
