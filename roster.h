@@ -1,6 +1,7 @@
 #pragma once
 
-/// Everything a client of the library needs: the registry of the device's accounts, its records and its vocabulary.
+/// Everything a client of the library needs: the registry of the device's accounts, its records and its
+/// vocabulary.
 
 #include "account/basic_account.h"
 #include "account/vocabulary.h"

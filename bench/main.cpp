@@ -1,0 +1,189 @@
+#include <benchmark/benchmark.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <unordered_map>
+
+#include "bench/floors.h"
+#include "bench/generated_registry.h"
+#include "bench/report.h"
+#include "platform/linux/file_calls.h"
+#include "store/accounts_manager.h"
+
+namespace roster::bench {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const GeneratedRegistry& registryOf(std::size_t accounts) {
+  static std::map<std::size_t, GeneratedRegistry> registries;
+  auto found = registries.find(accounts);
+  if (found == registries.end()) found = registries.emplace(accounts, generateRegistry(accounts)).first;
+  return found->second;
+}
+
+/// Runs an operation once per iteration, timing it alone; what it returns is destroyed outside of the timing.
+template <class Operation>
+void measure(benchmark::State& state, Operation&& operation) {
+  for (auto _ : state) {
+    const auto start = Clock::now();
+    auto kept = operation();
+    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    benchmark::DoNotOptimize(kept);
+  }
+}
+
+void readFresh(benchmark::State& state) {
+  const BenchDevice device(registryOf(static_cast<std::size_t>(state.range(0))).bytes);
+  for (auto _ : state) {
+    const auto start = Clock::now();
+    readIntoFreshMemory(device.registryPath());
+    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    releaseFreshMemory();
+  }
+}
+
+void load(benchmark::State& state) {
+  const BenchDevice device(registryOf(static_cast<std::size_t>(state.range(0))).bytes);
+  measure(state, [] { return AccountsManager::init(); });
+}
+
+void durableWrite(benchmark::State& state) {
+  const std::string& bytes = registryOf(static_cast<std::size_t>(state.range(0))).bytes;
+  const BenchDevice device(bytes);
+  measure(state, [&] {
+    writeDurably(device.registryPath(), bytes);
+    return 0;
+  });
+}
+
+/// Each save writes one changed account, as a settings screen's would.
+void save(benchmark::State& state) {
+  const GeneratedRegistry& registry = registryOf(static_cast<std::size_t>(state.range(0)));
+  const BenchDevice device(registry.bytes);
+  const std::shared_ptr<AccountsManager> store = AccountsManager::init();
+  const auto account = store->accountWithIdentifier(registry.identifiers[registry.identifiers.size() / 2]);
+  int number = 0;
+  for (auto _ : state) {
+    account->setAccountPropertyForKey("name " + std::to_string(1000 + number++ % 1000), kAccountDisplayName);
+    const auto start = Clock::now();
+    store->saveAllAccounts();
+    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    if (!store->lastSaveError().empty()) state.SkipWithError(store->lastSaveError().c_str());
+  }
+}
+
+/// Look-ups in an order that no prefetcher guesses.
+std::size_t nextPlace(std::size_t place, std::size_t size) { return (place + 7919) % size; }
+
+void hashLookUp(benchmark::State& state) {
+  const GeneratedRegistry& registry = registryOf(static_cast<std::size_t>(state.range(0)));
+  std::unordered_map<std::string, std::shared_ptr<BasicAccount>> map;
+  const BenchDevice device(registry.bytes);
+  const std::shared_ptr<AccountsManager> store = AccountsManager::init();
+  for (const auto& account : *store->allBasicAccounts()) map.emplace(account->identifier().str(), account);
+  std::size_t place = 0;
+  for (auto _ : state) {
+    place = nextPlace(place, registry.identifiers.size());
+    std::shared_ptr<BasicAccount> account = map.find(registry.identifiers[place])->second;
+    benchmark::DoNotOptimize(account);
+  }
+}
+
+void accountWithIdentifier(benchmark::State& state) {
+  const GeneratedRegistry& registry = registryOf(static_cast<std::size_t>(state.range(0)));
+  const BenchDevice device(registry.bytes);
+  const std::shared_ptr<AccountsManager> store = AccountsManager::init();
+  std::size_t place = 0;
+  for (auto _ : state) {
+    place = nextPlace(place, registry.identifiers.size());
+    std::shared_ptr<BasicAccount> account = store->accountWithIdentifier(registry.identifiers[place]);
+    benchmark::DoNotOptimize(account);
+  }
+}
+
+/// How much the peak of a process grows by loading, measured in a process that does nothing else.
+double peakOfLoad(std::size_t accounts) {
+  const std::string& bytes = registryOf(accounts).bytes;
+  const BenchDevice device(bytes);
+  { const auto warm = AccountsManager::initWithAccounsInfoArray(Array()); }
+  int ends[2];
+  if (pipe(ends) != 0) return 0;
+  const pid_t child = fork();
+  if (child == 0) {
+    const std::size_t before = currentMemory();
+    const auto store = AccountsManager::init();
+    const std::size_t grown = peakMemory() - before;
+    const bool isTold = write(ends[1], &grown, sizeof grown) == static_cast<ssize_t>(sizeof grown);
+    _exit(isTold && store->count() == accounts ? 0 : 1);
+  }
+  std::size_t grown = 0;
+  const bool isHeard = read(ends[0], &grown, sizeof grown) == static_cast<ssize_t>(sizeof grown);
+  int status = 1;
+  waitpid(child, &status, 0);
+  close(ends[0]);
+  close(ends[1]);
+  return isHeard && status == 0 ? static_cast<double>(grown) / static_cast<double>(bytes.size()) : 0;
+}
+
+int syncs = 0;
+
+/// How often one save asks the disk to sync.
+int syncsOfSave() {
+  const BenchDevice device(registryOf(100).bytes);
+  const std::shared_ptr<AccountsManager> store = AccountsManager::init();
+  FileCalls calls = fileCalls();
+  calls.fsync = [](int file) {
+    ++syncs;
+    return fsync(file);
+  };
+  const FileCallsOverride counting(calls);
+  syncs = 0;
+  store->saveAllAccounts();
+  return syncs;
+}
+
+void registerAll() {
+  constexpr auto microseconds = benchmark::kMicrosecond;
+  const auto manual = [](const char* name, void (*run)(benchmark::State&), std::int64_t accounts) {
+    return benchmark::RegisterBenchmark(name, run)->Arg(accounts)->UseManualTime()->Unit(microseconds);
+  };
+  for (const std::int64_t accounts : {10, 100, 1'000, 10'000, 100'000}) {
+    manual("read fresh", readFresh, accounts);
+    manual("load", load, accounts);
+    // A sync takes milliseconds whatever is written, so few iterations say as much as many.
+    const benchmark::IterationCount saves = accounts <= 1'000 ? 40 : accounts <= 10'000 ? 10 : 2;
+    manual("durable write", durableWrite, accounts)->Iterations(saves);
+    manual("save", save, accounts)->Iterations(saves);
+    benchmark::RegisterBenchmark("hash look-up", hashLookUp)->Arg(accounts);
+    benchmark::RegisterBenchmark("accountWithIdentifier", accountWithIdentifier)->Arg(accounts);
+  }
+}
+
+}  // namespace
+
+}  // namespace roster::bench
+
+int main(int argc, char** argv) {
+  // Repetitions of different benchmarks take turns, so that a machine that slows down slows all of them
+  // alike.
+  std::vector<char*> arguments(argv, argv + argc);
+  std::string repetitions = "--benchmark_repetitions=7";
+  std::string interleaving = "--benchmark_enable_random_interleaving=true";
+  std::string time = "--benchmark_min_time=0.05";
+  arguments.insert(arguments.begin() + 1, {repetitions.data(), interleaving.data(), time.data()});
+  int count = static_cast<int>(arguments.size());
+  benchmark::Initialize(&count, arguments.data());
+  if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 2;
+  roster::bench::registerAll();
+  roster::bench::MedianReporter medians;
+  benchmark::RunSpecifiedBenchmarks(&medians);
+  std::map<std::size_t, double> peaks;
+  for (const std::size_t accounts : {1'000UL, 10'000UL, 100'000UL})
+    peaks[accounts] = roster::bench::peakOfLoad(accounts);
+  return roster::bench::printTable(medians, peaks, roster::bench::syncsOfSave()) ? 0 : 1;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace roster::bench {
+
+/// Collects the time of every repetition of every benchmark, and answers medians.
+class MedianReporter : public benchmark::BenchmarkReporter {
+ public:
+  bool ReportContext(const Context&) override { return true; }
+  void ReportRuns(const std::vector<Run>& runs) override;
+
+  /// The median over the repetitions, in seconds; 0 when the benchmark was filtered out or failed.
+  double median(const std::string& name, std::size_t accounts) const;
+
+ private:
+  std::map<std::string, std::vector<double>> seconds_;
+};
+
+/// Prints the one table: each figure, what it is measured against in the same run, the ratio and what it must
+/// reach. Returns whether all that were measured reach it.
+bool printTable(const MedianReporter& medians, const std::map<std::size_t, double>& peaks, int syncs);
+
+}  // namespace roster::bench
