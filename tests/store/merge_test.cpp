@@ -73,14 +73,5 @@ TEST(Merge, OfAnUnchangedRecordIsTheFilesVersionButNotTheVeryDictionary) {
   EXPECT_EQ(merged, (Dictionary{{"a", 2}}));
 }
 
-TEST(Merge, ComparesAndTakesContainersWhole) {
-  const auto list = [](std::vector<Value> elements) { return Value(Array(std::move(elements))); };
-  const Dictionary original{{"list", list({"a"})}, {"kept", list({"a"})}};
-  const Dictionary memory{{"list", list({"a", "b"})}, {"kept", list({"a"})}};
-  const Dictionary disk{{"list", list({"a", "c"})}, {"kept", list({"c"})}};
-  EXPECT_EQ(mergeProperties(memory, original, disk),
-            (Dictionary{{"list", list({"a", "b"})}, {"kept", list({"c"})}}));
-}
-
 }  // namespace
 }  // namespace roster

@@ -138,11 +138,8 @@ class Pair {
   /// One record more, or the store's own one when it has no type and is there.
   std::size_t add(const Description& description) {
     const bool isOwn = description.type.empty();
-    const Account own = isOwn ? real_->accountWithIdentifier(description.id) : nullptr;
-    if (own && own->identifier() == description.id) {
-      const auto place = std::find(records_.rbegin(), records_.rend(), own);
-      const auto index = static_cast<std::size_t>(std::distance(place, records_.rend()) - 1);
-      return adopt(index, description.parentID);
+    for (std::size_t index = plain_.ordered.size(); isOwn && index-- > 0;) {
+      if (plainRecords_[index]->id == description.id) return adopt(index, description.parentID);
     }
     Description fresh = description;
     if (isOwn) fresh.type = "CalDAV";

@@ -107,8 +107,10 @@ TEST_F(SavingTest, MergesWithWhatAnotherStoreWrote) {
   EXPECT_EQ(storedAccount(0).find("DisplayName"), Value("latest"));
 }
 
-TEST_F(SavingTest, WritesExactlyTheAccountsOfTheStore) {
-  writeRegistry(stored("a"), stored("b"));
+TEST_F(SavingTest, WritesExactlyTheAccountsOfTheStoreAndNothingElse) {
+  device.writePropertyList(
+      device.registryPath(),
+      Dictionary{{"Accounts", array(stored("a"), stored("b"))}, {"Version", 11}, {"Other", 1}});
   const Store first = AccountsManager::init();
   const Store second = AccountsManager::init();
   second->deleteAccountWithIdentifier("a");
@@ -116,7 +118,9 @@ TEST_F(SavingTest, WritesExactlyTheAccountsOfTheStore) {
   second->saveAllAccounts();
   first->insertAccount(record("d"));
   first->saveAllAccounts();
-  EXPECT_EQ(root().find("Accounts"), array(stored("a"), stored("b"), stored("d")));
+  EXPECT_EQ(root(),
+            (Dictionary{{"Version", 12}, {"Accounts", array(stored("a"), stored("b"), stored("d"))}}));
+  EXPECT_EQ(files(), Lines{std::string(fileName)}) << "a sound file is not kept";
 }
 
 TEST_F(SavingTest, KeepsValuesThatNobodyKnowsWithTheirTypes) {
