@@ -38,7 +38,10 @@ class OrderedMap {
     if (count > smallSize) rebuildSlots(std::max(count, entries_.size()));
   }
 
-  T* find(std::string_view key) { return const_cast<T*>(std::as_const(*this).find(key)); }
+  T* find(std::string_view key) {
+    const std::size_t index = indexOf(key, hashOf(key));
+    return index == none ? nullptr : &entries_[index].value;
+  }
   const T* find(std::string_view key) const {
     const std::size_t index = indexOf(key, hashOf(key));
     return index == none ? nullptr : &entries_[index].value;

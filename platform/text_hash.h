@@ -65,19 +65,16 @@ inline std::uint64_t hashText(std::string_view text, std::uint64_t seed) {
 
 /// Equality of short texts, without the call that a comparison of any length takes.
 inline bool areEqualTexts(std::string_view left, std::string_view right) {
-  if (left.size() != right.size()) return false;
-  if (left.size() < 8)
-    return left.empty() || detail::loadUpToEight(left.data(), left.size()) ==
-                               detail::loadUpToEight(right.data(), right.size());
-  const std::size_t last = left.size() - 8;
-  for (std::size_t at = 0; at < last; at += 8) {
-    if (detail::loadWord<std::uint64_t>(left.data() + at) !=
-        detail::loadWord<std::uint64_t>(right.data() + at)) {
-      return false;
-    }
+  if (left.size() != right.size() || left.empty()) return left.size() == right.size();
+  const char* a = left.data();
+  const char* b = right.data();
+  const std::size_t size = left.size();
+  if (size < 8) return detail::loadUpToEight(a, size) == detail::loadUpToEight(b, size);
+  using Word = std::uint64_t;
+  for (std::size_t at = 0; at < size - 8; at += 8) {
+    if (detail::loadWord<Word>(a + at) != detail::loadWord<Word>(b + at)) return false;
   }
-  return detail::loadWord<std::uint64_t>(left.data() + last) ==
-         detail::loadWord<std::uint64_t>(right.data() + last);
+  return detail::loadWord<Word>(a + size - 8) == detail::loadWord<Word>(b + size - 8);
 }
 
 }  // namespace roster

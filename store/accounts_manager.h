@@ -21,20 +21,20 @@ class AccountIndexes;
 class ChildMoves;
 class Snapshot;
 
-/// The registry in memory: loaded once from the account settings file, asked and changed here, and written back by
-/// `saveAllAccounts`, which merges with what other programs have written since.
+/// The registry in memory: loaded once from the account settings file, asked and changed here, and written
+/// back by `saveAllAccounts`, which merges with what other programs have written since.
 ///
-/// A store and the records it hands out are used by one thread at a time. Results that are records are the store's
-/// own: changing one changes what the next save writes. Nothing here reports an error to its caller; what went wrong
-/// is in the system log.
+/// A store and the records it hands out are used by one thread at a time. Results that are records are the
+/// store's own: changing one changes what the next save writes. Nothing here reports an error to its caller;
+/// what went wrong is in the system log.
 class ROSTER_EXPORT AccountsManager {
  public:
   using Account = std::shared_ptr<BasicAccount>;
 
   // ---- Creation
 
-  /// A store loaded from the account settings file as it is, without a lock and without waiting for a migration. A
-  /// file that is missing or cannot be read gives an empty store.
+  /// A store loaded from the account settings file as it is, without a lock and without waiting for a
+  /// migration. A file that is missing or cannot be read gives an empty store.
   static std::shared_ptr<AccountsManager> init();
 
   /// What a subclass passes on so that only the creation operations make instances.
@@ -64,8 +64,8 @@ class ROSTER_EXPORT AccountsManager {
   std::size_t countOfBasicAccountsWithTypes(const TypeSet& types) const;
   /// How many top-level records there are.
   std::size_t count() const;
-  /// The title under which accounts of a type are grouped on screen, in the user's language; nil for types that are
-  /// not grouped.
+  /// The title under which accounts of a type are grouped on screen, in the user's language; nil for types
+  /// that are not grouped.
   static String displayNameForGroupOfAccountTypeForBeginningOfSentence(std::string_view type,
                                                                        bool isBeginningOfSentence);
 
@@ -83,8 +83,9 @@ class ROSTER_EXPORT AccountsManager {
   /// Puts the new record at the old one's position. Look-ups by identifier find neither afterwards. Throws
   /// std::out_of_range when the old record is not in the store; its identifier is then no longer indexed.
   void replaceAccountWithAccount(const Account& oldAccount, const Account& newAccount);
-  /// Makes the records the store's accounts of those types: each takes the place of the record with its identifier,
-  /// whatever its type; other records of the types go; new ones are appended, children to their parents.
+  /// Makes the records the store's accounts of those types: each takes the place of the record with its
+  /// identifier, whatever its type; other records of the types go; new ones are appended, children to their
+  /// parents.
   void replaceAccountsWithTypesWithAccounts(const TypeSet& types, const std::vector<Account>& accounts);
   /// Appends the child's live properties to the parent's children. Does nothing without a parent.
   void addChildToAccount(const Account& child, const Account& parent);
@@ -93,8 +94,8 @@ class ROSTER_EXPORT AccountsManager {
 
   // ---- Saving
 
-  /// Merges every account with the file's version of it and writes the file. After a failure, which the system log
-  /// tells, the file is as it was, and the next save merges the same changes again.
+  /// Merges every account with the file's version of it and writes the file. After a failure, which the
+  /// system log tells, the file is as it was, and the next save merges the same changes again.
   void saveAllAccounts();
   /// Why the last save failed, with path and system text; empty when it succeeded.
   const std::string& lastSaveError() const { return _lastSaveError; }

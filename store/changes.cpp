@@ -126,19 +126,20 @@ std::unordered_set<const BasicAccount*> AccountsManager::replaceInPlace(const Ty
   }
 
   std::unordered_set<const BasicAccount*> placed;
-  for (auto record = ordered.rbegin(); record != ordered.rend(); ++record) {
-    const String identifier = storedIdentifier(*record);
+  for (std::size_t index = ordered.size(); index-- > 0;) {
+    Account& record = ordered[index];
+    const String identifier = storedIdentifier(record);
     if (const Account* given = identifier ? givenByID.find(identifier) : nullptr) {
-      *record = *given;
+      record = *given;
       topLevelByID.set(identifier, *given);
       placed.insert(given->get());
       // Of all the times that its children would be indexed only the last one leaves a trace.
       if (--positionsLeft[given->get()] == 0) _loadChildrenFromAccount(*given);
-    } else if (types.contains((*record)->type())) {
+    } else if (types.contains(record->type())) {
       _removeChildrenForAccountWithIdentifier(identifier);
-      record->reset();
+      record.reset();
     } else if (identifier) {
-      topLevelByID.set(identifier, *record);
+      topLevelByID.set(identifier, record);
     }
   }
   std::erase(ordered, nullptr);

@@ -61,9 +61,9 @@ std::vector<AccountsManager::Account> AccountsManager::basicAccountsWithTypes(co
 }
 
 std::size_t AccountsManager::countOfBasicAccountsWithTypes(const TypeSet& types) const {
-  return static_cast<std::size_t>(std::count_if(
-      _indexes->orderedTopLevelAccounts->begin(), _indexes->orderedTopLevelAccounts->end(),
-      [&types](const Account& account) { return types.contains(account->type()); }));
+  return static_cast<std::size_t>(
+      std::count_if(_indexes->orderedTopLevelAccounts->begin(), _indexes->orderedTopLevelAccounts->end(),
+                    [&types](const Account& account) { return types.contains(account->type()); }));
 }
 
 std::size_t AccountsManager::count() const { return _indexes->orderedTopLevelAccounts->size(); }

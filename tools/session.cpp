@@ -30,7 +30,7 @@ void requireLoadable(const BasicAccount& account) {
       return;
     case FixResult::repaired:
       return warn(name, "its class \"" + before + "\" is not known; it is stored as \"" +
-                            copy->accountClass().str() + "\", which its \"AccountPath\" tells");
+                            copy->accountClass().str() + R"(", which its "AccountPath" tells)");
     case FixResult::unrepairable:
       throw CommandError(name, "its class \"" + before + "\" is none of the mail account classes, and its " +
                                    R"("AccountPath" tells no other)");
