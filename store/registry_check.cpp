@@ -95,7 +95,7 @@ std::vector<RegistryFinding> checkRegistry(const std::string& path) {
     check.add(Kind::damage, path, "the registry counts as empty", file.error);
   } else if (!root) {
     check.add(Kind::damage, path, "the registry counts as empty",
-              "it is " + std::string(kindName(file.value)) + ", not a dictionary");
+              path + " is " + std::string(kindName(file.value)) + ", not a dictionary");
   } else {
     checkVersion(*root, check);
     checkRootKeys(*root, check);

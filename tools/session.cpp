@@ -11,11 +11,14 @@ namespace {
 
 constexpr std::string_view dataclassPrefix = "com.nimbal.Dataclass.";
 
-/// Saving is what makes the loss of an account that could not be loaded final.
-void warnOfDroppedAccounts() {
-  for (const RegistryFinding& finding : checkRegistry(AccountsManager::fullPathToRosterPlist())) {
-    if (finding.kind == RegistryFinding::Kind::drops)
-      warn(finding.where, finding.what + ", as " + finding.why);
+/// Saving is what makes the loss of what could not be loaded final.
+void warnOfLoss() {
+  using Kind = RegistryFinding::Kind;
+  const std::string path = AccountsManager::fullPathToRosterPlist();
+  for (const RegistryFinding& finding : checkRegistry(path)) {
+    if (finding.kind != Kind::drops && finding.kind != Kind::damage) continue;
+    // What is said of the whole file names it already.
+    warn(finding.where == path ? finding.what : finding.where + ": " + finding.what, finding.why);
   }
 }
 
@@ -24,16 +27,15 @@ void requireLoadable(const BasicAccount& account) {
   const Account copy = BasicAccount::initWithProperties(account.propertiesToSave().deepCopy());
   const std::string name = "account " + account.identifier().str();
   if (!copy) throw CommandError(name, "the library could not load it again");
-  const std::string before = copy->accountClass().str();
+  const std::string unknown = "its class \"" + copy->accountClass().str() + "\" is no mail account class, ";
   switch (RSRuntimeFixMailAccount().fixBasicAccountIfNeededLoggingMessage(copy, "saving accounts")) {
     case FixResult::nothingDone:
       return;
     case FixResult::repaired:
-      return warn(name, "its class \"" + before + "\" is not known; it is stored as \"" +
-                            copy->accountClass().str() + R"(", which its "AccountPath" tells)");
+      return warn(
+          name, unknown + "so it is stored as " + copy->accountClass().str() + ", as its AccountPath tells");
     case FixResult::unrepairable:
-      throw CommandError(name, "its class \"" + before + "\" is none of the mail account classes, and its " +
-                                   R"("AccountPath" tells no other)");
+      throw CommandError(name, unknown + "and its AccountPath tells no other");
   }
 }
 
@@ -58,14 +60,15 @@ Session::Session(Purpose purpose) {
   if (purpose == Purpose::adding) lock_.emplace(EditLock::Folder::madeIfMissing);
   store_ = AccountsManager::init();
   // A registry that cannot be read loads as an empty one.
-  if (store_->count() == 0) tellOfDamage(purpose);
+  if (store_->count() == 0 && purpose != Purpose::adding) requireReadable();
 }
 
-void Session::tellOfDamage(Purpose purpose) const {
-  for (const RegistryFinding& finding : checkRegistry(AccountsManager::fullPathToRosterPlist())) {
+void Session::requireReadable() {
+  const std::string path = AccountsManager::fullPathToRosterPlist();
+  for (const RegistryFinding& finding : checkRegistry(path)) {
     if (finding.kind != RegistryFinding::Kind::damage) continue;
-    if (purpose == Purpose::reading) throw CommandError("could not read the registry", finding.why);
-    warn("the registry counts as empty", finding.why);
+    if (finding.where == path) throw CommandError(finding.why);
+    throw CommandError(path + ": " + finding.where, finding.why);
   }
 }
 
@@ -92,7 +95,7 @@ void Session::putBack(const FoundAccount& found) {
 
 void Session::save(const Account& changed) {
   if (changed) requireLoadable(*changed);
-  warnOfDroppedAccounts();
+  warnOfLoss();
   store_->saveAllAccounts();
   if (!store_->lastSaveError().empty()) {
     throw CommandError("could not save the registry", store_->lastSaveError());

@@ -23,22 +23,21 @@ struct FoundAccount {
 class Session {
  public:
   enum class Purpose { reading, changing, adding };
-  /// Loads the registry. Reading one that cannot be read at all is a failure; changing it comes with a
-  /// warning.
+  /// Loads the registry. One that cannot be read at all is a failure, unless an account is added: the save
+  /// then keeps the unreadable file and says so.
   explicit Session(Purpose purpose);
 
   AccountsManager& store() { return *store_; }
   /// The top-level account or child with the identifier; fails when there is none.
   FoundAccount find(const std::string& name) const;
-  /// Gives a changed account back to the store. A child takes its place in its parent's "ChildAccounts"
-  /// again.
+  /// Gives a changed account back to the store; a child keeps its place among its parent's children.
   void putBack(const FoundAccount& found);
-  /// Saves. Fails, before anything is written, when the changed top-level account would not survive the next
-  /// load.
+  /// Saves, with a warning of what the file held that could not be loaded. Fails, before anything is
+  /// written, when the changed top-level account would not survive the next load.
   void save(const Account& changed = nullptr);
 
  private:
-  void tellOfDamage(Purpose purpose) const;
+  static void requireReadable();
 
   std::optional<EditLock> lock_;
   std::shared_ptr<AccountsManager> store_;

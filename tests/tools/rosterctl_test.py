@@ -1,5 +1,5 @@
-"""Runs rosterctl as a user does, on devices of its own. The registries are written and read back by Python's own
-property-list library. The tool is $ROSTERCTL, or the first argument."""
+"""Runs rosterctl as a user does, on devices of its own. The registries are written and read back by Python's
+own property-list library. The tool is $ROSTERCTL, else the first argument."""
 
 import base64
 import concurrent.futures
@@ -13,7 +13,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-TOOL = sys.argv.pop(1) if len(sys.argv) > 1 else os.environ["ROSTERCTL"]
+TOOL = os.environ.get("ROSTERCTL") or sys.argv.pop(1)
 MAIL, NOTES, CALENDARS = (f"com.nimbal.Dataclass.{name}" for name in ("Mail", "Notes", "Calendars"))
 INSTANT = datetime.datetime(2024, 2, 29, 12, 0, 0)
 FORMATS = (plistlib.FMT_BINARY, plistlib.FMT_XML)
@@ -72,8 +72,9 @@ class RosterctlTest(unittest.TestCase):
     # ---- the main job
 
     FOREIGN = account(
-        "A", DisplayName="Wörk 日本 😀", Username="me", Real=1.0, Integer=1, Large=2**64 - 1, Small=-(2**63), Yes=True,
-        No=False, Empty="", Data=b"\0\xff" * 40, When=INSTANT, Tree={"List": [1, 1.5, [b"", {}], INSTANT], "": {}},
+        "A", DisplayName="Wörk 日本 😀", Username="me", Real=1.0, Integer=1, Large=2**64 - 1, Small=-(2**63),
+        Yes=True, No=False, Empty="", Data=b"\0\xff" * 40, When=INSTANT,
+        Tree={"List": [1, 1.5, [b"", {}], INSTANT], "": {}},
         **{"$data": "not data", "Sync Identifier": "S", "Enabled Dataclasses": [NOTES], "Key = odd": "x"})
 
     def test_a_foreign_registry_comes_back_with_every_other_value_equal(self):
@@ -190,7 +191,7 @@ class RosterctlTest(unittest.TestCase):
             self.assertRegex(self.err(*arguments), f"^rosterctl: warning: .*{warning}.*\n$")
         self.assertEqual(self.stored("A")["Enabled Dataclasses"], [MAIL, NOTES])
         self.write(account("A"), account("B", "Unheard"))
-        self.assertIn('Accounts[1] (B): the account is left out, as its type "Unheard" is not known',
+        self.assertIn('Accounts[1] (B): the account is left out: its type "Unheard" is not known',
                       self.err("set", "A", "X=1"))
 
     # ---- failures
@@ -205,8 +206,8 @@ class RosterctlTest(unittest.TestCase):
                 (1, "Class: ", ("set", "A", "X=1", "Class:=5")), (1, "Class: ", ("unset", "A", "X", "Class")),
                 (1, "The account type (Foo) is not supported", ("add", "Foo", "Bar")),
                 (1, "The account class is required.", ("add", "Mail", "")),
-                (1, "none of the mail account classes", ("add", "Mail", "Bogus")),
-                (1, "none of the mail account classes", ("set", "A", "Class=Bogus")),
+                (1, "is no mail account class", ("add", "Mail", "Bogus")),
+                (1, "is no mail account class", ("set", "A", "Class=Bogus")),
                 (1, "there is an account C already", ("add", "SMTP", "S", "Identifier=C")),
                 (1, "account C: it is a child itself", ("add", "SMTP", "S", "--parent", "C")),
                 (1, "Backup: accounts of the type \"Mail\" do not support it", ("enable", "A", "Mail", "Backup")),
@@ -252,7 +253,7 @@ class RosterctlTest(unittest.TestCase):
         path = {"AccountPath": "/var/Mail/IMAP-me"}
         grandparent = account("C", "SMTP", "SMTPAccount", ChildAccounts=[])
         for root, finding in (
-                ([], "damage|com.nimbal.roster.plist|it is an array"),
+                ([], "damage|com.nimbal.roster.plist|is an array, not a dictionary"),
                 ({"Version": 12}, "ignores|Accounts|no such key"),
                 ({"Version": 12, "Accounts": "x"}, "damage|Accounts|it is a text"),
                 ({"Accounts": []}, "repairs|Version|missing"),
