@@ -33,6 +33,14 @@ std::shared_ptr<BasicAccount> BasicAccount::_initWithTypeClass(std::string_view 
   return makeWithTypeClass<BasicAccount>(type, accountClass);
 }
 
+std::shared_ptr<BasicAccount> BasicAccount::_initWithPropertiesInArena(const Dictionary& properties,
+                                                                       const RecordArena& arena) {
+  initialize();
+  auto account =
+      std::allocate_shared<BasicAccount>(RecordArena::Allocator<BasicAccount>(arena), Allocation{});
+  return account->takeProperties(properties) ? account : nullptr;
+}
+
 std::shared_ptr<BasicAccount> BasicAccount::init() {
   assertionFailed("-[BasicAccount init]", sourceFile, "Don't use this method");
   return nullptr;

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "account/full_account.h"
+#include "account/record_arena.h"
 #include "account/string_list.h"
 #include "account/vocabulary.h"
 #include "platform/export.h"
@@ -155,6 +156,9 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
                                                           std::string_view accountClass);
   /// Whether the type is a non-empty text and an entry of the type configuration.
   static bool _isValidAccountType(std::string_view type);
+  /// Like initWithProperties, for a record that is loaded together with many others.
+  static std::shared_ptr<BasicAccount> _initWithPropertiesInArena(const Dictionary& properties,
+                                                                  const RecordArena& arena);
   /// The dataclass configuration, read anew; nothing when it is missing or unreadable.
   static std::optional<Dictionary> _dataclassesProperties();
   /// The account-creators table, read anew; nothing when it is missing or unreadable.

@@ -123,11 +123,6 @@ class OrderedMap {
   static constexpr std::size_t none = static_cast<std::size_t>(-1);
   static constexpr std::uint32_t emptySlot = 0;
 
-  struct Slot {
-    std::uint32_t entryPlusOne = emptySlot;
-    std::uint32_t hash = 0;
-  };
-
   std::uint32_t hashOf(std::string_view key) const {
     return slots_.empty() ? 0 : static_cast<std::uint32_t>(hashText(key, textHashSeed()));
   }
@@ -140,10 +135,11 @@ class OrderedMap {
       return none;
     }
     const std::size_t mask = slots_.size() - 1;
-    for (std::size_t at = hash & mask; slots_[at].entryPlusOne != emptySlot; at = (at + 1) & mask) {
-      if (slots_[at].hash != hash) continue;
-      const std::size_t index = slots_[at].entryPlusOne - 1;
-      if (!entries_[index].isErased && areEqualTexts(entries_[index].key.view(), key)) return index;
+    for (std::size_t at = hash & mask; slots_[at] != emptySlot; at = (at + 1) & mask) {
+      if (((slots_[at] ^ hash) & ~mask) != 0) continue;
+      const std::size_t index = (slots_[at] & mask) - 1;
+      const Entry& entry = entries_[index];
+      if (!entry.isErased && areEqualTexts(entry.key.view(), key)) return index;
     }
     return none;
   }
@@ -163,8 +159,8 @@ class OrderedMap {
   void claimSlot(std::size_t index) {
     const std::size_t mask = slots_.size() - 1;
     std::size_t at = entries_[index].hash & mask;
-    while (slots_[at].entryPlusOne != emptySlot) at = (at + 1) & mask;
-    slots_[at] = {static_cast<std::uint32_t>(index + 1), entries_[index].hash};
+    while (slots_[at] != emptySlot) at = (at + 1) & mask;
+    slots_[at] = static_cast<std::uint32_t>((entries_[index].hash & ~mask) | (index + 1));
   }
 
   void compact() {
@@ -175,7 +171,7 @@ class OrderedMap {
 
   void rebuildSlots(std::size_t count) {
     const bool hadHashes = !slots_.empty();
-    slots_.assign(std::bit_ceil(2 * count + 2), Slot{});
+    slots_.assign(std::bit_ceil(2 * count + 2), emptySlot);
     for (std::size_t i = 0; i < entries_.size(); ++i) {
       if (!hadHashes) entries_[i].hash = hashOf(entries_[i].key.view());
       if (!entries_[i].isErased) claimSlot(i);
@@ -183,7 +179,9 @@ class OrderedMap {
   }
 
   std::vector<Entry> entries_;
-  std::vector<Slot> slots_;
+  /// A slot holds the number of an entry, plus one, in the bits that a hash chooses a slot by, and in the
+  /// others those of its hash. There are more than twice as many slots as entries, so the number fits.
+  std::vector<std::uint32_t> slots_;
   std::size_t live_ = 0;
   std::uint64_t changes_ = 0;
 };

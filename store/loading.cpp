@@ -49,9 +49,11 @@ void AccountsManager::_initWithAccountsInfo(const Array& accounts) {
   _indexes->topLevelAccountsByID.reserve(accounts.size());
   bool isAnythingFixed = false;
   Salvage salvage(accounts);
+  const RecordArena arena(accounts.size());
   for (const Value& element : accounts) {
     const std::optional<Dictionary> properties = salvage.usable(element).dictionary();
-    const Account account = properties ? BasicAccount::initWithProperties(*properties) : nullptr;
+    const Account account =
+        properties ? BasicAccount::_initWithPropertiesInArena(*properties, arena) : nullptr;
     if (!account) {
       systemLog("[%s] ERROR: Failed to create a BasicAccount from %@",
                 "-[AccountsManager _initWithAccountsInfo:]", element);

@@ -16,16 +16,20 @@ namespace roster {
 
 namespace {
 
+std::string damageOfAccount(const Value& account) {
+  if (account.isNil()) return " cannot be read";
+  if (!account.isDictionary()) return " is not a dictionary";
+  return " has a value that " + std::string(describe(account.fault()));
+}
+
 /// What about "Accounts" cannot be read as accounts; empty when there is nothing.
 std::string damageOf(const Array& accounts) {
   std::size_t index = 0;
   for (const Value& element : accounts) {
-    const std::string name = "its account " + std::to_string(index++);
-    if (element.isNil()) return name + " cannot be read";
-    if (!element.isDictionary()) return name + " is not a dictionary";
-    if (element.fault() != Fault::none) {
-      return name + " has a value that " + std::string(describe(element.fault()));
+    if (!element.isDictionary() || element.fault() != Fault::none) {
+      return "its account " + std::to_string(index) + damageOfAccount(element);
     }
+    ++index;
   }
   return {};
 }
