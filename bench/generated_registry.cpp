@@ -115,7 +115,7 @@ BenchDevice::BenchDevice(const std::string& registry) {
   const std::string folder = root_ + "/var/lib/roster/Preferences";
   std::filesystem::create_directories(folder);
   registryPath_ = folder + "/com.nimbal.roster.plist";
-  std::ofstream(registryPath_, std::ios::binary) << registry;
+  std::ofstream(registryPath_, std::ofstream::binary) << registry;
 }
 
 BenchDevice::~BenchDevice() {

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <span>
+#include <vector>
 
 #include "account/basic_account.h"
 #include "platform/ordered_map.h"
@@ -17,10 +18,17 @@ class Snapshot {
   /// identifier wins. An account without an identifier is left out, with one line in the system log.
   explicit Snapshot(std::span<const std::shared_ptr<BasicAccount>> accounts);
 
-  const OrderedMap<Dictionary>& propertiesByID() const { return propertiesByID_; }
+  /// By identifier. Put in order at the first request: a store that is loaded, or made for the length of a
+  /// save, is often never asked.
+  const OrderedMap<Dictionary>& propertiesByID() const;
 
  private:
-  OrderedMap<Dictionary> propertiesByID_;
+  struct Entry {
+    String identifier;
+    Dictionary properties;
+  };
+  mutable std::vector<Entry> entries_;
+  mutable OrderedMap<Dictionary> propertiesByID_;
 };
 
 }  // namespace roster

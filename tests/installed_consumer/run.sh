@@ -17,7 +17,8 @@ read -ra flags < <(pkg-config --cflags --libs roster)
 test "$("$prefix/consumer")" = "consumer works"
 
 # The installed tool finds the library it was installed with, and not the one in the build tree.
-ldd "$prefix/usr/bin/rosterctl" | grep -q "libroster.so.1 => $prefix/usr/"
+libraries=$(ldd "$prefix/usr/bin/rosterctl")
+[[ $libraries == *"libroster.so.1 => $prefix/usr/"* ]]
 "$prefix/usr/bin/rosterctl" types >/dev/null
 
 test "$(readlink "$library/libroster.so")" = libroster.so.1
