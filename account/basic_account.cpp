@@ -78,9 +78,10 @@ std::optional<Dictionary> BasicAccount::propertiesOfNewAccount(std::string_view 
 }
 
 bool BasicAccount::takeProperties(const Dictionary& properties) {
-  const Value type = properties.find(kAccountType);
-  const bool isKnownType = _isValidAccountType(type.string());
-  if (!isKnownType) systemLog("[%s] Invalid account type: %@", initWithPropertiesName, type);
+  const bool isKnownType = _isValidAccountType(properties.find(kAccountType).string());
+  if (!isKnownType) {
+    systemLog("[%s] Invalid account type: %@", initWithPropertiesName, properties.find(kAccountType));
+  }
   if (properties.find(kAccountClass).string().isEmpty()) {
     systemLog("[%s] Missing account class.", initWithPropertiesName);
     return false;

@@ -75,8 +75,8 @@ class ObjectCheck {
         end = layout_.end(header);
         occupied += end - begin;
       }
-      // One wrong length covers the space at most once more.
-      if (occupied > 2 * layout_.objectSpace()) return false;
+      // One wrong length covers the space at most once more. Objects in order cannot overlap at all.
+      if (!isInOrder && occupied > 2 * layout_.objectSpace()) return false;
       if (header.isContainer()) {
         references_ += header.references();
       } else {

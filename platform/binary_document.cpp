@@ -7,8 +7,9 @@ namespace roster {
 Result<Value> Document::read(Bytes file) {
   const Result<BinaryLayout> layout = BinaryLayout::read(file);
   if (!layout) return Error{layout.error()};
-  const Value keeper = ValueAccess::make(Value::Kind::data, new Document(std::move(file), *layout), 0);
-  auto& document = const_cast<Document&>(ValueAccess::document(keeper));
+  auto* const made = new Document(std::move(file), *layout);
+  const Value keeper = ValueAccess::make(Value::Kind::data, made, 0);
+  Document& document = *made;
   Result<CheckedObjects> checked = checkObjects(document.layout_);
   if (!checked) return Error{checked.error()};
   document.checked_ = *std::move(checked);

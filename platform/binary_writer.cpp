@@ -71,13 +71,14 @@ class ObjectNumbering {
   std::uint32_t& slot(const Value& value) {
     const Node* node = ValueAccess::node(value);
     if (!ValueAccess::isInDocument(value)) return nodes_.try_emplace(node, notPlaced).first->second;
-    if (node != lastDocument_) {
-      std::vector<std::uint32_t>& numbers = documents_[node];
-      if (numbers.empty()) numbers.assign(ValueAccess::document(value).objectCount(), notPlaced);
+    if (node != lastDocument_ || lastNumbers_ == nullptr) {
       lastDocument_ = node;
-      lastNumbers_ = numbers.data();
+      lastNumbers_ = &documents_[node];
+      if (lastNumbers_->empty()) {
+        lastNumbers_->assign(ValueAccess::document(value).objectCount(), notPlaced);
+      }
     }
-    return lastNumbers_[ValueAccess::object(value)];
+    return (*lastNumbers_)[ValueAccess::object(value)];
   }
 
   std::uint32_t append(const Value& value) {
@@ -187,7 +188,7 @@ class ObjectNumbering {
   std::unordered_map<std::uint64_t, std::uint32_t> scalars_[scalarKinds];
   TextTable texts_;
   const Node* lastDocument_ = nullptr;
-  std::uint32_t* lastNumbers_ = nullptr;
+  std::vector<std::uint32_t>* lastNumbers_ = nullptr;
   std::uint32_t largestPart_ = 0;
   Fault fault_ = Fault::none;
 };

@@ -37,9 +37,10 @@ std::string_view describe(Fault fault) {
   return "is damaged";
 }
 
-Value::Value(unsigned long long value) noexcept : kind_(Kind::integer) {
+Value::Value(unsigned long long value) noexcept
+    : kind_(Kind::integer),
+      isAboveSigned_(value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
   payload_.natural = value;
-  isAboveSigned_ = value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
 }
 
 Value::Value(std::string_view text) : Value(Kind::string, new StringNode(text)) {}

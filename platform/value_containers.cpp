@@ -70,7 +70,7 @@ DictionaryNode::DictionaryNode(OrderedMap<Value> content, Fault contentFault)
         return ValueAccess::holdsLiveDictionaries(entry.value);
       })) {}
 
-OrderedMap<Value>& DictionaryNode::ownEntries() {
+OrderedMap<Value>& DictionaryNode::ownEntries() const {
   if (own) return *own;
   const Value& source = ValueAccess::value(base);
   if (isNode(source)) {
@@ -214,7 +214,7 @@ void MutableDictionary::set(std::string_view key, Value value) {
     return;
   }
   const auto& node = dictionaryNode(value_);
-  OrderedMap<Value>& entries = const_cast<DictionaryNode&>(node).ownEntries();
+  OrderedMap<Value>& entries = node.ownEntries();
   if (Value* old = entries.find(key)) {
     *old = std::move(value);
     return;
@@ -227,7 +227,7 @@ void MutableDictionary::remove(std::string_view key) {
   if (!contains(key)) return;
   const auto& node = dictionaryNode(value_);
   ++node.changes;
-  const_cast<DictionaryNode&>(node).ownEntries().erase(key);
+  node.ownEntries().erase(key);
 }
 
 }  // namespace roster

@@ -45,7 +45,7 @@ struct DictionaryNode final : Node {
   const bool holdsLiveDictionaries = false;
 
   /// The entries to change, copied from `base` the first time.
-  OrderedMap<Value>& ownEntries();
+  OrderedMap<Value>& ownEntries() const;
   /// Makes the entries the new base, which others may share from then on. Walks over them go on undisturbed.
   void freeze() const;
 };

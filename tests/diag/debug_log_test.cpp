@@ -42,12 +42,13 @@ TEST_P(DebugLog, FollowsThePreferenceAsItWasAtTheFirstMessage) {
   EXPECT_EQ(write(), expected) << "until the process starts anew";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Preferences, DebugLog,
-    ::testing::Values(ValueAndIsOn{"", false}, ValueAndIsOn{"<false/>", false}, ValueAndIsOn{"<true/>", true},
-                      ValueAndIsOn{"<integer>0</integer>", false}, ValueAndIsOn{"<integer>2</integer>", true},
-                      ValueAndIsOn{"<string>YES</string>", true}, ValueAndIsOn{"<string>no</string>", false},
-                      ValueAndIsOn{"<array><true/></array>", false}));
+INSTANTIATE_TEST_SUITE_P(Preferences, DebugLog,
+                         ::testing::Values(ValueAndIsOn{"", false}, ValueAndIsOn{"<true/>", true},
+                                           ValueAndIsOn{"<integer>0</integer>", false},
+                                           ValueAndIsOn{"<integer>2</integer>", true},
+                                           ValueAndIsOn{"<string>YES</string>", true},
+                                           ValueAndIsOn{"<string>no</string>", false},
+                                           ValueAndIsOn{"<array><true/></array>", false}));
 
 }  // namespace
 }  // namespace roster::testing

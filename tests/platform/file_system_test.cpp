@@ -5,19 +5,18 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <map>
 
 #include "platform/limits.h"
 #include "platform/linux/file_calls.h"
+#include "tests/support/temporary_device.h"
 
-namespace roster {
+namespace roster::testing {
 namespace {
 
 namespace fs = std::filesystem;
 
-/// What the calls under test did, and which of them is to fail. Plain functions cannot carry state of their
-/// own.
+/// What the calls under test did, and which of them is to fail. Plain functions have no state of their own.
 struct Script {
   std::map<std::string, int> counts{};
   std::string failing{};
@@ -26,103 +25,69 @@ struct Script {
 };
 Script script;
 
-template <class Call>
-auto scripted(const char* name, Call&& call) -> decltype(call()) {
-  const int occurrence = ++script.counts[name];
-  if (script.failing == name && occurrence == script.failingOccurrence) {
+/// Counts the call from now on, and fails it when the script says so.
+template <auto member, class Result, class... Arguments>
+void watch(FileCalls& calls, const char* name, Result (*call)(Arguments...)) {
+  static const std::pair watched(name, call);
+  calls.*member = [](Arguments... arguments) -> Result {
+    const int occurrence = ++script.counts[watched.first];
+    if (script.failing != watched.first || occurrence != script.failingOccurrence)
+      return watched.second(arguments...);
     errno = script.failure;
     return -1;
-  }
-  return call();
+  };
 }
 
 FileCalls scriptedCalls() {
-  static const FileCalls real = fileCalls();
-  FileCalls calls = real;
-  calls.openat = [](int folder, const char* path, int flags, mode_t mode) {
-    return scripted("openat", [&] { return real.openat(folder, path, flags, mode); });
-  };
-  calls.close = [](int file) {
-    const int result = scripted("close", [] { return 0; });
-    const int number = errno;
-    real.close(file);
-    errno = number;
-    return result;
-  };
-  calls.fstat = [](int file, struct stat* status) {
-    return scripted("fstat", [&] { return real.fstat(file, status); });
-  };
-  calls.fstatat = [](int folder, const char* path, struct stat* status, int flags) {
-    return scripted("fstatat", [&] { return real.fstatat(folder, path, status, flags); });
-  };
-  calls.read = [](int file, void* buffer, std::size_t size) {
-    return scripted("read", [&] { return real.read(file, buffer, size); });
-  };
+  FileCalls calls = fileCalls();
   // A few bytes at a time, so that the rest has to be written too.
   calls.write = [](int file, const void* buffer, std::size_t size) {
-    return scripted("write", [&] { return real.write(file, buffer, std::min<std::size_t>(size, 3)); });
+    return ::write(file, buffer, std::min<std::size_t>(size, 3));
   };
-  calls.fchown = [](int file, uid_t owner, gid_t group) {
-    return scripted("fchown", [&] { return real.fchown(file, owner, group); });
-  };
-  calls.fchmod = [](int file, mode_t mode) {
-    return scripted("fchmod", [&] { return real.fchmod(file, mode); });
-  };
-  calls.fsync = [](int file) { return scripted("fsync", [&] { return real.fsync(file); }); };
-  calls.mkdir = [](const char* path, mode_t mode) {
-    return scripted("mkdir", [&] { return real.mkdir(path, mode); });
-  };
-  calls.linkat = [](int from, const char* path, int to, const char* copy, int flags) {
-    return scripted("linkat", [&] { return real.linkat(from, path, to, copy, flags); });
-  };
-  calls.renameat = [](int from, const char* path, int to, const char* target) {
-    return scripted("renameat", [&] { return real.renameat(from, path, to, target); });
-  };
+  watch<&FileCalls::openat>(calls, "openat", calls.openat);
+  watch<&FileCalls::close>(calls, "close", calls.close);
+  watch<&FileCalls::fstat>(calls, "fstat", calls.fstat);
+  watch<&FileCalls::fstatat>(calls, "fstatat", calls.fstatat);
+  watch<&FileCalls::read>(calls, "read", calls.read);
+  watch<&FileCalls::write>(calls, "write", calls.write);
+  watch<&FileCalls::fchmod>(calls, "fchmod", calls.fchmod);
+  watch<&FileCalls::fsync>(calls, "fsync", calls.fsync);
+  watch<&FileCalls::renameat>(calls, "renameat", calls.renameat);
   return calls;
 }
 
-class FileSystem : public testing::Test {
+class FileSystem : public ::testing::Test {
  protected:
   FileSystem() {
-    std::string name = (fs::temp_directory_path() / "roster-files-XXXXXX").string();
-    folder_ = mkdtemp(name.data());
     script = {};
+    fs::create_directory(folder_);
   }
-  ~FileSystem() override { fs::remove_all(folder_); }
 
-  std::string in(std::string_view name) const { return joinPath(folder_.string(), name); }
-
-  static void put(const std::string& path, std::string_view text) { std::ofstream(path) << text; }
+  std::string in(std::string_view name) const { return joinPath(folder_, name); }
+  void put(const std::string& path, std::string_view text) const { device_.writeFile(path, text); }
+  std::vector<std::string> names() const { return device_.fileNames(folder_); }
   static std::string contents(const std::string& path) { return std::string(readFile(path).bytes.text()); }
   static std::optional<Error> replace(const std::string& path, std::string_view text) {
     return replaceFile(path, std::as_bytes(std::span(text)));
   }
   static unsigned modeOf(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
-  }
-  std::vector<std::string> names() const {
-    std::vector<std::string> found;
-    for (const auto& entry : fs::directory_iterator(folder_)) found.push_back(entry.path().filename());
-    std::sort(found.begin(), found.end());
-    return found;
+    return static_cast<unsigned>(fs::status(path).permissions());
   }
 
-  fs::path folder_;
+  const TemporaryDevice device_;
+  const std::string folder_ = device_.path("files");
 };
 
 TEST_F(FileSystem, ReplacesAFileWithTwoSyncsAndKeepsItsMode) {
   put(in("f"), "old");
-  ASSERT_EQ(chmod(in("f").c_str(), 0640), 0);
+  fs::permissions(in("f"), fs::perms{0640});
   const FileCallsOverride calls(scriptedCalls());
   ASSERT_FALSE(replace(in("f"), "new contents"));
   EXPECT_EQ(contents(in("f")), "new contents");
   EXPECT_EQ(modeOf(in("f")), 0640U);
   EXPECT_EQ(script.counts["fsync"], 2);
   EXPECT_EQ(names(), std::vector<std::string>{"f"});
-}
 
-TEST_F(FileSystem, MakesAPrivateFileAndTheFoldersOnItsWay) {
   ASSERT_FALSE(replace(in("a/b//c/f"), ""));
   EXPECT_TRUE(fs::is_empty(in("a/b/c/f")));
   EXPECT_EQ(modeOf(in("a/b/c/f")), 0600U);
@@ -134,13 +99,12 @@ TEST_F(FileSystem, ReplacesWhatALinkStandsFor) {
   fs::create_symlink("d/f", in("link"));
   fs::create_symlink(in("link"), in("link to link"));
   fs::create_symlink("missing", in("dangling"));
+  fs::create_symlink("loop", in("loop"));
   ASSERT_FALSE(replace(in("link to link"), "new"));
   ASSERT_FALSE(replace(in("dangling"), "made"));
   EXPECT_TRUE(fs::is_symlink(in("link")) && fs::is_symlink(in("link to link")));
   EXPECT_EQ(contents(in("d/f")), "new");
   EXPECT_EQ(contents(in("missing")), "made");
-
-  fs::create_symlink("loop", in("loop"));
   EXPECT_EQ(replace(in("loop"), "x")->message,
             "could not follow the link " + in("loop") + ": Too many levels of symbolic links");
 }
@@ -162,25 +126,25 @@ TEST_F(FileSystem, LeavesTheOldFileWholeWhicheverStepFails) {
   for (const auto& [call, occurrence, action] : steps) {
     put(in("f"), "old");
     script = {.failing = call, .failingOccurrence = occurrence, .failure = ENOSPC};
-    const bool isReplaced = std::string_view(action) == "sync the folder";
+    std::optional<Error> error;
     {
       const FileCallsOverride calls(scriptedCalls());
-      const std::optional<Error> error = replace(in("f"), "new contents");
-      ASSERT_TRUE(error) << action;
-      EXPECT_TRUE(error->message.starts_with("could not " + std::string(action) + " " + folder_.string()))
-          << error->message;
-      EXPECT_TRUE(error->message.ends_with(": No space left on device")) << error->message;
+      error = replace(in("f"), "new contents");
     }
+    ASSERT_TRUE(error) << action;
+    EXPECT_TRUE(error->message.starts_with("could not " + std::string(action) + " " + folder_))
+        << error->message;
+    EXPECT_TRUE(error->message.ends_with(": No space left on device")) << error->message;
+    const bool isReplaced = std::string_view(action) == "sync the folder";
     EXPECT_EQ(contents(in("f")), isReplaced ? "new contents" : "old") << action;
     EXPECT_EQ(names(), std::vector<std::string>{"f"}) << action;
   }
 }
 
 TEST_F(FileSystem, TriesAgainAfterAnInterruption) {
-  put(in("f"), "old");
+  const FileCallsOverride calls(scriptedCalls());
   for (const char* call : {"openat", "write", "fsync", "read"}) {
     script = {.failing = call, .failure = EINTR};
-    const FileCallsOverride calls(scriptedCalls());
     EXPECT_FALSE(replace(in("f"), call)) << call;
     EXPECT_EQ(contents(in("f")), call);
   }
@@ -188,25 +152,25 @@ TEST_F(FileSystem, TriesAgainAfterAnInterruption) {
 
 TEST_F(FileSystem, NeverWidensAccessWhenTheOwnerCannotBeKept) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can make a file of somebody else";
+  static int failures;
+  static int failure;
+  FileCalls calls = fileCalls();
+  calls.fchown = [](int file, uid_t owner, gid_t group) {
+    if (failures-- <= 0) return ::fchown(file, owner, group);
+    errno = failure;
+    return -1;
+  };
+  const FileCallsOverride override(calls);
   const std::tuple<int, int, unsigned> cases[] = {{1, EPERM, 0640}, {2, EPERM, 0600}, {1, EIO, 0640}};
-  for (const auto& [failures, failure, mode] : cases) {
+  for (const auto& [count, number, mode] : cases) {
+    fs::remove(in("f"));
     put(in("f"), "old");
     ASSERT_EQ(chown(in("f").c_str(), 1, 1), 0);
-    ASSERT_EQ(chmod(in("f").c_str(), 0640), 0);
-    static int remaining = 0;
-    static int number = 0;
-    remaining = failures;
-    number = failure;
-    FileCalls calls = fileCalls();
-    calls.fchown = [](int file, uid_t owner, gid_t group) {
-      if (remaining-- <= 0) return ::fchown(file, owner, group);
-      errno = number;
-      return -1;
-    };
-    const FileCallsOverride override(calls);
+    fs::permissions(in("f"), fs::perms{0640});
+    failures = count;
+    failure = number;
     EXPECT_EQ(replace(in("f"), "new").has_value(), failure == EIO);
     EXPECT_EQ(modeOf(in("f")), mode);
-    fs::remove(in("f"));
   }
 }
 
@@ -214,10 +178,13 @@ TEST_F(FileSystem, RefusesToReplaceWhatIsNoFile) {
   fs::create_directory(in("d"));
   ASSERT_EQ(mkfifo(in("pipe").c_str(), 0600), 0);
   put(in("f"), "");
-  EXPECT_EQ(replace(in("d"), "")->message, "could not write " + in("d") + ": it is not a regular file");
-  EXPECT_EQ(replace(in("pipe"), "")->message, "could not write " + in("pipe") + ": it is not a regular file");
-  EXPECT_EQ(replace(in("d/"), "")->message, "could not write " + in("d/") + ": it does not name a file");
-  EXPECT_EQ(replace(in("f/x"), "")->message, "could not open the folder " + in("f") + ": Not a directory");
+  const std::pair<std::string, std::string> cases[] = {
+      {"d", "could not write " + in("d") + ": it is not a regular file"},
+      {"pipe", "could not write " + in("pipe") + ": it is not a regular file"},
+      {"d/", "could not write " + in("d/") + ": it does not name a file"},
+      {"f/x", "could not open the folder " + in("f") + ": Not a directory"},
+  };
+  for (const auto& [name, error] : cases) EXPECT_EQ(replace(in(name), "")->message, error);
 }
 
 TEST_F(FileSystem, SaysWhyAFileCannotBeRead) {
@@ -242,57 +209,54 @@ TEST_F(FileSystem, SaysWhyAFileCannotBeRead) {
 TEST_F(FileSystem, ReadsAFileThatChangesItsSizeMeanwhile) {
   const std::string text(10000, 'x');
   put(in("f"), text);
-  for (const off_t claimed : {off_t{0}, off_t{3}, off_t{9999}, off_t{10000}, off_t{50000}}) {
-    static off_t size = 0;
+  static off_t size;
+  FileCalls calls = fileCalls();
+  calls.fstat = [](int file, struct stat* status) {
+    const int result = ::fstat(file, status);
+    status->st_size = size;
+    return result;
+  };
+  const FileCallsOverride override(calls);
+  for (const off_t claimed : {0, 3, 9999, 10000, 50000}) {
     size = claimed;
-    FileCalls calls = fileCalls();
-    calls.fstat = [](int file, struct stat* status) {
-      const int result = ::fstat(file, status);
-      status->st_size = size;
-      return result;
-    };
-    const FileCallsOverride override(calls);
     EXPECT_EQ(contents(in("f")), text) << claimed;
   }
 }
 
 TEST_F(FileSystem, KeepsAFileUnderASecondName) {
   put(in("f"), "old");
-  ASSERT_EQ(chmod(in("f").c_str(), 0640), 0);
+  fs::permissions(in("f"), fs::perms{0640});
   EXPECT_FALSE(keepFileAs(in("f"), in("linked")));
   ASSERT_FALSE(replace(in("f"), "new"));
   EXPECT_EQ(contents(in("linked")), "old");
   EXPECT_EQ(keepFileAs(in("f"), in("linked"))->message,
             "could not keep " + in("f") + " as " + in("linked") + ": File exists");
 
-  for (const char* failing : {"", "write", "fsync"}) {
+  FileCalls calls = scriptedCalls();
+  calls.linkat = [](int, const char*, int, const char*, int) {
+    errno = EXDEV;
+    return -1;
+  };
+  const FileCallsOverride override(calls);
+  for (const char* failing : {"write", "fsync"}) {
     script = {.failing = failing};
-    FileCalls calls = scriptedCalls();
-    calls.linkat = [](int, const char*, int, const char*, int) {
-      errno = EXDEV;
-      return -1;
-    };
-    const FileCallsOverride override(calls);
-    const bool works = std::string_view(failing).empty();
-    EXPECT_EQ(keepFileAs(in("f"), in("copied")).has_value(), !works) << failing;
-    EXPECT_EQ(fileExists(in("copied")), works);
-    if (works) {
-      EXPECT_EQ(contents(in("copied")), "new");
-      EXPECT_EQ(modeOf(in("copied")), 0640U);
-      EXPECT_TRUE(keepFileAs(in("f"), in("copied"))) << "a copy overwrote a file";
-      fs::remove(in("copied"));
-    }
+    EXPECT_TRUE(keepFileAs(in("f"), in("copied"))) << failing;
+    EXPECT_FALSE(fileExists(in("copied"))) << failing;
   }
+  script = {};
+  EXPECT_FALSE(keepFileAs(in("f"), in("copied")));
+  EXPECT_EQ(contents(in("copied")), "new");
+  EXPECT_EQ(modeOf(in("copied")), 0640U);
+  EXPECT_TRUE(keepFileAs(in("f"), in("copied"))) << "a copy overwrote a file";
 }
 
 TEST(JoinPath, PutsOneSeparatorBetween) {
-  const std::tuple<const char*, const char*, const char*> cases[] = {{"/a", "b", "/a/b"},
-                                                                     {"/a/", "/b", "/a/b"},
-                                                                     {"/", "b", "/b"},
-                                                                     {"", "var/lib", "/var/lib"},
-                                                                     {"a", "b/", "a/b/"}};
-  for (const auto& [folder, component, path] : cases) EXPECT_EQ(joinPath(folder, component), path);
+  for (const char* folder : {"/a", "/a/"}) {
+    for (const char* name : {"b", "/b"}) EXPECT_EQ(joinPath(folder, name), "/a/b");
+  }
+  EXPECT_EQ(joinPath("/", "b"), "/b");
+  EXPECT_EQ(joinPath("", "var/lib"), "/var/lib");
 }
 
 }  // namespace
-}  // namespace roster
+}  // namespace roster::testing

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "tests/support/temporary_device.h"
 
 namespace roster::testing {
@@ -31,18 +33,12 @@ TEST_F(Resources, SpeakTheUsersLanguageAndElseEnglish) {
   writeTable("en", Dictionary{{"yes", "yes"}, {"no", "no"}, {"perhaps", "perhaps"}});
   writeTable("de", Dictionary{{"yes", "ja"}, {"no", "nein"}, {"perhaps", 3}});
   writeTable("de_AT", Dictionary{{"yes", "jo"}});
-  struct Case {
-    const char* all;
-    const char* messages;
-    const char* language;
-    const char* texts;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, const char*, const char*, const char*> cases[] = {
       {"", "", "", "yes no perhaps"},
       {"", "", "de_AT.UTF-8", "jo nein perhaps"},
       {"", "de_CH@euro", "en_US.UTF-8", "ja nein perhaps"},
       {"C.UTF-8", "de", "de", "yes no perhaps"},
-      {"POSIX", "de", "de", "yes no perhaps"},
+      {"POSIX", "", "de", "yes no perhaps"},
       {"en_GB.UTF-8", "de", "de", "yes no perhaps"},
       {"tlh", "", "", "yes no perhaps"},
       {"../de", "", "", "yes no perhaps"},
@@ -51,10 +47,9 @@ TEST_F(Resources, SpeakTheUsersLanguageAndElseEnglish) {
     device.setEnvironment("LC_ALL", all);
     device.setEnvironment("LC_MESSAGES", messages);
     device.setEnvironment("LANG", language);
-    EXPECT_EQ(localizedString("yes", "Words") + " " + localizedString("no", "Words") + " " +
-                  localizedString("perhaps", "Words"),
-              texts)
-        << all << "|" << messages << "|" << language;
+    std::string found = localizedString("yes", "Words");
+    for (const char* key : {"no", "perhaps"}) found += " " + localizedString(key, "Words");
+    EXPECT_EQ(found, texts) << all << "|" << messages << "|" << language;
   }
   EXPECT_EQ(log.lines(), std::vector<std::string>{});
 }

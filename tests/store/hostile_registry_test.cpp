@@ -20,7 +20,6 @@ class Assembly {
   std::uint64_t array(const std::vector<std::uint64_t>& elements) {
     return add(arrayObject(elements, width));
   }
-  /// Keys are few and short enough to be stored anew each time.
   std::uint64_t dictionary(const std::vector<std::pair<std::string_view, std::uint64_t>>& entries) {
     std::vector<std::uint64_t> references;
     for (const auto& entry : entries) references.push_back(text(entry.first));
@@ -50,7 +49,7 @@ class HostileRegistryTest : public StoreTest {
   /// Loads the file, whose usable accounts must be these, and saves: the file as it was must be kept, unless
   /// it is sound, and the accounts must be found in the new one.
   void expectUsable(const std::string& bytes, const std::string& expected, bool isDamaged = true) {
-    const Lines before = files();
+    std::filesystem::remove_all(device.path(folder));
     device.writeFile(device.registryPath(), bytes);
     log.clear();
     const Store store = AccountsManager::init();
@@ -58,13 +57,9 @@ class HostileRegistryTest : public StoreTest {
     store->saveAllAccounts();
     EXPECT_EQ(store->lastSaveError(), "");
     EXPECT_EQ(linesWith(log.lines(), "Kept the damaged registry "), isDamaged ? 1U : 0U);
-    Lines kept = files();
-    std::erase_if(kept, [&](const std::string& name) {
-      return name == fileName || std::find(before.begin(), before.end(), name) != before.end();
-    });
-    ASSERT_EQ(kept.size(), isDamaged ? 1U : 0U);
+    ASSERT_EQ(kept().size(), isDamaged ? 1U : 0U);
     if (isDamaged) {
-      EXPECT_EQ(device.readFile(std::string(folder) + "/" + kept[0]), bytes);
+      EXPECT_EQ(device.readFile(std::string(folder) + "/" + kept()[0]), bytes);
     }
     log.clear();
     EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), expected);
@@ -78,23 +73,14 @@ class HostileRegistryTest : public StoreTest {
 TEST_F(HostileRegistryTest, WithoutAnythingToReadIsEmptyAndKept) {
   const std::string sound = registryOf(array(stored("a")));
   for (const std::string& bytes :
-       {std::string(), std::string("no property list"), sound.substr(0, sound.size() / 2), sound.substr(0, 8),
-        std::string("<plist><dict><key>Accounts</key>"), encoded(array(stored("a"))), encoded("text"),
-        encoded(Dictionary()), encoded(Dictionary{{"Accounts", "text"}}),
-        encoded(Dictionary{{"Accounts", stored("a")}}),
-        encoded(Dictionary{{"Bccounts", array(stored("a"))}, {"Version", 12}})}) {
+       {std::string(), std::string("no property list"), sound.substr(0, sound.size() / 2),
+        std::string("<plist><dict><key>Accounts</key>"), encoded(array(stored("a"))), encoded(Dictionary()),
+        registryOf("text"), registryOf(stored("a")),
+        encoded(Dictionary{{"Bccounts", array()}, {"Version", 12}})}) {
     expectUsable(bytes, "");
   }
   expectUsable(encoded(Dictionary{{"Version", "12"}}), "", false);
-}
-
-TEST_F(HostileRegistryTest, OfStringsGivesOneLineEach) {
-  const std::string bytes = registryOf(array("one", stored("a"), 2));
-  expectUsable(bytes, "a");
-  device.writeFile(device.registryPath(), bytes);
-  AccountsManager::init();
-  EXPECT_EQ(linesWith(log.lines(), "ERROR: Failed to create a BasicAccount from one"), 1U);
-  EXPECT_EQ(linesWith(log.lines(), "ERROR: Failed to create a BasicAccount from 2"), 1U);
+  expectUsable(registryOf(array("one", stored("a"), 2)), "a");
 }
 
 TEST_F(HostileRegistryTest, WithWrongTypesUnderAnyKeyKeepsTheOtherAccountsAndTheOddValues) {
@@ -103,22 +89,13 @@ TEST_F(HostileRegistryTest, WithWrongTypesUnderAnyKeyKeepsTheOtherAccountsAndThe
                                         {"Provisioned Dataclasses", "text"},
                                         {"DisplayName", 5},
                                         {"Sync Identifier", array()}});
-  device.writePropertyList(
-      device.registryPath(),
-      Dictionary{{"Version", "new"}, {"Accounts", array(stored("x", {{"Type", 5}}), odd, stored("a"))}});
-  const Store store = AccountsManager::init();
-  EXPECT_EQ(identifiers(store->allBasicSyncableAccounts()), "odd a");
-  const Account account = store->accountWithIdentifier("odd");
+  expectUsable(encoded(Dictionary{{"Version", "new"},
+                                  {"Accounts", array(stored("x", {{"Type", 5}}), odd, stored("a"))}}),
+               "odd a", false);
+  EXPECT_EQ(root().find("Accounts"), array(odd, stored("a")));
+  const Account account = AccountsManager::init()->accountWithIdentifier("odd");
   EXPECT_TRUE(account->enabledDataclasses()->empty());
   EXPECT_TRUE(account->displayName().isNil());
-  store->saveAllAccounts();
-  EXPECT_EQ(root().find("Accounts"), array(odd, stored("a")));
-  EXPECT_EQ(files(), Lines{std::string(fileName)}) << "an account of no known type is not damage";
-
-  writeRegistry(stored("a"), stored("x", {{"Identifier", 5}}));
-  const Store renamed = AccountsManager::init();
-  EXPECT_EQ(renamed->count(), 2U);
-  EXPECT_EQ(renamed->allBasicAccounts()->at(1)->identifier().view().size(), 36U);
 }
 
 TEST_F(HostileRegistryTest, DamagedAtAnyByteLosesNothingSilently) {
@@ -174,17 +151,14 @@ TEST_F(HostileRegistryTest, NestedBeyondAllReasonKeepsTheRestOfTheAccount) {
   expectUsable(assembly.registry({assembly.account("a"), assembly.account("b", {{"Deep", deep}}), deep}),
                "a b");
 
-  const auto repeated = [](std::string_view text) {
-    std::string all;
-    for (int level = 0; level < levels; ++level) all += text;
-    return all;
-  };
-  const std::string properties =
-      "<key>Type</key><string>CalDAV</string><key>Class</key><string>X</string><key>Identifier</key>";
-  expectUsable("<plist><dict><key>Accounts</key><array><dict>" + properties +
-                   "<string>a</string></dict><dict>" + properties + "<string>b</string><key>Deep</key>" +
-                   repeated("<array>") + repeated("</array>") + "</dict></array></dict></plist>",
-               "a b");
+  std::string lists;
+  for (int level = 0; level < levels; ++level) lists += "<array>";
+  for (int level = 0; level < levels; ++level) lists += "</array>";
+  expectUsable(
+      "<plist><dict><key>Accounts</key><array><dict><key>Type</key><string>CalDAV</string><key>Class</key>"
+      "<string>X</string><key>Identifier</key><string>a</string><key>Deep</key>" +
+          lists + "</dict></array></dict></plist>",
+      "a");
 }
 
 TEST_F(HostileRegistryTest, ThatUnfoldsWithoutEndKeepsTheRestOfTheAccount) {
@@ -200,17 +174,15 @@ TEST_F(HostileRegistryTest, ThatUnfoldsWithoutEndKeepsTheRestOfTheAccount) {
 }
 
 TEST_F(HostileRegistryTest, WhoseAccountsShareHugePartsCostsNoMoreThanItsSize) {
-  // Each account alone is within all limits; together they would be hundreds of millions of children and
-  // values.
-  constexpr std::size_t many = 1000;
+  // Each account alone is within all limits; together they would be hundreds of millions of values.
   Assembly assembly;
   const std::uint64_t child = assembly.account("c");
   const std::uint64_t children = assembly.array(std::vector<std::uint64_t>(100'000, child));
   const std::uint64_t cycle = assembly.array({assembly.next()});
   const std::uint64_t faulty = assembly.account("faulty", {{"Cycle", cycle}, {"ChildAccounts", children}});
   std::vector<std::uint64_t> accounts = {assembly.account("first")};
-  for (std::size_t i = 0; i < many; ++i) {
-    accounts.push_back(i % 2 == 0 ? faulty : assembly.account("p", {{"ChildAccounts", children}}));
+  for (int i = 0; i < 500; ++i) {
+    accounts.insert(accounts.end(), {faulty, assembly.account("p", {{"ChildAccounts", children}})});
   }
   accounts.push_back(assembly.account("last"));
   device.writeFile(device.registryPath(), assembly.registry(accounts));

@@ -27,6 +27,10 @@ inline Account record(std::string_view identifier, const Dictionary& more = {}) 
   return BasicAccount::accountWithProperties(stored(identifier, more));
 }
 
+inline Store storeOf(const Value& accounts) {
+  return AccountsManager::initWithAccounsInfoArray(accounts.array().value_or(Array()));
+}
+
 template <class Accounts>
 std::string identifiers(const Accounts& accounts) {
   std::string text;
@@ -98,7 +102,14 @@ class StoreTest : public ::testing::Test {
   Dictionary storedAccount(std::size_t index) const {
     return root().find("Accounts").array().value_or(Array()).at(index).dictionary().value_or(Dictionary());
   }
+  std::string registry() const { return device.readFile(device.registryPath()); }
   std::vector<std::string> files() const { return device.fileNames(folder); }
+  /// The names of the damaged files that were kept.
+  std::vector<std::string> kept() const {
+    std::vector<std::string> names = files();
+    std::erase(names, fileName);
+    return names;
+  }
 
   TemporaryDevice device;
   CapturedLog log;

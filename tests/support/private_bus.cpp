@@ -42,14 +42,11 @@ PrivateBus::PrivateBus(const TemporaryDevice& device) {
   std::array<int, 2> pipe{};
   if (pipe2(pipe.data(), O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
   // The bus prints its address once it listens.
-  std::string configure = "--config-file=" + file;
-  std::array<std::string, 4> words{"dbus-daemon", configure, "--nofork", "--print-address=1"};
+  std::array<std::string, 4> words{"dbus-daemon", "--config-file=" + file, "--nofork", "--print-address=1"};
   std::array<char*, 5> arguments{words[0].data(), words[1].data(), words[2].data(), words[3].data(), nullptr};
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, pipe[1], STDOUT_FILENO);
-  const std::string log = device.writeFile("run/bus.log", "");
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(), O_WRONLY | O_APPEND, 0);
   const int error = posix_spawnp(&daemon_, "dbus-daemon", &actions, nullptr, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   close(pipe[1]);
@@ -59,7 +56,7 @@ PrivateBus::PrivateBus(const TemporaryDevice& device) {
   if (error != 0) throw std::system_error(error, std::generic_category(), "could not start dbus-daemon");
   if (size <= 0) {
     waitpid(daemon_, nullptr, 0);
-    throw std::runtime_error("dbus-daemon did not start: " + device.readFile(log));
+    throw std::runtime_error("dbus-daemon did not start");
   }
 }
 

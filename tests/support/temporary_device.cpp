@@ -78,7 +78,7 @@ std::string TemporaryDevice::path(std::string_view below) const { return fs::pat
 std::string TemporaryDevice::writeFile(std::string_view path, std::string_view text) const {
   std::string file = this->path(path);
   fs::create_directories(fs::path(file).parent_path());
-  std::ofstream stream(file, std::ios::binary | std::ios::trunc);
+  std::ofstream stream(file, std::ofstream::binary | std::ofstream::trunc);
   stream.write(text.data(), static_cast<std::streamsize>(text.size()));
   stream.close();
   if (!stream) throw std::runtime_error("could not write " + file);
@@ -92,7 +92,7 @@ std::string TemporaryDevice::writePropertyList(std::string_view path, const Valu
 }
 
 std::string TemporaryDevice::readFile(std::string_view path) const {
-  std::ifstream stream(this->path(path), std::ios::binary);
+  std::ifstream stream(this->path(path), std::ifstream::binary);
   if (!stream) throw std::runtime_error("could not open " + this->path(path));
   return {std::istreambuf_iterator<char>(stream), {}};
 }
