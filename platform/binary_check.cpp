@@ -26,6 +26,14 @@ struct State {
 constexpr std::size_t maximumShapes = 1024;
 constexpr std::uint32_t maximumShapedKey = 1024;
 
+/// A set of keys in an order, as the many alike dictionaries of a file have it.
+struct KeyShape {
+  /// The references to the keys, as they stand in the file.
+  std::string_view references;
+  /// By key, the place plus one.
+  std::vector<std::uint8_t> places;
+};
+
 /// A container whose references are being looked at.
 struct Frame {
   std::uint32_t object;
@@ -55,6 +63,7 @@ class ObjectCheck {
     for (std::uint32_t object = layout_.objectCount(); object-- > 0;) {
       if (states_[object].unfolded == 0) measure(object);
     }
+    layOutShapes();
     return std::move(result_);
   }
 
@@ -182,7 +191,7 @@ class ObjectCheck {
     frame.unfolded += count;
     const std::string_view references = keyReferences(frame.header);
     std::uint16_t& lastShape = lastShapes_[count % lastShapes_.size()];
-    if (lastShape == 0 || result_.shapes[lastShape - 1U].references != references) {
+    if (lastShape == 0 || shapes_[lastShape - 1U].references != references) {
       lastShape = knownShape(references);
       if (lastShape == 0) lastShape = addShape(frame, references);
     }
@@ -194,7 +203,7 @@ class ObjectCheck {
             std::size_t{dictionary.count} * layout_.referenceWidth()};
   }
 
-  std::string_view shapeReferences(std::uint32_t shape) const { return result_.shapes[shape].references; }
+  std::string_view shapeReferences(std::uint32_t shape) const { return shapes_[shape].references; }
 
   std::uint16_t knownShape(std::string_view references) const {
     const std::uint32_t known =
@@ -223,12 +232,23 @@ class ObjectCheck {
     }
     if (repeatsKey || isLong) addIndex(frame);
     const bool isShape = frame.fault == Fault::none && !repeatsKey && !isLong &&
-                         result_.keys.size() <= maximumShapedKey && result_.shapes.size() < maximumShapes;
+                         result_.keys.size() <= maximumShapedKey && shapes_.size() < maximumShapes;
     if (!isShape) return 0;
-    result_.shapes.push_back(std::move(shape));
-    shapesByReferences_.add(static_cast<std::uint32_t>(result_.shapes.size() - 1),
+    shapes_.push_back(std::move(shape));
+    shapesByReferences_.add(static_cast<std::uint32_t>(shapes_.size() - 1),
                             [this](std::uint32_t at) { return shapeReferences(at); });
-    return static_cast<std::uint16_t>(result_.shapes.size());
+    return static_cast<std::uint16_t>(shapes_.size());
+  }
+
+  /// Puts the shapes into one table, where a look-up is one load.
+  void layOutShapes() {
+    const std::size_t keys = std::min<std::size_t>(result_.keys.size(), maximumShapedKey);
+    result_.shapedKeys = static_cast<std::uint32_t>(keys);
+    result_.shapePlaces.resize(shapes_.size() * keys);
+    for (std::size_t shape = 0; shape < shapes_.size(); ++shape) {
+      std::copy(shapes_[shape].places.begin(), shapes_[shape].places.end(),
+                result_.shapePlaces.begin() + static_cast<std::ptrdiff_t>(shape * keys));
+    }
   }
 
   Fault keyFault(std::uint64_t key) const {
@@ -295,6 +315,7 @@ class ObjectCheck {
   std::vector<Frame> stack_;
   /// By the number of keys, the shape that was met last.
   std::array<std::uint16_t, 16> lastShapes_{};
+  std::vector<KeyShape> shapes_;
   TextTable shapesByReferences_;
   /// For each key the dictionary that used it last, plus one.
   std::vector<std::uint32_t> lastUses_;

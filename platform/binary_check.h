@@ -29,15 +29,6 @@ struct KeyIndex {
   std::optional<std::uint32_t> placeOf(std::uint32_t key) const;
 };
 
-/// A set of keys in an order, as the many alike dictionaries of a file have it.
-struct KeyShape {
-  /// The references to the keys, as they stand in the file.
-  std::string_view references;
-  /// For each key the place at which these dictionaries have it, plus one; 0 for keys that they do not have.
-  /// Keys that the list is too short for are not there either.
-  std::vector<std::uint8_t> places;
-};
-
 /// What one pass over all objects of a binary property list has found out about them.
 struct CheckedObjects {
   /// Every object's header. The fault of a container is that of what it holds.
@@ -49,7 +40,10 @@ struct CheckedObjects {
   TextTable keysByText;
   /// By key object, the number of the key whose text it holds.
   std::unordered_map<std::uint32_t, std::uint32_t> keyNumbers;
-  std::vector<KeyShape> shapes;
+  /// For each shape, and in it for each of the first `shapedKeys` keys, the place at which its dictionaries
+  /// have the key, plus one; 0 where they do not have it. They have no other keys.
+  std::vector<std::uint8_t> shapePlaces;
+  std::uint32_t shapedKeys = 0;
   /// By dictionary.
   std::unordered_map<std::uint32_t, KeyIndex> indexes;
 };

@@ -68,9 +68,9 @@ std::uint32_t Document::numberOfKey(std::string_view key) const {
 std::optional<std::uint32_t> Document::placeOfKey(std::uint32_t dictionary, std::uint32_t key) const {
   const ObjectHeader& header = this->header(dictionary);
   if (header.shape != 0) {
-    const std::vector<std::uint8_t>& places = checked_.shapes[header.shape - 1U].places;
-    if (key >= places.size() || places[key] == 0) return std::nullopt;
-    return places[key] - 1U;
+    if (key >= checked_.shapedKeys) return std::nullopt;
+    const std::uint8_t place = checked_.shapePlaces[(header.shape - 1U) * checked_.shapedKeys + key];
+    return place == 0 ? std::nullopt : std::optional(place - 1U);
   }
   if (const KeyIndex* keys = index(dictionary)) return keys->placeOf(key);
   for (std::uint32_t place = 0; place < header.count; ++place) {

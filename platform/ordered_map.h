@@ -48,15 +48,17 @@ class OrderedMap {
   }
   bool contains(std::string_view key) const { return find(key) != nullptr; }
 
-  /// Puts the value under the key, keeping the place of a key that is there already.
-  void set(const String& key, T value) {
+  /// Puts the value under the key, keeping the place of a key that is there already. Returns whether it is
+  /// new.
+  bool set(const String& key, T value) {
     const std::uint32_t hash = hashOf(key.view());
     const std::size_t index = indexOf(key.view(), hash);
     if (index != none) {
       entries_[index].value = std::move(value);
-      return;
+      return false;
     }
     append(key, std::move(value), hash);
+    return true;
   }
 
   /// Appends an entry whose key is known to be new.

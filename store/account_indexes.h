@@ -23,8 +23,9 @@ class AccountIndexes {
 
   // A record without an identifier is in the ordered list only.
 
-  void setTopLevel(const String& identifier, const Account& account) {
-    if (identifier) topLevelAccountsByID.set(identifier, account);
+  /// Returns whether the identifier is new.
+  bool setTopLevel(const String& identifier, const Account& account) {
+    return identifier && topLevelAccountsByID.set(identifier, account);
   }
   void removeTopLevel(const String& identifier) {
     if (identifier) topLevelAccountsByID.erase(identifier);

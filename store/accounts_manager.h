@@ -146,7 +146,7 @@ class ROSTER_EXPORT AccountsManager {
   void _initWithAccountsInfo(const Array& accounts);
   bool fixAndIndex(const Account& account);
   void _loadChildrenFromAccount(const Account& parent);
-  void loadChildren(const Account& parent, const String& parentID);
+  void indexChildren(const Account& parent, const String& parentID);
   void _removeChildrenForAccountWithIdentifier(const String& identifier);
   void tellFixersAccountsHaveBeenSaved(bool areSaved);
   void _setOriginalAccountDictionaries();

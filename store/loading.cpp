@@ -73,19 +73,22 @@ bool AccountsManager::fixAndIndex(const Account& account) {
     if (result != FixResult::nothingDone) isFixed = true;
     if (result == FixResult::unrepairable) continue;
     const String identifier = account->identifier();
-    _indexes->setTopLevel(identifier, account);
+    // An identifier that was not there before has no children to drop.
+    const bool isNew = _indexes->setTopLevel(identifier, account);
+    if (!isNew) _removeChildrenForAccountWithIdentifier(identifier);
     _indexes->orderedTopLevelAccounts->append(account);
-    loadChildren(account, identifier);
+    indexChildren(account, identifier);
   }
   return isFixed;
 }
 
 void AccountsManager::_loadChildrenFromAccount(const Account& parent) {
-  loadChildren(parent, parent->identifier());
+  const String parentID = parent->identifier();
+  _removeChildrenForAccountWithIdentifier(parentID);
+  indexChildren(parent, parentID);
 }
 
-void AccountsManager::loadChildren(const Account& parent, const String& parentID) {
-  _removeChildrenForAccountWithIdentifier(parentID);
+void AccountsManager::indexChildren(const Account& parent, const String& parentID) {
   const std::optional<Array> children = parent->accountPropertyForKey(kAccountChildAccounts).array();
   if (!children) return;
   for (const Value& element : *children) _indexes->addChild(element, parent, parentID);
