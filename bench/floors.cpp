@@ -60,6 +60,8 @@ void writeDurably(const std::string& path, const std::string& bytes) {
   close(folder);
 }
 
+void forgetPeakMemory() { std::ofstream("/proc/self/clear_refs") << "5\n"; }
+
 std::size_t peakMemory() { return statusEntry("VmHWM:"); }
 
 std::size_t currentMemory() { return statusEntry("VmRSS:"); }

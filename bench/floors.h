@@ -15,6 +15,8 @@ void writeDurably(const std::string& path, const std::string& bytes);
 
 /// The memory that this process has at most used so far, and uses now, in bytes.
 std::size_t peakMemory();
+/// Lets the peak begin anew with what is used now.
+void forgetPeakMemory();
 std::size_t currentMemory();
 
 }  // namespace roster::bench

@@ -116,7 +116,9 @@ double peakOfLoad(std::size_t accounts) {
   if (pipe(ends) != 0) return 0;
   const pid_t child = fork();
   if (child == 0) {
-    malloc_trim(0);  // or what the benchmarks left behind would be used again, and not counted
+    // What the benchmarks left behind would be used again, and their peak would hide that of the load.
+    malloc_trim(0);
+    forgetPeakMemory();
     const std::size_t before = currentMemory();
     const auto store = AccountsManager::init();
     const std::size_t grown = peakMemory() - before;
