@@ -3,8 +3,8 @@
 #include <span>
 
 #include "account/basic_account.h"
-#include "account/immortal.h"
 #include "platform/device.h"
+#include "platform/immortal.h"
 
 namespace roster {
 

@@ -4,9 +4,9 @@
 #include <mutex>
 
 #include "account/basic_account.h"
-#include "account/immortal.h"
 #include "platform/assertion.h"
 #include "platform/device.h"
+#include "platform/immortal.h"
 #include "platform/ordered_map.h"
 #include "platform/property_list.h"
 #include "platform/resources.h"

@@ -2,8 +2,8 @@
 
 #include <array>
 
-#include "account/immortal.h"
 #include "platform/device.h"
+#include "platform/immortal.h"
 #include "platform/system_log.h"
 
 namespace roster {

@@ -80,10 +80,9 @@ class BinaryLayout {
     return readBigEndian(bytes_ + tableOffset_ + std::size_t{object} * offsetWidth_, offsetWidth_);
   }
 
-  /// The header of an object, whose every length and offset is checked against the file; its contents are not
-  /// looked at. An object that cannot be read has the class `unreadable` and a fault.
-  ObjectHeader header(std::uint32_t object) const { return headerAt(offset(object)); }
-  /// The header of the object that stands at an offset of the table.
+  /// The header of the object that stands at an offset of the table. Its every length is checked against the
+  /// file; its contents are not looked at. An object that cannot be read has the class `unreadable` and a
+  /// fault.
   ObjectHeader headerAt(std::uint64_t offset) const;
 
   /// The first position behind the contents of a readable object.

@@ -4,6 +4,8 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/immortal.h"
+
 namespace roster {
 
 /// A function of the process that may be replaced while other threads call it. A caller takes a copy and
@@ -40,10 +42,7 @@ class Replaceable {
 /// A replaceable function that is never destroyed: threads may still log while the process exits.
 template <class Function>
 Replaceable<Function>& immortalReplaceable() {
-  // What may be replaced for the whole process has to be one object of the whole process.
-  // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
-  static Replaceable<Function>& instance = *std::make_unique<Replaceable<Function>>().release();
-  return instance;
+  return immortalInstance<Replaceable<Function>>();
 }
 
 }  // namespace roster

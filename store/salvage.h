@@ -20,8 +20,6 @@ class Node;
 class Salvage {
  public:
   explicit Salvage(const Array& accounts);
-  /// For elements that need not be part of one registry.
-  Salvage() = default;
 
   /// What is left of an element of the accounts; nil when that is nothing.
   Value usable(const Value& element);
@@ -40,12 +38,9 @@ class Salvage {
   bool fits(const Value& value, bool isRepeated);
   bool isAffordable(const Value& value, bool& isRepeated);
 
-  bool isDamaged_ = true;
+  bool isDamaged_;
   std::unordered_set<Identity, IdentityHash> met_;
   std::uint64_t repetitions_ = 0;
 };
-
-/// What is left of one element looked at by itself.
-inline Value usablePart(const Value& element) { return Salvage().usable(element); }
 
 }  // namespace roster

@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 
+#include "platform/immortal.h"
 #include "platform/property_list.h"
 #include "platform/system_log.h"
 
@@ -97,9 +98,8 @@ DictionaryFile readDictionaryFile(const std::string& path) {
 }
 
 Dictionary currentDictionary(const std::string& path) {
-  static DictionaryCache cache;
   std::string complaint;
-  Dictionary contents = cache.contents(path, complaint);
+  Dictionary contents = immortalInstance<DictionaryCache>().contents(path, complaint);
   // Without the lock, since whoever receives log lines may ask for a dictionary itself.
   if (!complaint.empty()) systemLog("%@", complaint);
   return contents;

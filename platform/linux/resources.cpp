@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/file_system.h"
+#include "platform/immortal.h"
 #include "platform/linux/dictionary_file.h"
 #include "platform/linux/environment.h"
 #include "platform/system_log.h"
@@ -76,7 +77,7 @@ struct StringTables {
 };
 
 Dictionary stringTable(const std::string& language, const std::string& table) {
-  static StringTables known;
+  auto& known = immortalInstance<StringTables>();
   const std::string name = "strings/" + language + "/" + table;
   // Who moves the resources gets the tables from the new place.
   const std::string key = trustedEnvironment("ROSTER_RESOURCES") + '\n' + name;

@@ -12,4 +12,14 @@ const Table& immortal(Table table) {
   return *std::make_unique<const Table>(std::move(table)).release();
 }
 
+/// The one object of a type that stays for the life of the process, for tables that are filled as they are
+/// used.
+template <class Object>
+Object& immortalInstance() {
+  // One object of the whole process is what this is for; it guards itself.
+  // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
+  static Object& instance = *std::make_unique<Object>().release();
+  return instance;
+}
+
 }  // namespace roster
