@@ -42,6 +42,13 @@ class ROSTER_EXPORT LogArgument {
 /// The result is one line: control characters and bytes that are not UTF-8 are escaped.
 ROSTER_EXPORT std::string formatLogLine(std::string_view format, std::span<const LogArgument> arguments);
 
+/// The same, with the arguments one by one.
+template <class... Arguments>
+std::string formatted(std::string_view format, const Arguments&... arguments) {
+  const std::array<LogArgument, sizeof...(Arguments)> list{LogArgument(arguments)...};
+  return formatLogLine(format, list);
+}
+
 /// Writes one formatted line to the system log, unconditionally.
 ROSTER_EXPORT void writeSystemLog(std::string_view format, std::span<const LogArgument> arguments);
 

@@ -1,0 +1,40 @@
+#include "platform/class_table.h"
+
+#include <map>
+#include <mutex>
+
+#include "platform/immortal.h"
+#include "platform/system_log.h"
+
+namespace roster {
+
+namespace {
+
+/// A map, because its elements stay where they are.
+struct ClassTable {
+  std::mutex lock;
+  std::map<std::string, const ClassObject, std::less<>> classes;
+};
+
+}  // namespace
+
+bool registerClass(ClassObject object) {
+  auto& table = immortalInstance<ClassTable>();
+  std::string name = object.name();
+  bool isNew = false;
+  {
+    const std::lock_guard guard(table.lock);
+    isNew = table.classes.try_emplace(name, std::move(object)).second;
+  }
+  if (!isNew) systemLog("The class %@ is defined twice; the definition that came first is used", name);
+  return isNew;
+}
+
+const ClassObject* findClass(std::string_view name) {
+  auto& table = immortalInstance<ClassTable>();
+  const std::lock_guard guard(table.lock);
+  const auto found = table.classes.find(name);
+  return found == table.classes.end() ? nullptr : &found->second;
+}
+
+}  // namespace roster

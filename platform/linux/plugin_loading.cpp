@@ -1,0 +1,107 @@
+#include <dlfcn.h>
+#include <link.h>
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <set>
+
+#include "platform/immortal.h"
+#include "platform/plugin.h"
+
+namespace roster {
+
+namespace {
+
+constexpr const char* entryName = "rosterPluginEntry";
+
+/// A library's own name, by which the classes that it defines itself are registered: it is always loaded.
+constexpr std::string_view ownLibrary = ROSTER_LIBRARY_NAME;
+
+struct LoadedPlugins {
+  /// Recursive, because the entry of a plug-in may load another one.
+  std::recursive_mutex lock;
+  std::set<std::string> paths;
+  /// One library may be reached by several paths.
+  std::set<void*> libraries;
+};
+
+struct LibraryCloser {
+  void operator()(void* library) const { dlclose(library); }
+};
+using Library = std::unique_ptr<void, LibraryCloser>;
+
+/// The loader's own text about what just failed. It is kept for each thread apart.
+std::string loaderError() {
+  const char* text = dlerror();  // NOLINT(concurrency-mt-unsafe)
+  return text == nullptr ? "the loader does not say why" : text;
+}
+
+/// Whether the address lies in the library itself. Names are also looked up in what a library links to, where
+/// another plug-in's entry could be found.
+bool isDefinedIn(void* library, const void* address) {
+  link_map* own = nullptr;
+  Dl_info object{};
+  void* owner = nullptr;
+  return dlinfo(library, RTLD_DI_LINKMAP, &own) == 0 &&
+         dladdr1(address, &object, &owner, RTLD_DL_LINKMAP) != 0 && own == owner;
+}
+
+Result<Library> openLibrary(const std::string& path) {
+  // An empty path would open the program itself.
+  if (path.empty()) return Error{"the path is empty"};
+  const auto isPlain = [](char character) { return character > '\0'; };
+  if (!std::all_of(path.begin(), path.end(), isPlain)) return Error{"the path is not a text in ASCII"};
+  Library library(dlopen(path.c_str(), RTLD_NOW));
+  if (!library) return Error{loaderError()};
+  return library;
+}
+
+Result<const PluginEntry*> entryOf(void* library, const std::string& path) {
+  void* symbol = dlsym(library, entryName);
+  if (symbol == nullptr || !isDefinedIn(library, symbol)) {
+    return Error{path + ": it has no entry " + entryName};
+  }
+  const PluginEntry* entry = reinterpret_cast<const PluginEntry* (*)()>(symbol)();
+  if (entry == nullptr) return Error{path + ": its entry tells nothing"};
+  if (entry->version != pluginEntryVersion) {
+    return Error{path + ": it was built for version " + std::to_string(entry->version) +
+                 " of the plug-in entry, not for version " + std::to_string(pluginEntryVersion)};
+  }
+  if (entry->registerClasses == nullptr) return Error{path + ": its entry registers no classes"};
+  return entry;
+}
+
+std::optional<Error> registerClassesOf(const PluginEntry& entry, const std::string& path) {
+  PluginClasses classes;
+  try {
+    entry.registerClasses(classes);
+  } catch (const std::exception& exception) {
+    return Error{path + ": its entry failed: " + exception.what()};
+  } catch (...) {
+    return Error{path + ": its entry failed"};
+  }
+  for (ClassObject& object : classes.take()) registerClass(std::move(object));
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<Error> loadPlugin(const std::string& path) {
+  if (path == ownLibrary) return std::nullopt;
+  auto& loaded = immortalInstance<LoadedPlugins>();
+  const std::lock_guard guard(loaded.lock);
+  if (loaded.paths.contains(path)) return std::nullopt;
+  Result<Library> library = openLibrary(path);
+  if (!library) return Error{library.error()};
+  if (!loaded.libraries.contains(library->get())) {
+    const Result<const PluginEntry*> entry = entryOf(library->get(), path);
+    if (!entry) return Error{entry.error()};
+    if (std::optional<Error> error = registerClassesOf(**entry, path)) return error;
+    loaded.libraries.insert(library->release());  // its code is in use from now on
+  }
+  loaded.paths.insert(path);
+  return std::nullopt;
+}
+
+}  // namespace roster
