@@ -11,7 +11,6 @@ namespace {
 constexpr std::string_view sourceFile = "BasicAccount";
 constexpr std::string_view initWithPropertiesName = "-[BasicAccount initWithProperties:]";
 constexpr std::string_view initWithTypeName = "-[BasicAccount _initWithType:class:]";
-constexpr std::int32_t nothingToRenew = 3;
 
 }  // namespace
 
@@ -170,10 +169,6 @@ void BasicAccount::setOriginalProperties(const Dictionary& properties) {
   if (properties.sharesContentsWith(_originalProperties)) return;
   static_cast<void>(this->properties());  // what the record holds stays as it is
   _originalProperties = properties.deepCopy();
-}
-
-void BasicAccount::renewAccountCredentialsWithHandler(const CredentialRenewalHandler& handler) {
-  handler(nothingToRenew);
 }
 
 }  // namespace roster

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "account/account_creation.h"
+#include "account/account_refresh.h"
 #include "account/full_account.h"
 #include "account/record_arena.h"
 #include "account/string_list.h"
@@ -14,8 +16,6 @@
 #include "platform/value.h"
 
 namespace roster {
-
-class AccountRefreshProtocol;
 
 /// The record of one account: its properties, its parent if it is a child account, and a snapshot of the
 /// properties as they were last loaded or saved.
@@ -83,7 +83,7 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   // ---- Family
 
   const std::shared_ptr<BasicAccount>& parentAccount() const { return _parentAccount; }
-  void setParentAccount(std::shared_ptr<BasicAccount> parent) { _parentAccount.swap(parent); }
+  void setParentAccount(std::shared_ptr<BasicAccount> parent) override { _parentAccount.swap(parent); }
   /// Nil for a top-level account.
   String parentAccountIdentifier() const;
 
@@ -111,7 +111,26 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   /// Switches on exactly these, of those supported. An empty list leaves no list stored.
   void setEnabledForDataclasses(const StringList& dataclasses);
 
-  // ---- Full account
+  // ---- Full account and sync account: made by plug-in classes that the account-creators table names for the
+  // account's type, at the first request, and then kept. A failure is not kept: the next request tries again.
+
+  /// The object that implements the account in full. What is wrong with the table or the plug-in is an
+  /// assertion failure; the result is nil when its handler returns. The loader, which may be nil, is asked
+  /// only while there is no full account yet.
+  std::shared_ptr<AccountFullAccountProtocol> fullAccountUsingLoader(AccountLoaderProtocol* loader);
+
+  // Refreshing is the sync account's work; false when there is none. The short forms are refreshes that no
+  // user waits for. `containerIdentifier` names a container of the account, as its server does.
+  virtual bool refreshContainerWithIdentifierForDataclassIsUserRequested(std::string_view containerIdentifier,
+                                                                         std::string_view dataclass,
+                                                                         bool isUserRequested);
+  virtual bool refreshContainerListForDataclassIsUserRequested(std::string_view dataclass,
+                                                               bool isUserRequested);
+  virtual bool refreshContainersForDataclassIsUserRequested(std::string_view dataclass, bool isUserRequested);
+  bool refreshContainerWithIdentifierForDataclass(std::string_view containerIdentifier,
+                                                  std::string_view dataclass);
+  bool refreshContainerListForDataclass(std::string_view dataclass);
+  bool refreshContainersForDataclass(std::string_view dataclass);
 
   /// A plain record has no credentials to renew: calls the handler at once with 3.
   void renewAccountCredentialsWithHandler(const CredentialRenewalHandler& handler) override;
@@ -149,6 +168,19 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   void setDisplayName(const String& name);
   /// Like setEnabledForDataclass, for any dataclass.
   void _forcedSetEnabledForDataclass(bool isEnabled, std::string_view dataclass);
+  /// The account-creators table, read at the first call and again until that succeeds; nil when it is
+  /// missing or unreadable. May be called from any thread.
+  static const Dictionary* _accountCreationMap();
+  /// The class that the last entry of this kind ("FullAccount", "SyncAccount") names for the type, after the
+  /// libraries of all of them have been loaded. Nil when there is no entry. A malformed entry and a library
+  /// that does not load are assertion failures.
+  String _creatorClassNameForAccountTypeCreatorTypeLoader(std::string_view type, std::string_view creatorType,
+                                                          AccountLoaderProtocol* loader) const;
+  String fullAccountCreatorClassNameForAccountTypeLoader(std::string_view type,
+                                                         AccountLoaderProtocol* loader) const;
+  String syncAccountCreatorClassNameForAccountType(std::string_view type) const;
+  /// Puts another full account, or nil, in place of the one that was made.
+  void setFullAccount(std::shared_ptr<AccountFullAccountProtocol> fullAccount);
 
   // ---- Internal
 
@@ -163,6 +195,9 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   static std::optional<Dictionary> _dataclassesProperties();
   /// The account-creators table, read anew; nothing when it is missing or unreadable.
   static std::optional<Dictionary> _creatorsInfo();
+  /// The sync account, made at the first request; nil when there is none, with the reason in the system log
+  /// if one should have been there.
+  std::shared_ptr<AccountRefreshProtocol> _cachedSyncAccount();
   StringList _orderedDataclasses(const StringList& dataclasses) const;
   /// What device management forbids at this moment.
   std::set<std::string, std::less<>> _profileRestrictedDataclasses() const;
@@ -189,12 +224,14 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
                                                           std::string_view accountClass);
   const Dictionary& currentProperties() const { return _properties ? *_properties : _originalProperties; }
   String textForKey(std::string_view key) const;
+  std::shared_ptr<AccountFullAccountProtocol> makeFullAccount(const ClassObject& creator);
   std::optional<StringList> listForKey(std::string_view key) const;
 
   Dictionary _originalProperties;
   /// The live properties. Most records of a registry are never changed: as long as nobody asks for these,
   /// they are the original ones.
   mutable std::optional<MutableDictionary> _properties;
+  /// Does not own the record itself when that is its own full account.
   std::shared_ptr<AccountFullAccountProtocol> _fullAccount;
   std::shared_ptr<AccountRefreshProtocol> _syncAccount;
   std::shared_ptr<BasicAccount> _parentAccount;
