@@ -5,13 +5,14 @@
 #include <vector>
 
 #include "account/basic_account.h"
+#include "platform/export.h"
 #include "platform/ordered_map.h"
 
 namespace roster {
 
 /// The properties of all top-level accounts as they were at one moment. Change detection compares them with
 /// the accounts of a later one.
-class Snapshot {
+class ROSTER_EXPORT Snapshot {
  public:
   Snapshot() = default;
   /// Deep copies of what each account would save, under its identifier; a later account with the same

@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "account/basic_account.h"
+#include "account/device_local_account.h"
 #include "fixers/runtime_fix.h"
+#include "notify/notifier_dispatch.h"
 #include "platform/export.h"
 #include "platform/ordered_map.h"
 #include "store/account_array.h"
@@ -64,6 +66,26 @@ class ROSTER_EXPORT AccountsManager {
   std::size_t countOfBasicAccountsWithTypes(const TypeSet& types) const;
   /// How many top-level records there are.
   std::size_t count() const;
+  // Full accounts, made by plug-ins at the first request. The loader, which may be nil, is handed to
+  // `BasicAccount::fullAccountUsingLoader`, as are the failures.
+
+  using FullAccount = std::shared_ptr<AccountFullAccountProtocol>;
+  /// That of the top-level record or child with the identifier; nil when there is none.
+  FullAccount fullAccountWithIdentifierLoader(std::string_view identifier,
+                                              AccountLoaderProtocol* loader) const;
+  /// Those of all top-level records of the types, in order, each followed by its children of the types. A
+  /// child is among them even when its parent's type is not. Throws std::invalid_argument when that of a
+  /// top-level record cannot be made (if no assertion handler has thrown before), leaves out that of a child;
+  /// throws EnumerationMutation when making one changes the store's top-level accounts.
+  std::vector<FullAccount> accountsWithTypesWithLoader(const TypeSet& types,
+                                                       AccountLoaderProtocol* loader) const;
+  std::vector<FullAccount> accountsWithTypes(const TypeSet& types) const;
+  /// Those of the types "Mail", "Nuvola", "Gmail" and "Yahoo".
+  std::vector<FullAccount> allMailAccounts() const;
+  /// That of the account of the device itself. A store without one gains it, with one line in the system log;
+  /// the next save writes it.
+  FullAccount fullDeviceLocalAccount();
+
   /// The title under which accounts of a type are grouped on screen, in the user's language; nil for types
   /// that are not grouped.
   static String displayNameForGroupOfAccountTypeForBeginningOfSentence(std::string_view type,
@@ -104,8 +126,17 @@ class ROSTER_EXPORT AccountsManager {
                                                                        const Dictionary& original,
                                                                        const Dictionary& onDisk) const;
 
+  // ---- Announcing a change of one account in one dataclass to the notifiers of both, just before and just
+  // after it. For clients that need more than what a save tells; the library itself never calls them.
+
+  static void accountWillChangeForDataclass(const Account& account, std::string_view dataclass);
+  static void accountDidChangeForDataclass(const Account& account, std::string_view dataclass);
+
   // ---- Private
 
+  /// Whether the saves of this process tell no notifier, until it is set again. The first save that tells
+  /// them again reports all changes since the last one that did.
+  static void _setShouldSkipNotifications(bool shouldSkip);
   /// The same as init; the name says that a migrator may call it while it holds the migration lock.
   static std::shared_ptr<AccountsManager> initInsideOfMigration();
   /// A store of account dictionaries that the caller holds in memory.
@@ -116,6 +147,21 @@ class ROSTER_EXPORT AccountsManager {
   static unsigned currentVersion();
   /// The version that the file had when it was loaded, 0 when it had none.
   std::int64_t dataVersion() const { return _dataVersion; }
+
+  // ---- Internal
+
+  /// The notifier classes for an account type and a dataclass, in the order of the account-creators table and
+  /// as often as it names them, with their libraries loaded. What is wrong with the table or with a library
+  /// is an assertion failure.
+  static StringList _notifierClassNamesForAccountTypeDataclass(std::string_view type,
+                                                               std::string_view dataclass);
+  /// Adds a record of the change for each notifier class that it concerns. Any change type but 0 (added) and
+  /// 2 (removed) stands for a modified account.
+  void _addNotificationToDictionaryForChangeTypeOriginalPropertiesCurrentProperties(
+      ChangeCollection& collection, std::int32_t changeType, const std::optional<Dictionary>& original,
+      const std::optional<Dictionary>& current) const;
+  /// Tells the notifiers what changed since the store was loaded or last told them.
+  void _sendNotificationsForChangedAccounts();
 
   // ---- MigrationSupport
 

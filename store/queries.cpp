@@ -1,6 +1,9 @@
 #include <algorithm>
+#include <stdexcept>
+#include <unordered_map>
 
 #include "platform/resources.h"
+#include "platform/system_log.h"
 #include "store/account_indexes.h"
 #include "store/accounts_manager.h"
 
@@ -16,6 +19,33 @@ std::shared_ptr<BasicAccount> withSyncIdentifier(const OrderedMap<std::shared_pt
   }
   return nullptr;
 }
+
+/// The children by the very record that is their parent.
+class ChildrenByParent {
+ public:
+  using Children = std::vector<std::shared_ptr<BasicAccount>>;
+  explicit ChildrenByParent(const OrderedMap<std::shared_ptr<BasicAccount>>& children) : children_(children) {
+    sort();
+  }
+
+  /// Those of now: they are sorted again when the store's children have changed since.
+  Children of(const std::shared_ptr<BasicAccount>& parent) {
+    if (children_.changes() != changes_) sort();
+    const auto found = byParent_.find(parent.get());
+    return found == byParent_.end() ? Children() : found->second;
+  }
+
+ private:
+  void sort() {
+    byParent_.clear();
+    changes_ = children_.changes();
+    for (const auto& entry : children_) byParent_[entry.value->parentAccount().get()].push_back(entry.value);
+  }
+
+  const OrderedMap<std::shared_ptr<BasicAccount>>& children_;
+  std::unordered_map<const BasicAccount*, Children> byParent_;
+  std::uint64_t changes_ = 0;
+};
 
 }  // namespace
 
@@ -67,6 +97,61 @@ std::size_t AccountsManager::countOfBasicAccountsWithTypes(const TypeSet& types)
 }
 
 std::size_t AccountsManager::count() const { return _indexes->orderedTopLevelAccounts->size(); }
+
+AccountsManager::FullAccount AccountsManager::fullAccountWithIdentifierLoader(
+    std::string_view identifier, AccountLoaderProtocol* loader) const {
+  if (identifier.empty()) return nullptr;
+  const Account* account = _indexes->topLevelAccountsByID.find(identifier);
+  if (account == nullptr) account = _indexes->childAccountsByID().find(identifier);
+  if (account == nullptr) return nullptr;
+  const Account kept = *account;  // the creator may change the store
+  return kept->fullAccountUsingLoader(loader);
+}
+
+std::vector<AccountsManager::FullAccount> AccountsManager::accountsWithTypesWithLoader(
+    const TypeSet& types, AccountLoaderProtocol* loader) const {
+  std::vector<FullAccount> accounts;
+  ChildrenByParent children(_indexes->childAccountsByID());
+  for (const Account& element : *_indexes->orderedTopLevelAccounts) {
+    const Account parent = element;
+    if (types.contains(parent->type())) {
+      FullAccount account = fullAccountWithIdentifierLoader(parent->identifier(), loader);
+      if (!account) {
+        throw std::invalid_argument("there is no full account of " + parent->description() +
+                                    " to add to the list");
+      }
+      accounts.push_back(std::move(account));
+    }
+    for (const Account& child : children.of(parent)) {
+      if (!types.contains(child->type())) continue;
+      if (FullAccount account = fullAccountWithIdentifierLoader(child->identifier(), loader)) {
+        accounts.push_back(std::move(account));
+      }
+    }
+  }
+  return accounts;
+}
+
+std::vector<AccountsManager::FullAccount> AccountsManager::accountsWithTypes(const TypeSet& types) const {
+  return accountsWithTypesWithLoader(types, nullptr);
+}
+
+std::vector<AccountsManager::FullAccount> AccountsManager::allMailAccounts() const {
+  return accountsWithTypes({kMailAccountType, kNuvolaAccountType, kGmailAccountType, kYahooAccountType});
+}
+
+AccountsManager::FullAccount AccountsManager::fullDeviceLocalAccount() {
+  for (const Account& account : *_indexes->orderedTopLevelAccounts) {
+    if (!(account->type() == kOnMyDeviceAccountType)) continue;
+    const Account kept = account;
+    return kept->fullAccountUsingLoader(nullptr);
+  }
+  systemLog("DeviceLocalAccount missing. Creating...");
+  const Account account = BasicAccount::initWithProperties(DeviceLocalAccount::basicAccountProperties());
+  if (!account) return nullptr;  // the log says why: the type is not configured
+  replaceAccountsWithTypesWithAccounts({kOnMyDeviceAccountType}, {account});
+  return account->fullAccountUsingLoader(nullptr);
+}
 
 String AccountsManager::displayNameForGroupOfAccountTypeForBeginningOfSentence(std::string_view type,
                                                                                bool isBeginningOfSentence) {

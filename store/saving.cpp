@@ -95,8 +95,4 @@ bool AccountsManager::writeRegistry(std::vector<Value> accounts, const std::stri
   return _lastSaveError.empty();
 }
 
-/// Tells those concerned what a save changed. Notifiers are called from here, before the snapshot that they
-/// are told the difference to is retaken.
-void AccountsManager::announceSave() { _setOriginalAccountDictionaries(); }
-
 }  // namespace roster
