@@ -10,11 +10,13 @@ if(TARGET rosterctl)
   install(TARGETS rosterctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 # Beside the library, where it looks for them first: an installation may be moved as a whole.
-install(DIRECTORY resources/ DESTINATION ${CMAKE_INSTALL_LIBDIR}/roster)
+set(resources_dir ${CMAKE_INSTALL_LIBDIR}/roster)
+install(DIRECTORY resources/ DESTINATION ${resources_dir})
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/roster)
 install(EXPORT rosterTargets NAMESPACE roster:: DESTINATION ${package_dir})
-configure_package_config_file(cmake/rosterConfig.cmake.in rosterConfig.cmake INSTALL_DESTINATION ${package_dir})
+configure_package_config_file(cmake/rosterConfig.cmake.in rosterConfig.cmake
+  INSTALL_DESTINATION ${package_dir} PATH_VARS resources_dir)
 write_basic_package_version_file(rosterConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/rosterConfig.cmake ${PROJECT_BINARY_DIR}/rosterConfigVersion.cmake
   DESTINATION ${package_dir})
