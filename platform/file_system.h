@@ -38,6 +38,9 @@ std::optional<Error> replaceFile(const std::string& path, std::span<const std::b
 /// Whether something exists at the path; it need not be readable.
 bool fileExists(const std::string& path);
 
+/// Removes the file, or the symbolic link; not a folder. Fails when there is none.
+std::optional<Error> removeFile(const std::string& path);
+
 /// Makes `copy` hold the same file as `path`, sharing or copying its contents, without a moment at which
 /// `path` is missing. Fails when `copy` exists.
 std::optional<Error> keepFileAs(const std::string& path, const std::string& copy);

@@ -124,6 +124,11 @@ bool fileExists(const std::string& path) {
   return errno != ENOENT && errno != ENOTDIR;
 }
 
+std::optional<Error> removeFile(const std::string& path) {
+  if (fileCalls().unlinkat(AT_FDCWD, path.c_str(), 0) == 0) return std::nullopt;
+  return systemError("remove", path, errno);
+}
+
 std::optional<Error> keepFileAs(const std::string& path, const std::string& copy) {
   if (fileCalls().linkat(AT_FDCWD, path.c_str(), AT_FDCWD, copy.c_str(), AT_SYMLINK_FOLLOW) == 0) {
     return std::nullopt;

@@ -65,7 +65,9 @@ int NewFile::adoptAccess(const struct stat& model) const {
   return numberOf(fileCalls().fchmod(file_.number(), mode));
 }
 
-int NewFile::restrictAccess() const { return numberOf(fileCalls().fchmod(file_.number(), forOwner)); }
+int NewFile::restrictAccess() const { return setMode(forOwner); }
+
+int NewFile::setMode(mode_t mode) const { return numberOf(fileCalls().fchmod(file_.number(), mode)); }
 
 int NewFile::sync() const {
   return numberOf(retrying([&] { return fileCalls().fsync(file_.number()); }));

@@ -27,6 +27,8 @@ class NewFile {
   int adoptAccess(const struct stat& model) const;
   /// Makes the access that of a file of its owner alone.
   int restrictAccess() const;
+  /// Gives it this mode, whatever the process masks out of new files.
+  int setMode(mode_t mode) const;
   int sync() const;
   int close();
 
