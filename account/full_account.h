@@ -24,6 +24,7 @@ class ROSTER_EXPORT AccountFullAccountProtocol {
   virtual void renewAccountCredentialsWithHandler(const CredentialRenewalHandler& handler) = 0;
   /// Learns, once it has been made, the record of the parent account; nil for a top-level account. A full
   /// account that has no use for it need not answer.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): those who answer keep it
   virtual void setParentAccount(std::shared_ptr<BasicAccount> /*parent*/) {}
 };
 

@@ -59,7 +59,7 @@ class ROSTER_EXPORT MissingOperation : public std::logic_error {
 template <class Protocol, class Operation>
 const Operation& requiredOperation(const ClassObject& receiver, Operation Protocol::*operation,
                                    std::string_view name) {
-  const Protocol* protocol = receiver.as<Protocol>();
+  const auto* protocol = receiver.template as<Protocol>();
   if (protocol == nullptr || !(protocol->*operation)) throw MissingOperation(receiver, name);
   return protocol->*operation;
 }

@@ -41,6 +41,7 @@ struct PluginEntry {
 ///     }
 ///     ROSTER_PLUGIN(registerClasses)
 #define ROSTER_PLUGIN(registerClasses)                                                       \
+  extern "C" ROSTER_EXPORT const roster::PluginEntry* rosterPluginEntry();                   \
   extern "C" ROSTER_EXPORT const roster::PluginEntry* rosterPluginEntry() {                  \
     static constexpr roster::PluginEntry entry{roster::pluginEntryVersion, registerClasses}; \
     return &entry;                                                                           \

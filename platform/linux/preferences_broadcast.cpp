@@ -11,7 +11,10 @@ constexpr BusSignal preferencesChanged = {"/com/nimbal/roster", "com.nimbal.rost
 std::optional<Error> sendPreferencesChanged(std::string_view applicationIdentifier, std::string_view key) {
   Result<SystemBus> bus = SystemBus::open();
   if (!bus) return Error{bus.error()};
-  return bus->send(preferencesChanged, {std::string(applicationIdentifier), std::string(key)});
+  return bus->send(preferencesChanged, [&](BusArguments& arguments) {
+    arguments.text(applicationIdentifier);
+    arguments.text(key);
+  });
 }
 
 }  // namespace

@@ -2,12 +2,12 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
+#include <csignal>
 #include <memory>
 
 #include "platform/linux/file_descriptor.h"

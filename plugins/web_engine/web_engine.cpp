@@ -1,0 +1,44 @@
+#include "plugins/web_engine/web_engine.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "platform/export.h"
+#include "platform/immortal.h"
+
+namespace {
+
+/// Owned by a thread, and not by whoever calls: taking it twice is taking it once.
+class ThreadLock {
+ public:
+  bool isHeld() {
+    const std::lock_guard guard(mutex_);
+    return owner_ == std::this_thread::get_id();
+  }
+  void take() {
+    std::unique_lock guard(mutex_);
+    if (owner_ == std::this_thread::get_id()) return;
+    released_.wait(guard, [this] { return owner_ == std::thread::id(); });
+    owner_ = std::this_thread::get_id();
+  }
+  void release() {
+    const std::lock_guard guard(mutex_);
+    if (owner_ != std::this_thread::get_id()) return;
+    owner_ = std::thread::id();
+    released_.notify_one();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable released_;
+  std::thread::id owner_;
+};
+
+ThreadLock& threadLock() { return roster::immortalInstance<ThreadLock>(); }
+
+}  // namespace
+
+ROSTER_EXPORT bool webEngineThreadLockIsHeld() { return threadLock().isHeld(); }
+ROSTER_EXPORT void webEngineTakeThreadLock() { threadLock().take(); }
+ROSTER_EXPORT void webEngineReleaseThreadLock() { threadLock().release(); }
