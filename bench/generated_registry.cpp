@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <random>
 #include <stdexcept>
 
@@ -89,8 +90,6 @@ class Generator {
   std::mt19937_64 random_{20261121};
 };
 
-}  // namespace
-
 GeneratedRegistry generateRegistry(std::size_t accounts) {
   GeneratedRegistry registry;
   registry.identifiers.resize(accounts);
@@ -105,6 +104,15 @@ GeneratedRegistry generateRegistry(std::size_t accounts) {
   if (!bytes) throw std::runtime_error(bytes.error());
   registry.bytes = *std::move(bytes);
   return registry;
+}
+
+}  // namespace
+
+const GeneratedRegistry& registryOf(std::size_t accounts) {
+  static std::map<std::size_t, GeneratedRegistry> registries;
+  auto found = registries.find(accounts);
+  if (found == registries.end()) found = registries.emplace(accounts, generateRegistry(accounts)).first;
+  return found->second;
 }
 
 BenchDevice::BenchDevice(const std::string& registry) {

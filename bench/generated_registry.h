@@ -7,12 +7,12 @@
 namespace roster::bench {
 
 /// A registry as devices have it, with as many top-level accounts: fourteen properties each, every tenth with
-/// two children. The same count always gives the same registry.
+/// two children. The same count always gives the same registry, and is generated once.
 struct GeneratedRegistry {
   std::string bytes;
   std::vector<std::string> identifiers;
 };
-GeneratedRegistry generateRegistry(std::size_t accounts);
+const GeneratedRegistry& registryOf(std::size_t accounts);
 
 /// A device of its own below a temporary folder, which ROSTER_ROOT names as long as this lives.
 class BenchDevice {

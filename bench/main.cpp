@@ -3,13 +3,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <cstdio>
+#include <exception>
 #include <map>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 
+#include "bench/bench_plugins.h"
 #include "bench/floors.h"
 #include "bench/generated_registry.h"
+#include "bench/iteration_timer.h"
+#include "bench/plugin_benchmarks.h"
 #include "bench/report.h"
 #include "platform/linux/file_calls.h"
 #include "store/accounts_manager.h"
@@ -18,22 +23,15 @@ namespace roster::bench {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-const GeneratedRegistry& registryOf(std::size_t accounts) {
-  static std::map<std::size_t, GeneratedRegistry> registries;
-  auto found = registries.find(accounts);
-  if (found == registries.end()) found = registries.emplace(accounts, generateRegistry(accounts)).first;
-  return found->second;
-}
-
 /// Runs an operation once per iteration, timing it alone; what it returns is destroyed outside of the timing.
 template <class Operation>
 void measure(benchmark::State& state, Operation&& operation) {
   for (auto _ : state) {
-    const auto start = Clock::now();
-    auto kept = operation();
-    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    std::optional<decltype(operation())> kept;
+    {
+      const IterationTimer timer(state);
+      kept.emplace(operation());
+    }
     benchmark::DoNotOptimize(kept);
   }
 }
@@ -41,9 +39,10 @@ void measure(benchmark::State& state, Operation&& operation) {
 void readFresh(benchmark::State& state) {
   const BenchDevice device(registryOf(static_cast<std::size_t>(state.range(0))).bytes);
   for (auto _ : state) {
-    const auto start = Clock::now();
-    readIntoFreshMemory(device.registryPath());
-    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    {
+      const IterationTimer timer(state);
+      readIntoFreshMemory(device.registryPath());
+    }
     releaseFreshMemory();
   }
 }
@@ -62,21 +61,31 @@ void durableWrite(benchmark::State& state) {
   });
 }
 
-/// Each save writes one changed account, as a settings screen's would.
-void save(benchmark::State& state) {
+/// Each save writes one changed account, as a settings screen's would, and tells the notifiers or does not.
+void saveTelling(std::size_t notifiers, benchmark::State& state) {
   const GeneratedRegistry& registry = registryOf(static_cast<std::size_t>(state.range(0)));
   const BenchDevice device(registry.bytes);
   const std::shared_ptr<AccountsManager> store = AccountsManager::init();
   const auto account = store->accountWithIdentifier(registry.identifiers[registry.identifiers.size() / 2]);
-  int number = 0;
+  AccountsManager::_setShouldSkipNotifications(notifiers == 0);
+  const std::size_t toldBefore = BenchPlugins::toldChanges();
+  std::size_t number = 0;
   for (auto _ : state) {
     account->setAccountPropertyForKey("name " + std::to_string(1000 + number++ % 1000), kAccountDisplayName);
-    const auto start = Clock::now();
-    store->saveAllAccounts();
-    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    {
+      const IterationTimer timer(state);
+      store->saveAllAccounts();
+    }
     if (!store->lastSaveError().empty()) state.SkipWithError(store->lastSaveError().c_str());
   }
+  AccountsManager::_setShouldSkipNotifications(false);
+  if (BenchPlugins::toldChanges() != toldBefore + notifiers * number) {
+    state.SkipWithError("the notifiers were not told as they should");
+  }
 }
+
+void save(benchmark::State& state) { saveTelling(BenchPlugins::notifiers, state); }
+void silentSave(benchmark::State& state) { saveTelling(0, state); }
 
 /// Look-ups in an order that no prefetcher guesses.
 std::size_t nextPlace(std::size_t place, std::size_t size) { return (place + 7919) % size; }
@@ -163,16 +172,13 @@ void registerAll() {
     const benchmark::IterationCount saves = accounts <= 1'000 ? 40 : accounts <= 10'000 ? 10 : 2;
     manual("durable write", durableWrite, accounts)->Iterations(saves);
     manual("save", save, accounts)->Iterations(saves);
+    if (accounts == 1'000) manual("silent save", silentSave, accounts)->Iterations(saves);
     benchmark::RegisterBenchmark("hash look-up", hashLookUp)->Arg(accounts);
     benchmark::RegisterBenchmark("accountWithIdentifier", accountWithIdentifier)->Arg(accounts);
   }
 }
 
-}  // namespace
-
-}  // namespace roster::bench
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   // Repetitions of different benchmarks take turns, so that a machine that slows down slows all of them
   // alike.
   std::vector<char*> arguments(argv, argv + argc);
@@ -183,11 +189,25 @@ int main(int argc, char** argv) {
   int count = static_cast<int>(arguments.size());
   benchmark::Initialize(&count, arguments.data());
   if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 2;
-  roster::bench::registerAll();
-  roster::bench::MedianReporter medians;
+  const BenchPlugins plugins;
+  registerAll();
+  registerPluginBenchmarks();
+  MedianReporter medians;
   benchmark::RunSpecifiedBenchmarks(&medians);
   std::map<std::size_t, double> peaks;
-  for (const std::size_t accounts : {1'000UL, 10'000UL, 100'000UL})
-    peaks[accounts] = roster::bench::peakOfLoad(accounts);
-  return roster::bench::printTable(medians, peaks, roster::bench::syncsOfSave()) ? 0 : 1;
+  for (const std::size_t accounts : {1'000UL, 10'000UL, 100'000UL}) peaks[accounts] = peakOfLoad(accounts);
+  return printTable(medians, peaks, syncsOfSave()) ? 0 : 1;
+}
+
+}  // namespace
+
+}  // namespace roster::bench
+
+int main(int argc, char** argv) {
+  try {
+    return roster::bench::run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "roster_bench: %s\n", error.what());
+    return 2;
+  }
 }
