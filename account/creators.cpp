@@ -3,6 +3,7 @@
 
 #include "account/basic_account.h"
 #include "account/creator_entries.h"
+#include "account/creator_faults.h"
 #include "platform/assertion.h"
 #include "platform/plugin.h"
 #include "platform/system_log.h"
@@ -17,8 +18,8 @@ constexpr std::string_view classNameOperation =
 constexpr std::string_view fullAccountOperation = "-[BasicAccount fullAccountUsingLoader:]";
 constexpr std::int32_t nothingToRenew = 3;
 
-String malformed(std::string message) {
-  assertionFailed(classNameOperation, sourceFile, "Malformed AccountCreators information. " + message);
+String reported(std::string fault, unsigned line = __builtin_LINE()) {
+  assertionFailed(classNameOperation, sourceFile, std::move(fault), line);
   return {};
 }
 
@@ -55,32 +56,22 @@ String BasicAccount::_creatorClassNameForAccountTypeCreatorTypeLoader(std::strin
                                                                       std::string_view creatorType,
                                                                       AccountLoaderProtocol* loader) const {
   const std::optional<Array> entries = creatorEntriesForAccountType(type);
-  if (!entries) return malformed(formatted("Could not find the information for the type %@", type));
-  const auto missing = [&](std::string_view what) {
-    return malformed(formatted("Could not find %@ with type %@", what, type));
-  };
+  if (!entries) return reported(creator_faults::noInformation(type));
   String className;
   for (const Value& element : *entries) {
     const CreatorEntry entry(element);
     if (!(entry.creatorType == creatorType)) continue;
-    if (!entry.description) return missing(formatted("the description for the %@", creatorType));
+    if (!entry.description) return reported(creator_faults::noDescription(creatorType, type));
     const bool isMadeAvailable = loader != nullptr && creatorType == fullAccountCreatorType &&
                                  loader->loadBundleForAccountWithProperties(properties());
     if (!isMadeAvailable) {
       const String path = entry.framework();
-      if (path.isNil()) return missing(formatted("the path to the framework for the %@", creatorType));
-      if (const std::optional<Error> error = loadPlugin(path.str())) {
-        assertionFailed(
-            classNameOperation, sourceFile,
-            formatted("Could not load the account creator framework %@. Error %s", path, error->message));
-        return {};
-      }
+      if (path.isNil()) return reported(creator_faults::noFramework(creatorType, type));
+      const std::optional<Error> error = loadPlugin(path.str());
+      if (error) return reported(creator_faults::notLoaded(path, error->message));
     }
     className = entry.className();
-    if (className.isEmpty()) {
-      return malformed(formatted("Could not find the name of the class that creates %@ with the type %@",
-                                 creatorType, type));
-    }
+    if (className.isEmpty()) return reported(creator_faults::noClassName(creatorType, type));
   }
   return className;
 }

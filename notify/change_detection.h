@@ -19,7 +19,7 @@ enum RSAccountChangeType : std::int32_t {
 };
 
 /// An account that is not as the snapshot has it.
-struct AccountChange {
+struct ROSTER_EXPORT AccountChange {
   RSAccountChangeType type = RSAccountChangeTypeModified;
   /// As the snapshot has it; empty for an added account.
   Dictionary original{};
@@ -43,6 +43,6 @@ ROSTER_EXPORT std::vector<AccountChange> detectChanges(
 ROSTER_EXPORT StringList concernedDataclasses(const AccountChange& change);
 
 /// The change as notifiers are told it.
-Dictionary changeRecord(const AccountChange& change);
+ROSTER_EXPORT Dictionary changeRecord(const AccountChange& change);
 
 }  // namespace roster

@@ -1,8 +1,10 @@
 #include "notify/notifier_dispatch.h"
 
+#include <exception>
 #include <set>
 
 #include "account/creator_entries.h"
+#include "account/creator_faults.h"
 #include "platform/assertion.h"
 #include "platform/plugin.h"
 #include "platform/system_log.h"
@@ -16,14 +18,37 @@ constexpr std::string_view classNamesOperation =
     "+[AccountsManager _notifierClassNamesForAccountType:dataclass:]";
 constexpr std::string_view dispatchOperation = "-[AccountsManager _sendNotificationsForChangedAccounts]";
 
-StringList misconfigured(std::string message) {
-  assertionFailed(classNamesOperation, sourceFile, std::move(message));
+StringList misconfigured(std::string message, unsigned line = __builtin_LINE()) {
+  assertionFailed(classNamesOperation, sourceFile, std::move(message), line);
   return {};
 }
 
-void reportMissingClass(std::string_view className, std::string_view operation) {
-  assertionFailed(operation, sourceFile, formatted("Could not find a class for class name %@", className));
+void reportMissingClass(std::string_view className, std::string_view operation,
+                        unsigned line = __builtin_LINE()) {
+  assertionFailed(operation, sourceFile, creator_faults::unknownClass(notifierCreatorType, className), line);
 }
+
+/// Keeps the first exception of steps that are each to be tried, whatever becomes of the others.
+class FirstFailure {
+ public:
+  /// Whether the step ended without one.
+  template <class Step>
+  bool attempt(const Step& step) {
+    try {
+      step();
+      return true;
+    } catch (...) {
+      if (!first_) first_ = std::current_exception();
+      return false;
+    }
+  }
+  void rethrow() const {
+    if (first_) std::rethrow_exception(first_);
+  }
+
+ private:
+  std::exception_ptr first_;
+};
 
 /// Tells a notifier something. What it throws is its own fault: whoever changes accounts goes on, and the
 /// other notifiers must hear of it too.
@@ -38,15 +63,20 @@ void tell(const ClassObject& notifier, const Call& call) {
   }
 }
 
+void dispatch(std::string_view className, const std::vector<Value>& changes) {
+  const ClassObject* notifier = findClass(className);
+  if (notifier == nullptr) return reportMissingClass(className, dispatchOperation);
+  tell(*notifier, [&] {
+    requiredOperation(*notifier, &AccountNotifierProtocol::noteAccountChanges,
+                      "noteAccountChanges:")(Array(changes));
+  });
+}
+
 }  // namespace
 
 StringList notifierClassNames(std::string_view accountType, std::string_view dataclass) {
   const std::optional<Array> entries = creatorEntriesForAccountType(accountType);
-  if (!entries) {
-    return misconfigured(
-        formatted("Malformed AccountCreators information. Could not find the information for the type %@",
-                  accountType));
-  }
+  if (!entries) return misconfigured(creator_faults::noInformation(accountType));
   StringList names;
   for (const Value& element : *entries) {
     const CreatorEntry entry(element);
@@ -54,23 +84,11 @@ StringList notifierClassNames(std::string_view accountType, std::string_view dat
     const std::optional<Array> supported = entry.supportedDataclasses();
     if (!supported || !supported->containsString(dataclass)) continue;
     const String path = entry.framework();
-    if (path.isNil()) {
-      return misconfigured(
-          formatted("Malformed AccountCreators information. Could not find the path to the framework for the "
-                    "notifier with type %@",
-                    accountType));
-    }
-    if (const std::optional<Error> error = loadPlugin(path.str())) {
-      return misconfigured(
-          formatted("Could not load the account creator framework %@. Error %s", path, error->message));
-    }
+    if (path.isNil()) return misconfigured(creator_faults::noFramework(notifierCreatorType, accountType));
+    const std::optional<Error> error = loadPlugin(path.str());
+    if (error) return misconfigured(creator_faults::notLoaded(path, error->message));
     const String name = entry.className();
-    if (name.isEmpty()) {
-      return misconfigured(
-          formatted("Malformed AccountCreators information. Could not find the name of the class for "
-                    "notificatinos with the type %@",
-                    accountType));
-    }
+    if (name.isEmpty()) return misconfigured(creator_faults::noClassName(notifierCreatorType, accountType));
     names.push_back(name.str());
   }
   return names;
@@ -93,36 +111,37 @@ void addNotification(ChangeCollection& collection, const AccountChange& change) 
   }
 }
 
-void dispatchChanges(const ChangeCollection& collection) {
-  std::vector<std::string_view> missing;
-  for (const auto& entry : collection) {
-    if (const ClassObject* notifier = findClass(entry.key)) {
-      tell(*notifier, [&notifier = *notifier, &changes = entry.value] {
-        requiredOperation(notifier, &AccountNotifierProtocol::noteAccountChanges,
-                          "noteAccountChanges:")(Array(changes));
-      });
-    } else {
-      missing.push_back(entry.key);
-    }
+void announceChanges(const std::vector<AccountChange>& changes) {
+  ChangeCollection collection;
+  FirstFailure failure;
+  std::set<std::string> misconfiguredTypes;  // each is one failure, however many accounts have it
+  for (const AccountChange& change : changes) {
+    const std::string type = change.accountType().str();
+    if (misconfiguredTypes.contains(type)) continue;
+    if (!failure.attempt([&] { addNotification(collection, change); })) misconfiguredTypes.insert(type);
   }
-  // At the end, because the failure of the first one may be thrown.
-  for (const std::string_view className : missing) reportMissingClass(className, dispatchOperation);
+  for (const auto& entry : collection) {
+    failure.attempt([&] { dispatch(entry.key, entry.value); });
+  }
+  failure.rethrow();
 }
 
 void announceDataclassChange(
     const BasicAccount& account, std::string_view dataclass,
     decltype(AccountNotifierProtocol::accountWillChangeForDataclass) AccountNotifierProtocol::*answer,
     std::string_view operation) {
+  FirstFailure failure;
   for (const std::string& name : notifierClassNames(account.type(), dataclass)) {
     const ClassObject* notifier = findClass(name);
     if (notifier == nullptr) {
-      reportMissingClass(name, operation);
+      failure.attempt([&] { reportMissingClass(name, operation); });
       continue;
     }
     const auto* protocol = notifier->as<AccountNotifierProtocol>();
     if (protocol == nullptr || !(protocol->*answer)) continue;
     tell(*notifier, [&] { (protocol->*answer)(account.identifier(), dataclass); });
   }
+  failure.rethrow();
 }
 
 }  // namespace roster

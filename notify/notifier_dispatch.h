@@ -24,8 +24,10 @@ StringList notifierClassNames(std::string_view accountType, std::string_view dat
 /// Adds a record of the change for every notifier class that it concerns.
 void addNotification(ChangeCollection& collection, const AccountChange& change);
 
-/// Tells each notifier its changes. Whatever one of them does, the others are told.
-void dispatchChanges(const ChangeCollection& collection);
+/// Tells each notifier that the changes concern, once. Whatever one of them does, the others are told; what
+/// is wrong with the table or a library keeps nobody from being told but those it is wrong for, and is thrown
+/// at the end if the handler of assertion failures throws.
+void announceChanges(const std::vector<AccountChange>& changes);
 
 /// Calls one of the optional operations of every notifier of the account's type and the dataclass, once for
 /// each entry of the table. `operation` is the name that assertion failures report.

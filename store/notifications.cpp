@@ -28,11 +28,7 @@ void AccountsManager::announceSave() {
 }
 
 void AccountsManager::_sendNotificationsForChangedAccounts() {
-  ChangeCollection collection;
-  for (const AccountChange& change : detectChanges(*_originalAccountsByID, _indexes->topLevelAccountsByID)) {
-    addNotification(collection, change);
-  }
-  dispatchChanges(collection);
+  announceChanges(detectChanges(*_originalAccountsByID, _indexes->topLevelAccountsByID));
 }
 
 void AccountsManager::_addNotificationToDictionaryForChangeTypeOriginalPropertiesCurrentProperties(

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "platform/immortal.h"
+#include "platform/linux/loader_error.h"
 #include "platform/plugin.h"
 
 namespace roster {
@@ -15,7 +16,7 @@ namespace {
 
 constexpr const char* entryName = "rosterPluginEntry";
 
-/// A library's own name, by which the classes that it defines itself are registered: it is always loaded.
+/// This library's own name, for the classes that it defines itself: it is always loaded.
 constexpr std::string_view ownLibrary = ROSTER_LIBRARY_NAME;
 
 struct LoadedPlugins {
@@ -31,12 +32,6 @@ struct LibraryCloser {
 };
 using Library = std::unique_ptr<void, LibraryCloser>;
 
-/// The loader's own text about what just failed. It is kept for each thread apart.
-std::string loaderError() {
-  const char* text = dlerror();  // NOLINT(concurrency-mt-unsafe)
-  return text == nullptr ? "the loader does not say why" : text;
-}
-
 /// Whether the address lies in the library itself. Names are also looked up in what a library links to, where
 /// another plug-in's entry could be found.
 bool isDefinedIn(void* library, const void* address) {
@@ -50,7 +45,7 @@ bool isDefinedIn(void* library, const void* address) {
 Result<Library> openLibrary(const std::string& path) {
   // An empty path would open the program itself.
   if (path.empty()) return Error{"the path is empty"};
-  const auto isPlain = [](char character) { return character > '\0'; };
+  const auto isPlain = [](unsigned char character) { return character > 0 && character < 0x80; };
   if (!std::all_of(path.begin(), path.end(), isPlain)) return Error{"the path is not a text in ASCII"};
   Library library(dlopen(path.c_str(), RTLD_NOW));
   if (!library) return Error{loaderError()};
@@ -72,17 +67,18 @@ Result<const PluginEntry*> entryOf(void* library, const std::string& path) {
   return entry;
 }
 
-std::optional<Error> registerClassesOf(const PluginEntry& entry, const std::string& path) {
-  PluginClasses classes;
+Result<PluginClasses> classesOf(void* library, const std::string& path) {
   try {
-    entry.registerClasses(classes);
+    const Result<const PluginEntry*> entry = entryOf(library, path);
+    if (!entry) return Error{entry.error()};
+    PluginClasses classes;
+    (*entry)->registerClasses(classes);
+    return {std::move(classes)};
   } catch (const std::exception& exception) {
     return Error{path + ": its entry failed: " + exception.what()};
   } catch (...) {
     return Error{path + ": its entry failed"};
   }
-  for (ClassObject& object : classes.take()) registerClass(std::move(object));
-  return std::nullopt;
 }
 
 }  // namespace
@@ -94,11 +90,11 @@ std::optional<Error> loadPlugin(const std::string& path) {
   if (loaded.paths.contains(path)) return std::nullopt;
   Result<Library> library = openLibrary(path);
   if (!library) return Error{library.error()};
-  if (!loaded.libraries.contains(library->get())) {
-    const Result<const PluginEntry*> entry = entryOf(library->get(), path);
-    if (!entry) return Error{entry.error()};
-    if (std::optional<Error> error = registerClassesOf(**entry, path)) return error;
+  if (!loaded.libraries.contains(library->get()) && !isDefinedIn(library->get(), &ownLibrary)) {
+    Result<PluginClasses> classes = classesOf(library->get(), path);
+    if (!classes) return Error{classes.error()};
     loaded.libraries.insert(library->release());  // its code is in use from now on
+    for (ClassObject& object : classes->take()) registerClass(std::move(object));
   }
   loaded.paths.insert(path);
   return std::nullopt;

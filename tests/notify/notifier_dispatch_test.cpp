@@ -1,0 +1,198 @@
+#include "notify/notifier_dispatch.h"
+
+#include "tests/store/store_test.h"
+#include "tests/support/creators_table.h"
+
+namespace roster::testing {
+namespace {
+
+const std::string finding =
+    "+[AccountsManager _notifierClassNamesForAccountType:dataclass:] AccountsManager: ";
+
+Dictionary notifier(const Value& className, const std::string& names, const Value& framework = thisLibrary) {
+  return creatorEntry("NotifierAccount", className, framework, dataclassArray(names));
+}
+Dictionary account(std::string_view identifier, const std::string& names) {
+  return stored(identifier, {{"Type", "T"}, {"Enabled Dataclasses", dataclassArray(names)}});
+}
+
+class NotifierTest : public CreatorsTableTest {
+ protected:
+  static void registerNotifier(const std::string& name, const AccountNotifierProtocol& answers) {
+    registerClass(ClassObject(name).answering(answers));
+  }
+  /// Registers a notifier whose calls become texts in `heard`.
+  void registerListener(const std::string& name) {
+    const auto note = [this, name](std::string_view identifier, std::string_view dataclass) {
+      heard.push_back(formatted("%@ %@ %@", name, identifier, dataclass));
+    };
+    const auto noteChanges = [this, name](const Array& changes) {
+      std::string text = name;
+      for (const Value& change : changes) {
+        const Dictionary record = *change.dictionary();
+        const std::string names = shortNames(stringList(record.find("OriginalDataclasses")));
+        text += formatted("; %@ %@ %@ [%@]", record.find("ChangeType"), record.find("AccountType"),
+                          record.find("AccountID"), names);
+      }
+      heard.push_back(text);
+    };
+    registerNotifier(name, {noteChanges, note});
+  }
+  /// What the notifiers hear of a save.
+  Lines save(const Store& store) {
+    heard.clear();
+    store->saveAllAccounts();
+    return heard;
+  }
+
+  Lines heard;
+};
+
+TEST_F(NotifierTest, AreFoundInACompleteTable) {
+  const std::string noEntries = finding + malformed + "the information for the type %@";
+  const std::string noPath = finding + malformed + "the path to the framework for the notifier with type %@";
+  const std::string noName = finding + malformed + "the name of the class for notificatinos with the type %@";
+  const Dictionary bare{{"Type", "NotifierAccount"}};
+  const Dictionary other = creatorEntry("FullAccount", "A", {}, dataclassArray("Mail"));
+  const Dictionary text = creatorEntry("NotifierAccount", "A", {}, dataclass("Mail"));
+  const std::tuple<Value, std::string, StringList> cases[] = {
+      {"text", noEntries, {}},
+      {array(notifier("A", "Mail", {})), noPath, {}},
+      {array(notifier("A", "Mail", "/no.so")), finding + noFile, {}},
+      {array(notifier({}, "Mail")), noName, {}},
+      {array(notifier("A", "Mail"), notifier("", "Notes Mail")), noName, {}},
+      {array(7, bare, other, text, notifier("A", "Notes", {})), "", {}},
+      {array(notifier("B", "Notes Mail"), notifier("A", "Mail"), notifier("B", "Mail")),
+       "",
+       {"B", "A", "B"}}};
+  MutableDictionary table;
+  for (const auto& row : cases) table.set("T" + std::to_string(table.size()), std::get<0>(row));
+  writeCreators(table);
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    const std::string type = "T" + std::to_string(i);
+    const auto& [entries, message, names] = cases[i];
+    assertions.clear();
+    EXPECT_EQ(AccountsManager::_notifierClassNamesForAccountTypeDataclass(type, dataclass("Mail")), names);
+    EXPECT_EQ(assertions, message.empty() ? Lines() : Lines{formatted(message, type)});
+  }
+  AccountsManager::accountDidChangeForDataclass(record("u", {{"Type", "Unlisted"}}), dataclass("Mail"));
+  EXPECT_EQ(assertions, Lines{formatted(noEntries, "Unlisted")});
+}
+
+TEST_F(NotifierTest, HearOnceOfASaveWhatConcernsThem) {
+  const Value notifiers =
+      array(notifier("A", "Mail"), notifier("A", "Mail Contacts"), notifier("B", "Contacts"),
+            notifier("PluginNotifier", "Notes", plugin("good")));
+  const Value accounts = array(account("a", "Mail Contacts"), account("b", "Mail"), account("c", "Mail"));
+  writeCreators({{"T", notifiers}});
+  registerListener("A");
+  registerListener("B");
+  device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", accounts}});
+  String rejected;
+  const auto store = CustomStore::load({ScriptedFixer([&](const Account& each) {
+    return each->identifier() == rejected ? FixResult::unrepairable : FixResult::nothingDone;
+  })});
+  EXPECT_EQ(save(store), Lines());
+  const Account a = store->accountWithIdentifier("a");
+  a->setEnabledForDataclass(false, dataclass("Contacts"));
+  EXPECT_EQ(save(store), (Lines{"A; 1 T a [Mail Contacts]", "B; 1 T a [Mail Contacts]"}));
+  EXPECT_EQ(save(store), Lines()) << "a change is told once";
+
+  a->setDisplayName("new");
+  store->deleteAccountWithIdentifier("b");
+  store->insertAccount(BasicAccount::accountWithProperties(account("d", "Notes Contacts")));
+  rejected = "c";
+  EXPECT_EQ(save(store), (Lines{"A; 2 T b [Mail]; 2 T c [Mail]; 0 T d []; 1 T a [Mail]", "B; 0 T d []"}));
+  EXPECT_EQ(log.lines(), Lines{"The plug-in hears of 1"});
+
+  heard.clear();
+  for (const char* name : {"Mail", "Contacts", "Notes"}) {
+    AccountsManager::accountWillChangeForDataclass(a, dataclass(name));
+  }
+  const std::string mail = "A a com.nimbal.Dataclass.Mail";
+  const std::string contacts = " a com.nimbal.Dataclass.Contacts";
+  EXPECT_EQ(heard, (Lines{mail, mail, "A" + contacts, "B" + contacts})) << "as often as the table names them";
+}
+
+TEST_F(NotifierTest, HearTogetherOfAllThatWasSavedSilentlyOrNotAtAll) {
+  writeCreators({{"T", array(notifier("A", "Mail Notes"))}});
+  registerListener("A");
+  const Store store = storeOf(array(account("a", "Mail"), account("b", "Mail")));
+  const Account a = store->accountWithIdentifier("a");
+  const Account b = store->accountWithIdentifier("b");
+  AccountsManager::_setShouldSkipNotifications(true);
+  b->setDisplayName("silent");
+  EXPECT_EQ(save(store), Lines());
+  b->removeAccountPropertyForKey("DisplayName");
+  a->setEnabledForDataclasses({dataclass("Notes")});
+  EXPECT_EQ(save(store), Lines());
+  AccountsManager::_setShouldSkipNotifications(false);
+
+  a->setDisplayName("\xFF");
+  EXPECT_EQ(save(store), Lines()) << "such a name cannot be written";
+  a->setDisplayName("new");
+  EXPECT_EQ(save(store), Lines{"A; 1 T a [Mail]"}) << "b is as it was when somebody last heard of it";
+}
+
+TEST_F(NotifierTest, AreToldWhateverTheOthersDo) {
+  const auto fail = [](const auto&...) { throw std::runtime_error("no wire"); };
+  registerListener("Z");
+  registerNotifier("Broken", {fail, fail, fail});
+  registerClass(ClassObject("Mute"));
+  writeCreators({{"T", array(notifier("Gone", "Mail"), notifier("Broken", "Mail"), notifier("Mute", "Mail"),
+                             notifier("Z", "Mail"))}});
+  const Dictionary unlisted{{"Type", "Unlisted"}, {"Enabled Dataclasses", dataclassArray("Mail")}};
+  const Store store = storeOf(array(stored("u", unlisted), account("a", "Mail")));
+  const Account a = store->accountWithIdentifier("a");
+  a->setDisplayName("new");
+  EXPECT_EQ(save(store), Lines{"Z; 1 T a [Mail]"});
+  AccountsManager::accountWillChangeForDataclass(a, dataclass("Mail"));
+  AccountsManager::accountDidChangeForDataclass(a, dataclass("Mail"));
+  EXPECT_EQ(heard.back(), "Z a com.nimbal.Dataclass.Mail");
+  const std::string broken = "ERROR: The notifier Broken failed: no wire";
+  const std::string mute =
+      "ERROR: The notifier Mute failed: the class Mute does not answer noteAccountChanges:";
+  EXPECT_EQ(log.lines(), (Lines{broken, mute, broken, broken}));
+  const std::string gone = " AccountsManager: Could not find a class for class name Gone";
+  EXPECT_EQ(assertions, (Lines{"-[AccountsManager _sendNotificationsForChangedAccounts]" + gone,
+                               "+[AccountsManager accountWillChange:forDataclass:]" + gone,
+                               "+[AccountsManager accountDidChange:forDataclass:]" + gone}));
+  setAssertionHandler({});
+  store->accountWithIdentifier("u")->setDisplayName("new");
+  a->setDisplayName("newer");
+  EXPECT_THROW(save(store), AssertionFailure);
+  EXPECT_EQ(heard, Lines{"Z; 1 T a [Mail]"}) << "a fault of one is thrown only when all have heard";
+}
+
+/// Saves everything but its secret.
+class SecretiveAccount : public AccountSubclass<SecretiveAccount> {
+ public:
+  using AccountSubclass::AccountSubclass;
+  Dictionary propertiesToSave() const override {
+    MutableDictionary saved(*Value(BasicAccount::propertiesToSave()).deepCopy().dictionary());
+    saved.remove("Secret");
+    return saved;
+  }
+};
+
+TEST_F(NotifierTest, HearOnlyOfWhatAnAccountSaves) {
+  writeCreators({{"T", array(notifier("A", "Mail"))}});
+  registerListener("A");
+  const Store store = AccountsManager::init();
+  const Account secretive = SecretiveAccount::accountWithProperties(account("a", "Mail"));
+  const auto inFile = [] { return AccountsManager::init()->accountWithIdentifier("a"); };
+  secretive->setAccountPropertyForKey("1", "Secret");
+  store->insertAccount(secretive);
+  EXPECT_EQ(save(store), Lines{"A; 0 T a []"});
+  EXPECT_EQ(inFile()->properties(), account("a", "Mail"));
+  const Store other = AccountsManager::init();
+  other->accountWithIdentifier("a")->setAccountPropertyForKey("theirs", "Secret");
+  other->saveAllAccounts();
+  secretive->setAccountPropertyForKey("2", "Secret");
+  EXPECT_EQ(save(store), Lines());
+  EXPECT_EQ(inFile()->accountPropertyForKey("Secret"), Value("theirs"))
+      << "what is not saved changes nothing";
+}
+
+}  // namespace
+}  // namespace roster::testing

@@ -1,0 +1,64 @@
+#include "platform/plugin.h"
+
+#include <filesystem>
+
+#include "tests/support/creators_table.h"
+
+namespace roster::testing {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+class PluginTest : public OwnProcessTest {
+ protected:
+  /// The error without the path that it begins with.
+  static std::string failureOf(const std::string& path) {
+    const std::string text = loadPlugin(path).value_or(Error{"none"}).message;
+    return text.starts_with(path + ": ") ? text.substr(path.size() + 2) : text;
+  }
+};
+
+TEST_F(PluginTest, IsRefusedWithItsPathAndTheReason) {
+  const std::string text = device.writeFile("text.so", "not a library");
+  const std::pair<std::string, std::string> cases[] = {
+      {"", "the path is empty"},
+      {plugin("good") + "\xC3\xA9", "the path is not a text in ASCII"},
+      {plugin("good") + std::string(1, '\0'), "the path is not a text in ASCII"},
+      {plugin("missing"), "cannot open shared object file: No such file or directory"},
+      {text, "file too short"},
+      {plugin("unresolved"), "undefined symbol: rosterTestNobodyDefinesThis"},
+      {plugin("no_entry"), "it has no entry rosterPluginEntry"},
+  };
+  for (const auto& [path, reason] : cases) EXPECT_EQ(failureOf(path), reason) << path;
+}
+
+TEST_F(PluginTest, LeavesNoClassBehindWhenItFailsAndIsLoadedOnceItIsRepaired) {
+  const auto later = formatted("it was built for version %u of the plug-in entry, not for version %u",
+                               pluginEntryVersion + 1, pluginEntryVersion);
+  const std::pair<const char*, std::string> faults[] = {{"version", later},
+                                                        {"entry", "its entry failed: out of order"},
+                                                        {"class", "its entry failed: no wire"},
+                                                        {"", "none"}};
+  for (const auto& [fault, reason] : faults) {
+    EXPECT_EQ(findClass("Repaired"), nullptr) << "before " << fault;
+    device.setEnvironment("ROSTER_TEST_FAULT", fault);
+    EXPECT_EQ(failureOf(plugin("faulty")), reason);
+  }
+  EXPECT_NE(findClass("Repaired"), nullptr);
+}
+
+TEST_F(PluginTest, RegistersItsClassesOnceByWhateverPathItIsReachedUnlessTheirNamesAreTaken) {
+  ASSERT_TRUE(registerClass(ClassObject("PluginCreator")));
+  const std::string link = device.path("link.so");
+  std::filesystem::create_symlink(plugin("good"), link);
+  for (const std::string& path : {link, plugin("good"), link, std::string(thisLibrary)}) {
+    EXPECT_EQ(failureOf(path), "none") << path;
+  }
+  EXPECT_NE(findClass("PluginAccount"), nullptr);
+  EXPECT_EQ(findClass("PluginCreator")->as<AccountCreationProtocol>(), nullptr) << "the first one stays";
+  EXPECT_EQ(log.lines(),
+            Lines{"The class PluginCreator is defined twice; the definition that came first is used"});
+}
+
+}  // namespace
+}  // namespace roster::testing

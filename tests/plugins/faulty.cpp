@@ -1,0 +1,28 @@
+#include <cstdlib>
+#include <stdexcept>
+
+#include "platform/plugin.h"
+
+namespace {
+
+/// What is wrong with the plug-in this time; empty when nothing is.
+std::string_view fault() {
+  const char* name = std::getenv("ROSTER_TEST_FAULT");  // NOLINT(concurrency-mt-unsafe)
+  return name == nullptr ? "" : name;
+}
+
+void registerClasses(roster::PluginClasses& classes) {
+  classes.add(roster::ClassObject("Repaired"));
+  if (fault() == "class") throw std::runtime_error("no wire");
+}
+
+constexpr roster::PluginEntry sound{roster::pluginEntryVersion, &registerClasses};
+constexpr roster::PluginEntry later{roster::pluginEntryVersion + 1, &registerClasses};
+
+}  // namespace
+
+extern "C" ROSTER_EXPORT const roster::PluginEntry* rosterPluginEntry();
+extern "C" const roster::PluginEntry* rosterPluginEntry() {
+  if (fault() == "entry") throw std::runtime_error("out of order");
+  return fault() == "version" ? &later : &sound;
+}

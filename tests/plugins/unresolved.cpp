@@ -1,0 +1,11 @@
+#include "platform/plugin.h"
+
+extern "C" void rosterTestNobodyDefinesThis();
+
+namespace {
+
+void registerClasses(roster::PluginClasses&) { rosterTestNobodyDefinesThis(); }
+
+}  // namespace
+
+ROSTER_PLUGIN(registerClasses)

@@ -1,0 +1,103 @@
+#include "tests/store/store_test.h"
+#include "tests/support/creators_table.h"
+
+namespace roster::testing {
+namespace {
+
+Dictionary of(std::string_view type, std::string_view identifier, const Value& children = {}) {
+  return stored(identifier, {{"Type", type}, {"ChildAccounts", children}});
+}
+/// The identifiers of full accounts that are the records themselves.
+std::string names(const std::vector<AccountsManager::FullAccount>& accounts) {
+  std::vector<Account> records;
+  for (const auto& account : accounts) records.push_back(std::dynamic_pointer_cast<BasicAccount>(account));
+  return identifiers(records);
+}
+
+class FullAccountsTest : public CreatorsTableTest {
+ protected:
+  FullAccountsTest() {
+    const auto none = [](const Account&) { return nullptr; };
+    const auto meddle = [this](const Account& account) {
+      store->insertAccount(record("inserted", {{"Type", "V"}}));
+      return account;
+    };
+    registerCreator("None", {.accountWithBasicAccount = none});
+    registerCreator("Meddler", {.accountWithBasicAccount = meddle});
+    MutableDictionary table(
+        Dictionary{{"Broken", array(full("None"))}, {"Meddling", array(full("Meddler"))}});
+    for (const std::string_view type : selfMade) table.set(type, array(full("Self")));
+    writeCreators(table);
+  }
+  static constexpr std::string_view selfMade[] = {
+      "T", "U", "V", "Yahoo", "IMAPNotes", "Mail", "FjordIMAP", "Nuvola", "Exchange", "Gmail", "SMTP"};
+  Store store = storeOf(array());
+};
+
+TEST_F(FullAccountsTest, AreListedWithTheMatchingChildrenBehindWhereTheParentStands) {
+  store = storeOf(array(of("T", "p", array(of("U", "p1"), of("T", "p2"), of("Broken", "p3"))),
+                        of("V", "q", array(of("U", "q1"))), of("T", "r"), of("Broken", "s")));
+  EXPECT_EQ(names(store->accountsWithTypes({"T"})), "p p2 r");
+  EXPECT_EQ(names(store->accountsWithTypes({"U"})), "p1 q1");
+  EXPECT_EQ(names(store->accountsWithTypes({"U", "T"})), "p p1 p2 q1 r");
+  EXPECT_EQ(names(store->accountsWithTypes({})), "");
+  EXPECT_EQ(assertions, Lines());
+  EXPECT_THROW(store->accountsWithTypes({"T", "Broken"}), std::invalid_argument);
+  EXPECT_EQ(assertions.size(), 2U) << "the child's is left out, the top-level account's is a fault";
+  store->deleteAccountWithIdentifier("s");
+  EXPECT_EQ(names(store->accountsWithTypes({"T", "Broken"})), "p p2 r");
+}
+
+TEST_F(FullAccountsTest, MustNotChangeTheStoreWhileTheyAreListed) {
+  store = storeOf(array(of("T", "p", array(of("Meddling", "p1")))));
+  EXPECT_THROW(store->accountsWithTypes({"Meddling"}), EnumerationMutation);
+  EXPECT_EQ(names(store->accountsWithTypes({"Meddling"})), "p1") << "it is made by now";
+  EXPECT_EQ(store->count(), 2U);
+}
+
+TEST_F(FullAccountsTest, AreMadeOfTheVeryRecordWithTheLoaderHandedOn) {
+  store = storeOf(array(of("T", "p", array(of("U", "p1")))));
+  ScriptedLoader loader(true);
+  EXPECT_EQ(names(store->accountsWithTypesWithLoader({"T"}, &loader)), "p");
+  EXPECT_EQ(names({store->fullAccountWithIdentifierLoader("p1", &loader)}), "p1");
+  EXPECT_EQ(loader.asked.size(), 2U);
+  for (const char* unknown : {"", "p3"}) {
+    EXPECT_EQ(store->fullAccountWithIdentifierLoader(unknown, nullptr), nullptr);
+  }
+}
+
+TEST_F(FullAccountsTest, OfMailAreThoseOfFourTypes) {
+  for (const std::string_view type : selfMade) store->insertAccount(record(type, {{"Type", type}}));
+  EXPECT_EQ(names(store->allMailAccounts()), "Yahoo Mail Nuvola Gmail");
+}
+
+class FullDeviceLocalAccountTest : public StoreTest {};
+
+TEST_F(FullDeviceLocalAccountTest, IsAddedToAStoreThatLacksItInEveryLanguage) {
+  std::set<std::string> texts;
+  for (const std::string language : {"en", "de", "es", "fr", "ja"}) {
+    device.setEnvironment("LC_ALL", language + ".UTF-8");
+    log.clear();
+    writeRegistry();
+    const Store store = AccountsManager::init();
+    const auto made = store->fullDeviceLocalAccount();
+    EXPECT_NE(std::dynamic_pointer_cast<DeviceLocalAccount>(made), nullptr);
+    EXPECT_EQ(store->fullDeviceLocalAccount(), made);
+    EXPECT_EQ(log.lines(), Lines{"DeviceLocalAccount missing. Creating..."});
+    EXPECT_EQ(store->count(), 1U);
+    const Account record = store->accountWithIdentifier("DeviceLocalAccount");
+    EXPECT_EQ(std::dynamic_pointer_cast<DeviceLocalAccount>(record), nullptr) << "the record is a plain one";
+    EXPECT_EQ(root().find("Accounts"), array());
+    store->saveAllAccounts();
+    EXPECT_EQ(storedAccount(0), DeviceLocalAccount::basicAccountProperties());
+    texts.insert(storedAccount(0).find("Type String").string().str());
+  }
+  EXPECT_EQ(texts.size(), 5U);
+
+  const Store complete = storeOf(array(stored("x"), stored("own", {{"Type", "OnMyDevice"}})));
+  const auto found = std::dynamic_pointer_cast<BasicAccount>(complete->fullDeviceLocalAccount());
+  EXPECT_EQ(found->properties(), complete->accountWithIdentifier("own")->properties());
+}
+
+}  // namespace
+}  // namespace roster::testing
