@@ -13,6 +13,7 @@
 #include "fixers/runtime_fix.h"
 #include "notify/notifier_dispatch.h"
 #include "platform/export.h"
+#include "platform/named_lock.h"
 #include "platform/ordered_map.h"
 #include "store/account_array.h"
 #include "store/type_set.h"
@@ -163,8 +164,37 @@ class ROSTER_EXPORT AccountsManager {
   /// Tells the notifiers what changed since the store was loaded or last told them.
   void _sendNotificationsForChangedAccounts();
 
+  // ---- Migration: an old registry, or what there was before registries, is turned into one of this version
+  // by a plug-in, under a lock that all processes share. Creating a store neither migrates nor waits.
+
+  /// Migrates if something has to be; `migrateIfNeeded` tells its caller more.
+  static void _migrateAccountsIfNeeded();
+
   // ---- MigrationSupport
 
+  /// What there is to be migrated. All three pointers must be given: a missing one is an assertion failure,
+  /// and nothing is written then. The registry's own version is only looked at when there is nothing older.
+  static void shouldMigrateOldMailAccountsOldTSAccountsNewRoster(bool* migrateOldMailAccounts,
+                                                                 bool* migrateOldTSAccounts,
+                                                                 bool* migrateNewAccounts);
+  static bool _oldMailAccountsInformationFound();
+  static bool _oldTSAccountsInformationFound();
+  /// Whether the registry's file has a version below the current one. One that is missing or unreadable, or
+  /// tells no version, need not be migrated.
+  static bool rosterNeedsToBeMigrated();
+  /// The lock that is held while a migration runs, waited for and taken; nil, with the cause in the system
+  /// log, when there can be none. The caller owns it.
+  static std::shared_ptr<NamedLock> createAndLockMigrationLock();
+  /// Gives up the lock, which may be nil, for all who share the object.
+  static void releaseMigrationLock(const std::shared_ptr<NamedLock>& lock);
+  /// Returns when no migration is running any more.
+  static void waitForMigrationToFinish();
+  /// Makes the sync-accounts daemon quit, so that it does not write during a migration: asks it to, kills it
+  /// when it does not listen, and gives up after little more than ten seconds. The calling thread's event
+  /// loop runs meanwhile. Does nothing when there is no such process, or when this is it.
+  static void killTesseraIfNecessary();
+  /// Removes the registry's file, if there is one, because it is about to be made anew.
+  static void removeNewRosterToMigrateOldAccountInformation();
   void setDataVersion(std::int64_t version) { _dataVersion = version; }
 
  protected:

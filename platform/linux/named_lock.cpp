@@ -45,9 +45,13 @@ int makeFolder(const std::string& folder) {
 int makeFile(const std::string& path) {
   constexpr mode_t everybody = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
   static std::atomic<unsigned> counter = 0;
-  const std::string name = path + "." + std::to_string(getpid()) + "." + std::to_string(counter++) + ".new";
   NewFile file;
-  int number = file.create(AT_FDCWD, name);
+  std::string name;
+  int number = 0;
+  do {  // An earlier process with this identifier may have died here and left its file behind.
+    name = path + "." + std::to_string(getpid()) + "." + std::to_string(counter++) + ".new";
+    number = file.create(AT_FDCWD, name);
+  } while (number == EEXIST);
   if (number == 0) number = file.setMode(everybody);
   if (number == 0 && fileCalls().linkat(AT_FDCWD, name.c_str(), AT_FDCWD, path.c_str(), 0) == -1) {
     number = errno;

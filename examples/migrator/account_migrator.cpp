@@ -1,0 +1,186 @@
+#include <roster/migration/account_migrator.h>
+#include <roster/migration/migration_paths.h>
+#include <roster/roster.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+/// A migrator: turns the mail application's old account list into accounts of the registry, and writes a
+/// registry of an older version anew. README.md shows the old list. Files are set aside and never removed,
+/// so whatever this does not understand is still there.
+
+namespace {
+
+using roster::AccountsManager;
+using roster::PropertyListFile;
+using roster::systemLog;
+using Account = std::shared_ptr<roster::BasicAccount>;
+
+constexpr std::string_view hostnameKey = "Hostname";
+
+/// What the registry keeps under the names that it had in the old list.
+constexpr std::array<std::string_view, 6> keptKeys = {hostnameKey,  "AccountPath",    "PortNumber",
+                                                      "SSLEnabled", "EmailAddresses", "FullUserName"};
+
+// ---- Files
+
+/// A name beside the file that nobody has yet. Nobody takes it meanwhile: the migration lock is held.
+std::string nameAside(const std::string& path) {
+  std::string name = path + ".migrated";
+  std::error_code ignored;
+  for (int attempt = 2; exists(std::filesystem::symlink_status(name, ignored)); ++attempt) {
+    name = path + ".migrated-" + std::to_string(attempt);
+  }
+  return name;
+}
+
+/// Renames the file, so that the next run does not meet it. False when it is still in its place.
+bool setAside(const std::string& path) {
+  const std::string name = nameAside(path);
+  std::error_code error;
+  std::filesystem::rename(path, name, error);
+  if (error) {
+    systemLog("AccountMigrator: could not rename %@ to %@: %@", path, name, error.message());
+  } else {
+    systemLog("AccountMigrator: %@ is now %@", path, name);
+  }
+  return !error;
+}
+
+/// The registry is written anew from what this library understands of it; the old one may hold more.
+bool keepCopyOfRegistry() {
+  const std::string path = roster::rosterAccountsPath();
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) return true;
+  const std::string copy = nameAside(path);
+  std::filesystem::copy_file(path, copy, error);
+  if (error) systemLog("AccountMigrator: could not copy %@ to %@: %@", path, copy, error.message());
+  return !error;
+}
+
+// ---- Accounts
+
+/// The class of an old type's accounts; empty for one that is not known.
+std::string_view classForOldType(std::string_view type) {
+  if (type == "IMAP") return "IMAPAccount";
+  return type == "POP" ? "POPAccount" : std::string_view();
+}
+
+bool isSameMailbox(const roster::BasicAccount& left, const roster::BasicAccount& right) {
+  const auto hasSame = [&](std::string_view key) {
+    return left.accountPropertyForKey(key) == right.accountPropertyForKey(key);
+  };
+  return hasSame(roster::kAccountClass) && hasSame(hostnameKey) && hasSame(roster::kAccountUsername);
+}
+
+/// The account that an entry of the list describes; nil, with the reason, when it does not describe one.
+Account accountFromEntry(const roster::Value& entry, std::string& why) {
+  const auto nothing = [&](const std::string& reason) -> Account {
+    why = reason;
+    return nullptr;
+  };
+  const auto old = entry.dictionary();
+  if (!old || entry.fault() != roster::Fault::none) return nothing("it cannot be read");
+  const roster::String type = old->find("Type").string();
+  const roster::String name = old->find("AccountName").string();
+  const roster::String user = old->find("Username").string();
+  const std::string_view accountClass = classForOldType(type);
+  if (accountClass.empty()) return nothing("its type \"" + type.str() + "\" is not known");
+  if (user.isEmpty() || old->find(hostnameKey).string().isEmpty()) return nothing("it names no mailbox");
+
+  const roster::Value mail = roster::arrayValue({std::string(roster::kAccountDataclassMail)});
+  auto account = roster::BasicAccount::accountWithTypeClass(roster::kMailAccountType, accountClass);
+  if (!account) throw std::runtime_error("a record of a mail account cannot be made");
+  for (const std::string_view key : keptKeys) account->setAccountPropertyForKey(old->find(key), key);
+  account->setAccountPropertyForKey(name.isEmpty() ? user : name, roster::kAccountDisplayName);
+  account->setAccountPropertyForKey(user, roster::kAccountUsername);
+  account->setAccountPropertyForKey(mail, roster::kAccountProvisionedDataclasses);
+  account->setEnabledForDataclass(true, roster::kAccountDataclassMail);
+  return account;
+}
+
+/// Each mailbox once, also when the list has it twice, or somebody has saved it again since the registry was
+/// removed.
+void addAccounts(AccountsManager& store, const roster::Array& entries) {
+  const auto known = store.allBasicAccounts();
+  long index = 0;
+  for (const roster::Value& entry : entries) {
+    std::string why;
+    const Account account = accountFromEntry(entry, why);
+    const auto isSame = [&](const Account& other) { return isSameMailbox(*other, *account); };
+    if (account && std::any_of(known->begin(), known->end(), isSame)) why = "its mailbox is there already";
+    if (why.empty()) {
+      store.insertAccount(account);
+    } else {
+      systemLog("AccountMigrator: account %ld of the mail list is left out: %@", index, why);
+    }
+    ++index;
+  }
+}
+
+bool save(AccountsManager& store) {
+  try {
+    store.saveAllAccounts();
+  } catch (const roster::AssertionFailure& failure) {
+    // Somebody who should hear of the save is set up wrongly. The registry is written before they are told.
+    systemLog("AccountMigrator: not everybody was told of the accounts: %@", failure.what());
+  }
+  return store.lastSaveError().empty();
+}
+
+class AccountsDataMigrator : public roster::AccountMigrationProtocol {
+ public:
+  bool executeMigrationSteps() override {
+    // First: were they found alone at the next run, the registry would be removed for them, without a mail
+    // list to make it from again.
+    if (!setSyncPreferencesAside()) return false;
+    const std::string path = roster::mailAccountsPath();
+    const PropertyListFile list = readPropertyListFile(path, roster::Soundness::inspected);
+    const bool isThere = list.status != PropertyListFile::Status::missing;
+    if (isThere && !list.error.empty()) systemLog("AccountMigrator: %@", list.error);
+    // The next run may be able to read what is a file; anything else never becomes a list.
+    std::error_code error;
+    const bool isFile = std::filesystem::is_regular_file(path, error);
+    if (list.status == PropertyListFile::Status::unreadable && isFile) return false;
+
+    if (!keepCopyOfRegistry()) return false;
+    const auto store = AccountsManager::initInsideOfMigration();
+    if (isThere) addMailAccounts(*store, list.value);
+    store->setDataVersion(AccountsManager::currentVersion());
+    if (!save(*store)) return false;
+    // Only now: whatever ends a run before this, the next one finds the list.
+    return !isThere || setAside(path);
+  }
+
+ private:
+  static bool setSyncPreferencesAside() {
+    const std::string path = roster::tsAccountPath();
+    std::error_code error;
+    if (!std::filesystem::exists(path, error)) return true;
+    systemLog("AccountMigrator: there is no way to migrate %@", path);
+    return setAside(path);
+  }
+
+  static void addMailAccounts(AccountsManager& store, const roster::Value& list) {
+    const auto root = list.dictionary();
+    const auto entries = root ? root->find("MailAccounts").array() : std::nullopt;
+    if (entries) return addAccounts(store, *entries);
+    systemLog("AccountMigrator: %@ has no array \"MailAccounts\"", roster::mailAccountsPath());
+  }
+};
+
+void registerClasses(roster::PluginClasses& classes) {
+  classes.add(
+      roster::ClassObject("AccountsDataMigrator").answering(roster::AccountMigratorProtocol{.init = [] {
+        return std::make_shared<AccountsDataMigrator>();
+      }}));
+}
+
+}  // namespace
+
+ROSTER_PLUGIN(registerClasses)

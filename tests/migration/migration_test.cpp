@@ -1,0 +1,153 @@
+#include "tests/migration/migration_test.h"
+
+#include <csignal>
+
+namespace roster::testing {
+namespace {
+
+constexpr const char* failed = "[+[AccountsManager _migrateAccountsIfNeeded]] Accounts migration failed";
+
+/// A device with a registry that is out of date, and several processes that want to migrate it.
+class MigrationByManyTest : public MigrationTest {
+ protected:
+  MigrationByManyTest() { writeRegistry(11); }
+
+  /// A process that holds the lock, and whose migrator has stopped in the middle of its work.
+  pid_t startHolder() const {
+    device.writeFile("migrator-order", "stop");
+    const pid_t process = startProcess([] { return migrateIfNeeded().outcome == Outcome::succeeded; });
+    EXPECT_EQ(waitpid(process, nullptr, WUNTRACED), process);
+    fs::remove(device.path("migrator-order"));
+    EXPECT_FALSE(isLockFree());
+    return process;
+  }
+  /// A process that has found something to migrate and now goes for the lock.
+  static pid_t startNext(Outcome expected) {
+    const Signal hasDecided;
+    const pid_t process = startProcess([&] {
+      setSystemLogSink([&](std::string_view line) {
+        if (line == needsMigration(0, 0, 1)) hasDecided.send();
+      });
+      return migrateIfNeeded().outcome == expected;
+    });
+    hasDecided.await();
+    return process;
+  }
+};
+
+TEST_F(MigrationByManyTest, LetsThemWaitAndFindNothingLeftToDo) {
+  const pid_t holder = startHolder();
+  const pid_t next = startNext(Outcome::doneByAnother);
+  const Signal isAboutToWait;
+  const pid_t client = startProcess([&] {
+    isAboutToWait.send();
+    AccountsManager::waitForMigrationToFinish();
+    return !AccountsManager::rosterNeedsToBeMigrated();
+  });
+  isAboutToWait.await();
+  kill(holder, SIGCONT);
+  for (const pid_t process : {holder, next, client}) EXPECT_TRUE(endsWell(process));
+  EXPECT_EQ(runsOfMigrator(), 1U);
+}
+
+TEST_F(MigrationByManyTest, IsDoneByTheNextWhenItsProcessIsKilledInTheMiddle) {
+  const pid_t holder = startHolder();
+  const pid_t next = startNext(Outcome::succeeded);
+  kill(holder, SIGKILL);
+  EXPECT_TRUE(endsWell(next));
+  EXPECT_EQ(runsOfMigrator(), 2U);
+}
+
+TEST_F(MigrationByManyTest, IsDoneOnceWhenAllStartTogetherAndTheLockHasYetToBeMade) {
+  const auto migrate = [] { return migrateIfNeeded().why.empty(); };
+  for (std::size_t round = 1; round <= 200; ++round) {
+    writeRegistry(11);
+    fs::remove(lockPath());
+    const pid_t other = startProcess(migrate);
+    EXPECT_TRUE(migrate());
+    EXPECT_TRUE(endsWell(other));
+    ASSERT_EQ(runsOfMigrator(), round);
+  }
+}
+
+TEST_F(MigrationTest, MakesTheRegistryAnewFromAnOldMailListOnce) {
+  writeOldMailList();
+  device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", array(stored("lost"))}});
+  EXPECT_EQ(migrateIfNeeded().outcome, Outcome::succeeded);
+  EXPECT_EQ(log.lines(), (Lines{needsMigration(1, 0, 0), needsMigration(1, 0, 0)}));
+  const Store store = AccountsManager::init();
+  EXPECT_EQ(store->dataVersion(), 12);
+  EXPECT_EQ(identifiers(*store->allBasicAccounts()), "w");
+  fs::remove(lockPath());
+  EXPECT_EQ(migrateIfNeeded().outcome, Outcome::notNeeded);
+  EXPECT_FALSE(fs::exists(lockPath())) << "nothing is locked";
+}
+
+TEST_F(MigrationTest, GivesTheLockUpHoweverItFailsAndLeavesTheRegistryRemoved) {
+  struct Case {
+    const char* plugin;
+    const char* order;
+    Outcome outcome;
+    std::string cause;
+  };
+  const std::string noCode = code() + ": cannot open shared object file: No such file or directory";
+  const std::string noClass = accountMigratorPath() + " has no class AccountsDataMigrator";
+  const char* const own = "old_mail_migrator";
+  const Case cases[] = {{nullptr, "", Outcome::noMigrator, ""},
+                        {"missing", "", Outcome::failed, noCode},
+                        {"good", "", Outcome::failed, noClass},
+                        {own, "none", Outcome::failed, "the class AccountsDataMigrator makes no instance"},
+                        {own, "refuse", Outcome::failed, ""},
+                        {own, "throw", Outcome::failed, "the migrator failed: the list\\nis odd"}};
+  writeOldMailList();
+  for (const Case& each : cases) {
+    fs::remove_all(accountMigratorPath());
+    if (each.plugin != nullptr) installMigrator(each.plugin);
+    device.writeFile("migrator-order", each.order);
+    writeRegistry(12);
+    Lines lines{needsMigration(1, 0, 0), needsMigration(1, 0, 0)};
+    if (!each.cause.empty()) {
+      lines.push_back("Could not migrate accounts with " + accountMigratorPath() + ": " + each.cause);
+    }
+    if (each.outcome == Outcome::failed) lines.emplace_back(failed);
+    const auto migrate = [&] {
+      const MigrationReport report = migrateIfNeeded();
+      EXPECT_EQ(report.outcome, each.outcome);
+      EXPECT_EQ(report.why.find('\n'), std::string::npos);
+      EXPECT_EQ(log.lines(), lines);
+      return !HasFailure();
+    };
+    // In a process of its own, because a class that is known stays known.
+    EXPECT_TRUE(endsWell(startProcess(migrate))) << each.order << each.cause;
+    EXPECT_FALSE(fs::exists(device.registryPath()));
+    EXPECT_TRUE(isLockFree());
+  }
+}
+
+TEST_F(MigrationTest, GoesOnWhenTheRegistryCannotBeRemoved) {
+  const std::string path = device.registryPath();
+  device.writeFile(path + "/full", "");
+  writeOldMailList();
+  device.writeFile("migrator-order", "refuse");
+  migrateIfNeeded();
+  const std::string notRemoved =
+      "[+[AccountsManager(MigrationSupport) removeNewRosterToMigrateOldAccountInformation]] Could not "
+      "remove " +
+      path + ". Error could not remove " + path + ": Is a directory";
+  EXPECT_EQ(log.lines(), (Lines{needsMigration(1, 0, 0), needsMigration(1, 0, 0), notRemoved, failed}));
+  EXPECT_EQ(runsOfMigrator(), 1U);
+}
+
+TEST_F(MigrationTest, DoesNotBeginWithoutTheLock) {
+  writeOldMailList();
+  writeRegistry(12);
+  fs::create_symlink(device.writeFile("elsewhere", ""), lockPath());
+  EXPECT_EQ(migrateIfNeeded().outcome, Outcome::notLocked);
+  EXPECT_EQ(log.lines(), (Lines{needsMigration(1, 0, 0),
+                                "Could not take the lock AccountMigrationInProgress: could not open " +
+                                    lockPath() + ": Too many levels of symbolic links"}));
+  EXPECT_TRUE(fs::exists(device.registryPath()));
+}
+
+}  // namespace
+}  // namespace roster::testing

@@ -1,0 +1,163 @@
+#include "migration/sync_daemon.h"
+
+#include <dlfcn.h>
+#include <sys/prctl.h>
+#include <systemd/sd-event.h>
+
+#include <chrono>
+#include <csignal>
+
+#include "platform/assertion.h"
+#include "platform/resources.h"
+#include "platform/web_engine.h"
+#include "tests/migration/migration_test.h"
+#include "tests/support/private_bus.h"
+
+namespace roster::testing {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* asked = "Performing account migration. Asking tesserad to exit";
+constexpr const char* noBus =
+    "Could not post the notification com.nimbal.Harbor.BackupAgent.WillStart: could not open the system bus: "
+    "No such file or directory";
+constexpr const char* killed = "tesserad does not seem to want to quit. Sending it a SIGKILL";
+constexpr const char* refused =
+    "tesserad decided it didn't want to play well with others and refused to exit. We're going to continue "
+    "with the backup/restore anyway and hope for the best.";
+
+bool listenToNobody(const Signal& isReady) {
+  isReady.send();
+  while (true) pause();
+}
+/// Ends, and well when what it hears is the request.
+bool listenToTheBus(const Signal& isReady) {
+  SignalListener listener("com.nimbal.Harbor.BackupAgent");
+  isReady.send();
+  return listener.next() == Lines{"/com/nimbal/Harbor/BackupAgent", "WillStart"};
+}
+/// Starts a process with the daemon's name, which ends with the test's at the latest.
+pid_t startDaemon(bool (*life)(const Signal& isReady) = &listenToNobody) {
+  const Signal isReady;
+  const pid_t process = startProcess([&] {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    prctl(PR_SET_NAME, "tesserad");
+    return life(isReady);
+  });
+  isReady.await();
+  return process;
+}
+bool runs(pid_t process) { return waitpid(process, nullptr, WNOHANG) == 0; }
+
+class MigrationDaemonTest : public MigrationTest {
+ protected:
+  void SetUp() override {
+    MigrationTest::SetUp();
+    if (resourcePath("WebEngine", "so").empty()) GTEST_SKIP() << "needs ROSTER_RESOURCES, as ctest sets it";
+    ASSERT_GE(sd_event_default(&loop), 0);
+  }
+  void TearDown() override { sd_event_unref(loop); }
+
+  /// Has the thread's event loop do something in its next turn.
+  void later(std::function<void()> something) {
+    work = std::move(something);
+    const auto handler = [](sd_event_source*, void* test) {
+      static_cast<MigrationDaemonTest*>(test)->work();
+      return 0;
+    };
+    ASSERT_GE(sd_event_add_defer(loop, nullptr, handler, this), 0);
+  }
+  sd_event* loop = nullptr;
+  std::function<void()> work;
+};
+
+TEST_F(MigrationDaemonTest, QuitsWhenAskedAlsoFromWithinAnEventHandler) {
+  const PrivateBus bus(device);
+  const pid_t first = startDaemon(&listenToTheBus);
+  AccountsManager::killTesseraIfNecessary();
+  EXPECT_TRUE(endsWell(first));
+  const pid_t second = startDaemon(&listenToTheBus);
+  later(&AccountsManager::killTesseraIfNecessary);
+  sd_event_run(loop, 0);
+  EXPECT_TRUE(endsWell(second));
+  EXPECT_EQ(log.lines(), (Lines{asked, asked}));
+}
+
+TEST_F(MigrationDaemonTest, IsKilledAfterFiveSecondsWhenItDoesNotListen) {
+  const pid_t daemon = startDaemon();
+  const Clock::time_point start = Clock::now();
+  AccountsManager::killTesseraIfNecessary();
+  EXPECT_GT(Clock::now() - start, 5s);
+  EXPECT_FALSE(endsWell(daemon));
+  EXPECT_EQ(log.lines(), (Lines{asked, noBus, killed}));
+}
+
+TEST_F(MigrationDaemonTest, CountsAsGoneWhenAnotherProcessHasItsName) {
+  const pid_t one = startDaemon();
+  const pid_t other = startDaemon();
+  later([] { kill(_PIDForProcessNamed("tesserad"), SIGKILL); });
+  AccountsManager::killTesseraIfNecessary();
+  EXPECT_NE(runs(one), runs(other));
+  EXPECT_EQ(log.lines(), (Lines{asked, noBus}));
+}
+
+TEST_F(MigrationDaemonTest, IsNotAskedByItself) {
+  EXPECT_TRUE(endsWell(startProcess([&] {
+    prctl(PR_SET_NAME, "tesserad");
+    AccountsManager::killTesseraIfNecessary();
+    return log.lines().empty();
+  })));
+}
+
+TEST_F(MigrationDaemonTest, HasToBeLivedWithWhenItCannotBeKilled) {
+  if (geteuid() != 0) GTEST_SKIP() << "cannot become another user";
+  const pid_t daemon = startDaemon();
+  fs::permissions(device.root(), fs::perms(0755));
+  EXPECT_TRUE(isWebEngineThreadLockHeld()) << "loaded where it can be read";
+  EXPECT_TRUE(endsWell(startProcess([&] {
+    const Clock::time_point start = Clock::now();
+    EXPECT_EQ(setuid(65534), 0);
+    AccountsManager::killTesseraIfNecessary();
+    EXPECT_GT(Clock::now() - start, 10s);
+    const std::string because = "could not kill the process %d (tesserad): Operation not permitted";
+    EXPECT_EQ(log.lines(), (Lines{asked, noBus, killed, formatted(because, daemon), refused}));
+    return !HasFailure();
+  })));
+  EXPECT_TRUE(runs(daemon));
+}
+
+TEST_F(MigrationDaemonTest, LeavesTheWebEnginesLockAsItWasThoughTheEventLoopLetsItGo) {
+  void* engine = dlopen(resourcePath("WebEngine", "so").c_str(), RTLD_NOW);
+  ASSERT_NE(engine, nullptr);
+  const auto release = reinterpret_cast<void (*)()>(dlsym(engine, "webEngineReleaseThreadLock"));
+  for (const bool wasHeld : {false, true}) {
+    const pid_t daemon = startDaemon();
+    if (wasHeld) takeWebEngineThreadLock();
+    later([&] {
+      release();
+      EXPECT_FALSE(*isWebEngineThreadLockHeld());
+      kill(daemon, SIGKILL);
+    });
+    AccountsManager::killTesseraIfNecessary();
+    EXPECT_EQ(*isWebEngineThreadLockHeld(), wasHeld);
+    EXPECT_FALSE(endsWell(daemon));
+  }
+  EXPECT_EQ(log.lines(), (Lines{asked, noBus, asked, noBus}));
+}
+
+TEST_F(MigrationDaemonTest, FailsAnAssertionAndFreesTheLockWhenTheWebEngineIsNone) {
+  useOwnResources();
+  const std::string engine = device.writeFile("resources/WebEngine.so", "not a library");
+  writeRegistry(11);
+  const pid_t daemon = startDaemon();
+  EXPECT_THROW(migrateIfNeeded(), AssertionFailure);
+  EXPECT_EQ(linesWith(log.lines(), "AccountsManager.cpp"), 1U);
+  EXPECT_EQ(linesWith(log.lines(), "the web engine's thread lock: " + engine + ": file too short"), 1U);
+  EXPECT_TRUE(isLockFree());
+  EXPECT_TRUE(runs(daemon));
+}
+
+}  // namespace
+}  // namespace roster::testing
