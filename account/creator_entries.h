@@ -5,6 +5,7 @@
 
 #include "account/vocabulary.h"
 #include "platform/export.h"
+#include "platform/result.h"
 #include "platform/value.h"
 
 namespace roster {
@@ -37,6 +38,10 @@ struct CreatorEntry {
  private:
   Value described(std::string_view key) const { return description ? description->find(key) : Value(); }
 };
+
+/// Loads the plug-in library of an entry. Its path is one in ASCII; any other, and a library that does not
+/// load, is an error that says why.
+ROSTER_EXPORT std::optional<Error> loadCreatorFramework(std::string_view path);
 
 /// The entries of an account type, in order; nothing when the table has none for it, or cannot be read.
 ROSTER_EXPORT std::optional<Array> creatorEntriesForAccountType(std::string_view type);

@@ -5,7 +5,6 @@
 #include "account/creator_entries.h"
 #include "account/creator_faults.h"
 #include "platform/assertion.h"
-#include "platform/plugin.h"
 #include "platform/system_log.h"
 
 namespace roster {
@@ -67,7 +66,7 @@ String BasicAccount::_creatorClassNameForAccountTypeCreatorTypeLoader(std::strin
     if (!isMadeAvailable) {
       const String path = entry.framework();
       if (path.isNil()) return reported(creator_faults::noFramework(creatorType, type));
-      const std::optional<Error> error = loadPlugin(path.str());
+      const std::optional<Error> error = loadCreatorFramework(path);
       if (error) return reported(creator_faults::notLoaded(path, error->message));
     }
     className = entry.className();

@@ -6,7 +6,6 @@
 #include "account/creator_entries.h"
 #include "account/creator_faults.h"
 #include "platform/assertion.h"
-#include "platform/plugin.h"
 #include "platform/system_log.h"
 
 namespace roster {
@@ -85,7 +84,7 @@ StringList notifierClassNames(std::string_view accountType, std::string_view dat
     if (!supported || !supported->containsString(dataclass)) continue;
     const String path = entry.framework();
     if (path.isNil()) return misconfigured(creator_faults::noFramework(notifierCreatorType, accountType));
-    const std::optional<Error> error = loadPlugin(path.str());
+    const std::optional<Error> error = loadCreatorFramework(path);
     if (error) return misconfigured(creator_faults::notLoaded(path, error->message));
     const String name = entry.className();
     if (name.isEmpty()) return misconfigured(creator_faults::noClassName(notifierCreatorType, accountType));

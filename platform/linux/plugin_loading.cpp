@@ -1,7 +1,6 @@
 #include <dlfcn.h>
 #include <link.h>
 
-#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -45,8 +44,7 @@ bool isDefinedIn(void* library, const void* address) {
 Result<Library> openLibrary(const std::string& path) {
   // An empty path would open the program itself.
   if (path.empty()) return Error{"the path is empty"};
-  const auto isPlain = [](unsigned char character) { return character > 0 && character < 0x80; };
-  if (!std::all_of(path.begin(), path.end(), isPlain)) return Error{"the path is not a text in ASCII"};
+  if (path.find('\0') != std::string::npos) return Error{"the path holds a zero byte"};
   Library library(dlopen(path.c_str(), RTLD_NOW));
   if (!library) return Error{loaderError()};
   return library;
