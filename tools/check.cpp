@@ -1,10 +1,12 @@
 #include <filesystem>
 #include <iostream>
 
+#include "migration/migration.h"
 #include "store/accounts_manager.h"
 #include "store/registry_check.h"
 #include "tools/command_error.h"
 #include "tools/commands.h"
+#include "tools/migration_need.h"
 #include "tools/table.h"
 #include "tools/terminal.h"
 
@@ -67,12 +69,19 @@ int check(const Options& options) {
   if (isGiven && !isThere)
     throw CommandError("could not open " + path, error ? error.message() : "No such file or directory");
   const std::vector<RegistryFinding> findings = checkRegistry(path);
+  // Old files elsewhere are about the device's registry, and not about any other.
+  const MigrationNeed need = isGiven ? MigrationNeed() : askedMigrationNeed(options);
   if (options.isJson) {
-    printJson(jsonFromFindings(path, isThere, findings));
+    ordered_json document = jsonFromFindings(path, isThere, findings);
+    if (!isGiven) document["migration"] = jsonFromNeed(need);
+    printJson(document);
   } else {
     printFindings(path, isThere, findings);
+    for (const std::string& reason : reasonsToMigrate(need)) {
+      std::cout << "a migration is due: " << singleLine(reason) << '\n';
+    }
   }
-  return findings.empty() ? done : failed;
+  return findings.empty() && !need.isAny() ? done : failed;
 }
 
 }  // namespace roster::tool

@@ -1,10 +1,8 @@
 #include "tools/command_line.h"
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstdlib>
 #include <iostream>
-#include <system_error>
 
 #include "platform/system_log.h"
 #include "tools/command_error.h"
@@ -17,7 +15,7 @@ namespace {
 
 constexpr const char* description =
     "Shows and changes the registry of a device's user accounts.\n"
-    "Exit status: 0 done, 1 failed or not found, 2 wrong usage.";
+    "Exit status: 0 done, if only with a warning; 1 failed or not found; 2 wrong usage.";
 
 constexpr const char* globalOptions =
     "The options --root, --json and --verbose of 'rosterctl --help' may stand here too.";
@@ -74,6 +72,7 @@ class CommandLine {
     addQueries();
     addChanges();
     addFiles();
+    addMigration();
     app_.footer(examples);
   }
 
@@ -94,9 +93,7 @@ class CommandLine {
   }
 
   int run() const {
-    if (options_.isVerbose) {
-      setSystemLogSink([](std::string_view line) { std::cerr << "rosterctl: note: " << line << '\n'; });
-    }
+    if (options_.isVerbose) setSystemLogSink(&note);
     return command_(options_);
   }
 
@@ -140,8 +137,13 @@ class CommandLine {
         ->allow_extra_args(false)
         ->type_name("TYPE");
     accountCommand("show", "Show the stored properties of one account", &show);
+    command("watch", "Print each change to the registry as it happens, until interrupted", &watch);
     command("types", "List the account types and what they can do", &types);
     command("dataclasses", "List the dataclasses and how they behave", &dataclasses);
+    command("creators", "List the plug-in classes that serve each account type, and whether they work",
+            &creators)
+        .add_option("TYPE", options_.type, "Only those of this type")
+        ->type_name("");
   }
 
   void addChanges() {
@@ -174,6 +176,12 @@ class CommandLine {
         ->type_name("");
   }
 
+  void addMigration() {
+    command("migrate", "Bring accounts that older system versions left into the registry", &migrate)
+        .add_flag("--dry-run", options_.isDryRun, "Only tell what would be done, and why");
+    command("wait-for-migration", "Return when no migration is running any more", &waitForMigration);
+  }
+
   CLI::App app_;
   Options options_;
   std::string root_;
@@ -196,10 +204,8 @@ int runCommandLine(int argumentCount, const char* const* arguments) {
       return line.exit(error);
     }
     const int status = line.run();
-    errno = 0;
-    if (std::cout.flush()) return status;
-    const std::string why = errno == 0 ? "it takes no more" : std::generic_category().message(errno);
-    return report("could not write to the standard output: " + why, failed);
+    flushOutput();
+    return status;
   } catch (const CommandError& error) {
     return report(error.what(), error.status());
   } catch (const std::exception& error) {

@@ -9,6 +9,7 @@ namespace roster::tool {
 struct Options {
   bool isJson = false;
   bool isVerbose = false;
+  bool isDryRun = false;
   std::string identifier;
   std::vector<std::string> types;
   std::string type;
@@ -34,5 +35,9 @@ int types(const Options& options);
 int dataclasses(const Options& options);
 int dump(const Options& options);
 int check(const Options& options);
+int migrate(const Options& options);
+int waitForMigration(const Options& options);
+int watch(const Options& options);
+int creators(const Options& options);
 
 }  // namespace roster::tool

@@ -96,9 +96,17 @@ void Session::putBack(const FoundAccount& found) {
 void Session::save(const Account& changed) {
   if (changed) requireLoadable(*changed);
   warnOfLoss();
+  // In two steps, so that what goes wrong in the second one is not taken for a failure of the first.
+  AccountsManager::_setShouldSkipNotifications(true);
   store_->saveAllAccounts();
+  AccountsManager::_setShouldSkipNotifications(false);
   if (!store_->lastSaveError().empty()) {
     throw CommandError("could not save the registry", store_->lastSaveError());
+  }
+  try {
+    store_->_sendNotificationsForChangedAccounts();
+  } catch (const std::exception& exception) {
+    warn("the change is saved, but not every notifier could be told", exception.what());
   }
 }
 

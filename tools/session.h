@@ -33,7 +33,8 @@ class Session {
   /// Gives a changed account back to the store; a child keeps its place among its parent's children.
   void putBack(const FoundAccount& found);
   /// Saves, with a warning of what the file held that could not be loaded. Fails, before anything is
-  /// written, when the changed top-level account would not survive the next load.
+  /// written, when the changed top-level account would not survive the next load. Notifiers that cannot be
+  /// told what was saved are a warning.
   void save(const Account& changed = nullptr);
 
  private:

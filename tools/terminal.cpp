@@ -2,12 +2,15 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cwchar>
 #include <iostream>
+#include <system_error>
 
 #include "platform/single_line.h"
 #include "platform/unicode.h"
+#include "tools/command_error.h"
 
 namespace roster::tool {
 
@@ -23,6 +26,12 @@ bool isColourful() {
   static const bool answer =
       isatty(STDOUT_FILENO) == 1 && environment("NO_COLOR").empty() && environment("TERM") != "dumb";
   return answer;
+}
+
+/// On one line when the indent is negative.
+void writeJson(const nlohmann::ordered_json& document, int indent) {
+  using nlohmann::ordered_json;
+  std::cout << document.dump(indent, ' ', false, ordered_json::error_handler_t::replace) << '\n';
 }
 
 }  // namespace
@@ -69,9 +78,17 @@ void warn(std::string_view what, std::string_view why) {
   std::cerr << "rosterctl: warning: " << singleLine(what) << ": " << singleLine(why) << '\n';
 }
 
-void printJson(const nlohmann::ordered_json& document) {
-  using nlohmann::ordered_json;
-  std::cout << document.dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+void note(std::string_view what) { std::cerr << "rosterctl: note: " << singleLine(what) << '\n'; }
+
+void printJson(const nlohmann::ordered_json& document) { writeJson(document, 2); }
+
+void printJsonLine(const nlohmann::ordered_json& document) { writeJson(document, -1); }
+
+void flushOutput() {
+  errno = 0;
+  if (std::cout.flush()) return;
+  const std::string why = errno == 0 ? "it takes no more" : std::generic_category().message(errno);
+  throw CommandError("could not write to the standard output", why);
 }
 
 }  // namespace roster::tool

@@ -1,0 +1,141 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <iostream>
+#include <system_error>
+
+#include "platform/system_log.h"
+#include "store/accounts_manager.h"
+#include "tools/command_error.h"
+#include "tools/commands.h"
+#include "tools/path_watch.h"
+#include "tools/registry_state.h"
+#include "tools/session.h"
+#include "tools/stop_signals.h"
+#include "tools/table.h"
+#include "tools/terminal.h"
+
+namespace roster::tool {
+
+namespace {
+
+std::string changeWord(RSAccountChangeType type) {
+  switch (type) {
+    case RSAccountChangeTypeAdded:
+      return "added";
+    case RSAccountChangeTypeModified:
+      return "modified";
+    case RSAccountChangeTypeRemoved:
+      return "removed";
+  }
+  return "";
+}
+
+/// Those that a change concerns, in the order in which all are listed; behind them those of no known kind.
+StringList orderedDataclasses(const AccountChange& change) {
+  StringList concerned = concernedDataclasses(change);
+  const StringList& known = BasicAccount::allSupportedDataclasses();
+  const auto place = [&known](const std::string& dataclass) {
+    return std::find(known.begin(), known.end(), dataclass) - known.begin();
+  };
+  std::stable_sort(concerned.begin(), concerned.end(),
+                   [&](const std::string& left, const std::string& right) {
+                     const auto leftPlace = place(left);
+                     const auto rightPlace = place(right);
+                     return leftPlace == rightPlace ? left < right : leftPlace < rightPlace;
+                   });
+  return concerned;
+}
+
+/// Writes each change at once: whoever reads along does not wait for more.
+class ChangePrinter {
+ public:
+  explicit ChangePrinter(bool isJson) : isJson_(isJson) {}
+
+  void print(const AccountChange& change) {
+    const Dictionary& account = change.type == RSAccountChangeTypeRemoved ? change.original : change.current;
+    const std::string word = changeWord(change.type);
+    const String identifier = change.identifier();
+    const String type = change.accountType();
+    const String name = account.find(kAccountDisplayName).string();
+    const StringList dataclasses = orderedDataclasses(change);
+    if (isJson_) {
+      printJsonLine({{"change", word},
+                     {"identifier", identifier.str()},
+                     {"type", type.str()},
+                     {"displayName", name ? nlohmann::ordered_json(name.str()) : nlohmann::ordered_json()},
+                     {"dataclasses", dataclasses}});
+    } else {
+      std::cout << emphasised(word) << std::string(longestWord - word.size(), ' ')
+                << cell(identifier, identifierWidth_) << cell(type, typeWidth_)
+                << cell(name ? name : String("-"), nameWidth_) << "  "
+                << singleLine(joined(shortNames(dataclasses), "-")) << '\n';
+    }
+    flushOutput();
+  }
+
+ private:
+  static constexpr std::size_t longestWord = 8;
+
+  /// A column is as wide as the widest that stood in it: what is to come is not known.
+  static std::string cell(std::string_view text, std::size_t& width) {
+    const std::string line = singleLine(text);
+    width = std::max(width, displayWidth(line));
+    return "  " + padded(line, width);
+  }
+
+  bool isJson_;
+  std::size_t identifierWidth_ = 0;
+  std::size_t typeWidth_ = 0;
+  std::size_t nameWidth_ = 0;
+};
+
+CommandError outputIsClosed() { return CommandError("the standard output has been closed"); }
+
+/// Sleeps until something has happened at the path or the end is requested. Whether it is.
+bool waitForEventsOrStop(const PathWatch& events, const StopSignals& stop) {
+  // Nothing is asked of the output: the system tells by itself when nobody can read it any more.
+  std::array<pollfd, 3> all{
+      {{events.descriptor(), POLLIN, 0}, {stop.descriptor(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
+  if (poll(all.data(), all.size(), -1) == -1) {
+    if (errno == EINTR) return false;
+    throw CommandError("could not wait for changes", std::generic_category().message(errno));
+  }
+  const auto& [ofPath, ofSignals, ofOutput] = all;
+  if (ofOutput.revents != 0) throw outputIsClosed();
+  return ofSignals.revents != 0;
+}
+
+}  // namespace
+
+int watch(const Options& options) {
+  // What is opened next would take its number.
+  if (fcntl(STDOUT_FILENO, F_GETFD) == -1) throw outputIsClosed();
+  const StopSignals stop;
+  // A write that nobody reads is to fail, so that it can be reported.
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+  // What a load finds wrong is logged by the programs that use the accounts; it does not become more wrong by
+  // being read again after every change.
+  if (!options.isVerbose) setSystemLogSink([](std::string_view) {});
+
+  const std::string path = AccountsManager::fullPathToRosterPlist();
+  PathWatch events(path);
+  RegistryState state(path);
+  state.update();
+  if (options.isVerbose) note("watching " + path);
+
+  ChangePrinter printer(options.isJson);
+  for (bool isStopped = false; !isStopped;) {
+    isStopped = waitForEventsOrStop(events, stop);
+    if (!events.takeEvents()) continue;
+    for (const AccountChange& change : state.update()) printer.print(change);
+  }
+  return done;
+}
+
+}  // namespace roster::tool
