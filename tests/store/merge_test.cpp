@@ -40,15 +40,5 @@ TEST(Merge, GivesWhatTheRuleSaysForEveryThreeSmallVersions) {
   }
 }
 
-TEST(Merge, IsMemoryItselfWithoutAnOriginalOrAFileVersionButNeverTheFilesVeryDictionary) {
-  const Dictionary memory{{"a", 1}};
-  MutableDictionary disk(Dictionary{{"a", 2}});
-  EXPECT_TRUE(mergeProperties(memory, Dictionary(), disk).isIdenticalTo(memory));
-  EXPECT_TRUE(mergeProperties(memory, disk, Dictionary()).isIdenticalTo(memory));
-  const Dictionary merged = mergeProperties(memory, memory, disk);
-  disk.set("a", 3);
-  EXPECT_EQ(merged, (Dictionary{{"a", 2}}));
-}
-
 }  // namespace
 }  // namespace roster

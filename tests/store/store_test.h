@@ -123,16 +123,11 @@ inline std::size_t linesWith(const Lines& lines, std::string_view text) {
   }));
 }
 
-/// Starts a process that does the work and ends with whether that went well.
+/// Starts a process that does the work and ends with whether that went well; an exception ends it badly.
 inline pid_t startProcess(const std::function<bool()>& work) {
   const pid_t process = fork();
-  if (process != 0) return process;
-  bool isGood = false;
-  try {
-    isGood = work();
-  } catch (...) {
-  }
-  _exit(isGood ? 0 : 1);
+  if (process == 0) [&]() noexcept { _exit(work() ? 0 : 1); }();
+  return process;
 }
 inline bool endsWell(pid_t process) {
   int status = 0;
