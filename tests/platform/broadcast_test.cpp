@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "platform/device.h"
+#include "platform/linux/system_bus.h"
 #include "tests/support/private_bus.h"
 #include "tests/support/temporary_device.h"
 
@@ -40,8 +41,28 @@ TEST(Broadcast, IsGivenUpWithTheSystemsTextWhenTheBusIsMissingOrDoesNotAnswer) {
   broadcastPreferencesChanged("com.nimbal.inkwell", "MailAccounts");
   close(mute);
   ASSERT_EQ(log.lines().size(), 2U);
-  EXPECT_TRUE(log.lines()[1].ends_with("the system bus does not answer: Connection timed out"))
-      << log.lines()[1];
+  EXPECT_TRUE(log.lines()[1].ends_with("the system bus does not answer: Connection timed out"));
+}
+
+TEST(SystemBus, RefusesWhatNoMessageCanCarryAndGoesOnWithTheNextSignal) {
+  const TemporaryDevice device;
+  const PrivateBus daemon(device);
+  Result<SystemBus> bus = SystemBus::open();
+  ASSERT_TRUE(bus) << bus.error();
+  const auto errorOf = [&](std::string_view text) {
+    const auto error = bus->send({"/test", "com.example.Test", "Said"}, [&](BusArguments& arguments) {
+      arguments.array("s", [&] { arguments.text(text); });
+      arguments.text("behind it");
+    });
+    return error ? error->message : "none";
+  };
+  EXPECT_EQ(errorOf(std::string_view("zero\0byte", 9)), "could not make the signal: Invalid argument");
+  EXPECT_EQ(errorOf("not UTF-8: \xFF"), "could not make the signal: Invalid argument");
+  EXPECT_EQ(errorOf(std::string(65 << 20, 'x')), "could not make the signal: Message too long");
+  SignalListener listener("com.example.Test");
+  EXPECT_FALSE(bus->send({"/test", "com.example.Test", "Said"},
+                         [](BusArguments& arguments) { arguments.text("fine"); }));
+  EXPECT_EQ(listener.next(), (Lines{"/test", "Said", "fine"}));
 }
 
 }  // namespace

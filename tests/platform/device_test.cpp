@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* restrictionsFile = "etc/roster/restrictions.plist";
 
-TEST(DeviceRoot, IsAbsoluteWithoutSlashesAtTheEnd) {
+TEST(DeviceRoot, IsAbsoluteWithoutSlashesAtTheEndAsIsTheHome) {
   TemporaryDevice device;
   const std::string here = std::filesystem::current_path();
   const std::pair<std::optional<std::string>, std::string> cases[] = {
@@ -22,87 +22,56 @@ TEST(DeviceRoot, IsAbsoluteWithoutSlashesAtTheEnd) {
   };
   for (const auto& [variable, root] : cases) {
     device.setEnvironment("ROSTER_ROOT", variable);
-    EXPECT_EQ(deviceRoot(), root);
     EXPECT_EQ(sharedPreferencesPath("x.plist"), root + "/var/lib/roster/Preferences/x.plist");
   }
-}
-
-TEST(HomeDirectory, ComesFromTheUserDatabaseWhenTheVariableHasNoUsablePath) {
-  TemporaryDevice device;
   EXPECT_EQ(homeDirectory(), device.home());
-  device.setEnvironment("HOME", std::nullopt);
-  const std::string registered = homeDirectory();
-  EXPECT_TRUE(registered.starts_with('/')) << registered;
   device.setEnvironment("HOME", "relative");
-  EXPECT_EQ(homeDirectory(), registered);
+  EXPECT_TRUE(homeDirectory().starts_with('/')) << homeDirectory() << " is from the user database";
 }
 
-TEST(DeviceInformation, PrefersTheDevicesDescriptionToTheKernelAndTheChassis) {
-  const TemporaryDevice device;
-  const String machine = deviceInformation("CPUArchitecture");
-  EXPECT_FALSE(machine.isEmpty());
-  EXPECT_TRUE(deviceInformation("DeviceClass").isNil());
-  device.writeFile("etc/machine-info", "CHASSIS=handset\n");
-  EXPECT_EQ(deviceInformation("DeviceClass"), "handset");
-
-  device.writePropertyList("etc/roster/device.plist",
-                           Dictionary{{"CPUArchitecture", 6}, {"DeviceClass", "Vireo"}, {"Colour", "blue"}});
-  EXPECT_EQ(deviceInformation("CPUArchitecture"), machine) << "a number is not an answer";
-  EXPECT_EQ(deviceInformation("DeviceClass"), "Vireo");
-  EXPECT_EQ(deviceInformation("Colour"), "blue");
-  EXPECT_TRUE(deviceInformation("Weight").isNil());
-}
-
-TEST(DeviceInformation, ReadsTheChassisAsAShellWould) {
+TEST(DeviceInformation, PrefersTheDevicesDescriptionToTheKernelAndTheChassisWhichAShellCouldRead) {
   const TemporaryDevice device;
   const std::pair<std::string, String> cases[] = {
-      {"PRETTY_HOSTNAME=x\nCHASSIS=tablet", "tablet"},
       {"CHASSIS=\"big tablet\"  # by hand\r\n", "big tablet"},
       {"  CHASSIS = 'a \"b\" # c' \n", "a \"b\" # c"},
       {"CHASSIS=\"a\\\"b\\$\\c\"\n", "a\"b$\\c"},
+      {"#CHASSIS=tablet\nXCHASSIS=tablet\nCHASSIS\n", {}},
       {"CHASSIS=a\\ b#c'd'   # e\n", "a b#cd"},
       {"CHASSIS=whole\nCHASSIS=\"open\n", "whole"},
-      {"#CHASSIS=tablet\nXCHASSIS=tablet\nCHASSIS\n", {}},
   };
   for (const auto& [text, chassis] : cases) {
     device.writeFile("etc/machine-info", text);
     EXPECT_EQ(deviceInformation("DeviceClass"), chassis) << text;
   }
+  const String machine = deviceInformation("CPUArchitecture");
+  EXPECT_FALSE(machine.isEmpty());
+  device.writePropertyList("etc/roster/device.plist",
+                           Dictionary{{"CPUArchitecture", 6}, {"DeviceClass", "Vireo"}});
+  EXPECT_EQ(deviceInformation("CPUArchitecture"), machine) << "a number is not an answer";
+  EXPECT_EQ(deviceInformation("DeviceClass"), "Vireo");
+  EXPECT_TRUE(deviceInformation("Weight").isNil());
 }
 
 TEST(Restriction, FollowsTheFileThroughEveryChange) {
   const TemporaryDevice device;
-  EXPECT_EQ(restriction(Feature::cloudBackup), 0);
+  CapturedLog log;
   // Of one size and within one tick of the file system's clock, so that only the contents tell them apart.
   const std::pair<Value, int> answers[] = {{2, 2}, {1, 1},     {7, 7},   {true, 1},
                                            {0, 0}, {false, 2}, {"2", 0}, {std::int64_t{1} << 40, 0}};
   for (const auto& [value, answer] : answers) {
-    device.writePropertyList(restrictionsFile, Dictionary{{"CloudBackup", value}});
+    device.writePropertyList(restrictionsFile, Dictionary{{"CloudBackup", value}, {"PhotoStream", 3}});
     EXPECT_EQ(restriction(Feature::cloudBackup), answer);
-    EXPECT_EQ(restriction(Feature::photoStream), 0);
+    EXPECT_EQ(restriction(Feature::photoStream), 3);
   }
-  device.writePropertyList(restrictionsFile, Dictionary{{"CloudDocumentSync", 0},
-                                                        {"PhotoStream", 1},
-                                                        {"SharedPhotoStreams", 2},
-                                                        {"CloudBackup", 3},
-                                                        {"CardsWhileLocked", 4}});
-  const Feature features[] = {Feature::cloudDocumentSync, Feature::photoStream, Feature::sharedPhotoStreams,
-                              Feature::cloudBackup, Feature::cardsWhileLocked};
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(restriction(features[i]), i);
   std::filesystem::remove(device.path(restrictionsFile));
-  EXPECT_EQ(restriction(Feature::cloudBackup), 0);
-}
-
-TEST(Restriction, CountsADamagedFileAsAllowedAndSaysSoOncePerChange) {
-  const TemporaryDevice device;
-  const CapturedLog log;
-  std::size_t changes = 0;
-  for (const char* text :
-       {"bplist00 and then nothing", "<string>no dictionary</string>", "damaged otherwise"}) {
-    const std::string path = device.writeFile(restrictionsFile, text);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(restriction(Feature::cloudBackup), 0);
-    ASSERT_EQ(log.lines().size(), ++changes) << text;
-    EXPECT_NE(log.lines().back().find(path), std::string::npos) << log.lines().back();
+  EXPECT_EQ(restriction(Feature::photoStream), 0);
+  EXPECT_EQ(log.lines().size(), 0U);
+  for (const char* damaged : {"bplist00 and then nothing", "<string>no dictionary</string>"}) {
+    const std::string path = device.writeFile(restrictionsFile, damaged);
+    log.clear();
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(restriction(Feature::photoStream), 0);
+    ASSERT_EQ(log.lines().size(), 1U) << damaged;
+    EXPECT_NE(log.lines()[0].find(path), std::string::npos) << log.lines()[0];
   }
 }
 
@@ -126,29 +95,25 @@ TEST(Restriction, MayBeAskedFromManyThreadsWhileTheFileIsReplaced) {
 TEST(Preference, OfTheRunningProgramGoesBeforeTheGlobalOne) {
   const TemporaryDevice device;
   const std::string program = std::filesystem::read_symlink("/proc/self/exe").filename();
-  const auto write = [&](const std::string& domain, const Value& value) {
-    device.writePropertyList("home/user/Library/Preferences/" + domain + ".plist", value);
-  };
+  const std::string folder = "home/user/Library/Preferences/";
   EXPECT_TRUE(preference("Key").isNil());
-  write("GlobalPreferences", Dictionary{{"Key", "global"}, {"Other", true}});
-  EXPECT_EQ(preference("Key"), Value("global"));
-  write(program, Dictionary{{"Key", 5}});
-  EXPECT_EQ(preference("Key"), Value(5));
-  EXPECT_EQ(preference("Other"), Value(true));
-  EXPECT_EQ(preferenceOfDomain("Key", "GlobalPreferences"), Value("global"));
-  for (const std::string domain : {"", "nobody", "../Preferences/GlobalPreferences"}) {
+  device.writePropertyList(folder + "GlobalPreferences.plist",
+                           Dictionary{{"Key", "global"}, {"Other", true}});
+  EXPECT_EQ(preference("Key"), "global");
+  device.writePropertyList(folder + program + ".plist", Dictionary{{"Key", 5}});
+  EXPECT_EQ(preference("Key"), 5);
+  EXPECT_EQ(preference("Other"), true);
+  EXPECT_EQ(preferenceOfDomain("Key", "GlobalPreferences"), "global");
+  for (const std::string domain : {"", "nobody", "../Preferences/GlobalPreferences"})
     EXPECT_TRUE(preferenceOfDomain("Key", domain).isNil()) << domain;
-  }
 }
 
 TEST(Uuid, IsARandomOneInUpperCase) {
   const std::regex canonical("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
   std::set<std::string> drawn;
-  for (int i = 0; i < 200; ++i) {
-    const std::string text = createUuidText().value_or("");
-    EXPECT_TRUE(std::regex_match(text, canonical)) << text;
-    EXPECT_TRUE(drawn.insert(text).second) << text;
-  }
+  for (int i = 0; i < 200; ++i) drawn.insert(createUuidText().value_or(""));
+  EXPECT_EQ(drawn.size(), 200U);
+  for (const std::string& text : drawn) EXPECT_TRUE(std::regex_match(text, canonical)) << text;
 }
 
 }  // namespace

@@ -7,8 +7,6 @@
 namespace roster::testing {
 namespace {
 
-using Lines = std::vector<std::string>;
-
 class PluginTest : public OwnProcessTest {
  protected:
   /// The error without the path that it begins with.
@@ -19,13 +17,10 @@ class PluginTest : public OwnProcessTest {
 };
 
 TEST_F(PluginTest, IsRefusedWithItsPathAndTheReason) {
-  const std::string text = device.writeFile("text.so", "not a library");
   const std::pair<std::string, std::string> cases[] = {
       {"", "the path is empty"},
-      {plugin("good") + "\xC3\xA9", "the path is not a text in ASCII"},
-      {plugin("good") + std::string(1, '\0'), "the path is not a text in ASCII"},
-      {plugin("missing"), "cannot open shared object file: No such file or directory"},
-      {text, "file too short"},
+      {plugin("good") + std::string(1, '\0'), "the path holds a zero byte"},
+      {device.writeFile("text.so", "not a library"), "file too short"},
       {plugin("unresolved"), "undefined symbol: rosterTestNobodyDefinesThis"},
       {plugin("no_entry"), "it has no entry rosterPluginEntry"},
   };
@@ -33,12 +28,12 @@ TEST_F(PluginTest, IsRefusedWithItsPathAndTheReason) {
 }
 
 TEST_F(PluginTest, LeavesNoClassBehindWhenItFailsAndIsLoadedOnceItIsRepaired) {
-  const auto later = formatted("it was built for version %u of the plug-in entry, not for version %u",
-                               pluginEntryVersion + 1, pluginEntryVersion);
-  const std::pair<const char*, std::string> faults[] = {{"version", later},
-                                                        {"entry", "its entry failed: out of order"},
-                                                        {"class", "its entry failed: no wire"},
-                                                        {"", "none"}};
+  const std::pair<const char*, std::string> faults[] = {
+      {"version", formatted("it was built for version %u of the plug-in entry, not for version %u",
+                            pluginEntryVersion + 1, pluginEntryVersion)},
+      {"entry", "its entry failed: out of order"},
+      {"class", "its entry failed: no wire"},
+      {"", "none"}};
   for (const auto& [fault, reason] : faults) {
     EXPECT_EQ(findClass("Repaired"), nullptr) << "before " << fault;
     device.setEnvironment("ROSTER_TEST_FAULT", fault);
@@ -57,7 +52,8 @@ TEST_F(PluginTest, RegistersItsClassesOnceByWhateverPathItIsReachedUnlessTheirNa
   EXPECT_NE(findClass("PluginAccount"), nullptr);
   EXPECT_EQ(findClass("PluginCreator")->as<AccountCreationProtocol>(), nullptr) << "the first one stays";
   EXPECT_EQ(log.lines(),
-            Lines{"The class PluginCreator is defined twice; the definition that came first is used"});
+            std::vector<std::string>{
+                "The class PluginCreator is defined twice; the definition that came first is used"});
 }
 
 }  // namespace

@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <random>
 
 #include "platform/enumeration_mutation.h"
 #include "platform/ordered_map.h"
+#include "platform/value_description.h"
 #include "tests/support/binary_assembler.h"
 #include "tests/support/values.h"
 
@@ -20,38 +22,19 @@ Dictionary fromFile(const Dictionary& dictionary) {
 
 MutableDictionary shallowCopy(const Dictionary& dictionary) { return MutableDictionary(dictionary); }
 
-std::string keysOf(const Dictionary& dictionary) {
-  std::string keys;
-  for (const DictionaryEntry& entry : dictionary) keys += entry.key.str() + " ";
-  return keys;
-}
-
 TEST(Value, NumbersAreEqualByNumber) {
   const double two53 = 9007199254740992.0;
   const double two63 = 9223372036854775808.0;
   const double nan = std::numeric_limits<double>::quiet_NaN();
-  const std::tuple<Value, Value, bool> cases[] = {
-      {1, 1.0, true},
-      {1, true, false},
-      {1, "1", false},
-      {1, Date{1}, false},
-      {1LL << 53, two53, true},
-      {(1LL << 53) + 1, two53, false},
-      {1ULL << 63, two63, true},
-      {std::numeric_limits<std::int64_t>::max(), two63, false},
-      {~0ULL, 2 * two63, false},
-      {~0ULL, -1, false},
-      {0, nan, false},
-      {nan, nan, true},
-      {1, 1.5, false},
-      {1, std::numeric_limits<double>::infinity(), false},
-  };
-  for (const auto& [left, right, areEqual] : cases) {
-    EXPECT_EQ(left == right, areEqual) << *left.real();
-    EXPECT_EQ(right == left, areEqual) << *left.real();
-  }
-  EXPECT_FALSE(Value() == Value(0));
-  EXPECT_TRUE(Value() == Value());
+  const std::pair<Value, Value> equal[] = {{1, 1.0},   {1LL << 53, two53}, {1ULL << 63, two63},
+                                           {nan, nan}, {0.0, -0.0},        {Value(), Value()}};
+  for (const auto& [left, right] : equal) EXPECT_TRUE(left == right && right == left) << describe(left);
+  const std::pair<Value, Value> different[] = {
+      {1, true},          {1, "1"},       {1, Date{1}},       {(1LL << 53) + 1, two53},
+      {INT64_MAX, two63}, {0, 2 * two63}, {~0ULL, 2 * two63}, {~0ULL, -1},
+      {0, nan},           {1, 1.5},       {1, INFINITY},      {0, Value()}};
+  for (const auto& [left, right] : different)
+    EXPECT_FALSE(left == right || right == left) << describe(left) << " and " << describe(right);
   EXPECT_FALSE(Value(1ULL << 63).integer());
   EXPECT_EQ(Value(1ULL << 63).unsignedInteger(), 1ULL << 63);
   EXPECT_FALSE(Value(-1).unsignedInteger());
@@ -68,14 +51,8 @@ TEST(Value, ContainersAreEqualByContent) {
   EXPECT_FALSE(array(1) == array(1, 1));
   EXPECT_THROW(array(1, Value()), std::invalid_argument);
   EXPECT_THROW(array(1).array()->at(1), std::out_of_range);
-}
-
-TEST(Value, ComparingASharedLongTextEndsSoon) {
-  const auto tree = [] {
-    const Value text = std::string(1U << 20U, 'x');
-    return Value(Array(std::vector<Value>(300'000, text)));
-  };
-  EXPECT_FALSE(tree() == tree());
+  const auto sharing = [] { return array(Array(std::vector<Value>(300'000, std::string(1U << 20U, 'x')))); };
+  EXPECT_FALSE(sharing() == sharing()) << "this would take minutes to compare";
 }
 
 TEST(Value, ReadsAsASwitch) {
@@ -88,78 +65,52 @@ TEST(Value, ReadsAsASwitch) {
 TEST(MutableDictionary, CopiesOnlyWhenItChanges) {
   const Dictionary base = fromFile({{"a", 1}, {"b", 2}, {"c", 3}});
   MutableDictionary copy(base);
-  MutableDictionary second = shallowCopy(copy);
-  EXPECT_TRUE(copy.sharesContentsWith(base));
-  EXPECT_TRUE(second.sharesContentsWith(base));
+  const MutableDictionary second = shallowCopy(copy);
   copy.remove("absent");
-  EXPECT_TRUE(copy.sharesContentsWith(base));
+  EXPECT_TRUE(copy.sharesContentsWith(base) && second.sharesContentsWith(base));
 
   copy.set("b", 20);
   copy.set("d", 4);
   copy.remove("a");
   copy.set("c", Value());
-  EXPECT_EQ(copy, (Dictionary{{"b", 20}, {"d", 4}}));
-  EXPECT_EQ(base, second);
-  EXPECT_EQ(keysOf(base), "a b c ");
-
-  second.set("d", 40);
   MutableDictionary third = shallowCopy(copy);
   copy.set("b", 21);
-  EXPECT_EQ(copy, (Dictionary{{"b", 21}, {"d", 4}}));
-  EXPECT_EQ(third, (Dictionary{{"b", 20}, {"d", 4}}));
+  third.set("e", 5);
+  EXPECT_EQ(describe(copy), "{b = 21; d = 4}");
+  EXPECT_EQ(describe(third), "{b = 20; d = 4; e = 5}");
+  EXPECT_EQ(describe(base) + describe(second), "{a = 1; b = 2; c = 3}{a = 1; b = 2; c = 3}");
 }
 
-TEST(MutableDictionary, StaysLiveWhereItIsPut) {
+TEST(MutableDictionary, StaysLiveWhereItIsPutButNotInASnapshot) {
   MutableDictionary child;
-  const Value children = array(child);
-  MutableDictionary parent(Dictionary{{"ChildAccounts", children}});
+  MutableDictionary parent(fromFile({{"a", 1}}));
+  EXPECT_TRUE(parent.deepCopy().sharesContentsWith(parent));
+  parent.set("a", 2);
+  const Dictionary flat = parent.deepCopy();
+  parent.set("ChildAccounts", array(child));
   const Dictionary shallow = shallowCopy(parent);
-  const Dictionary before = parent.deepCopy();
+  const Dictionary nested = parent.deepCopy();
   child.set("Identifier", "C");
-  const Dictionary expected{{"ChildAccounts", array(Dictionary{{"Identifier", "C"}})}};
-  EXPECT_EQ(parent, expected);
-  EXPECT_EQ(shallow, expected);
-  EXPECT_EQ(before, (Dictionary{{"ChildAccounts", array(Dictionary())}}));
-  EXPECT_EQ(children.array()->at(0).dictionary()->find("Identifier"), "C");
-}
-
-TEST(MutableDictionary, SnapshotsAreSharedUntilTheNextChange) {
-  MutableDictionary inner;
-  MutableDictionary outer(fromFile({{"a", 1}}));
-  EXPECT_TRUE(outer.deepCopy().sharesContentsWith(outer));
-  outer.set("a", 2);
-  const Dictionary flat = outer.deepCopy();
-  EXPECT_TRUE(flat.sharesContentsWith(outer.deepCopy()));
-  outer.set("inner", array(inner));
-  const Dictionary nested = outer.deepCopy();
-  inner.set("b", 3);
-  outer.set("a", 4);
+  parent.set("a", 3);
+  const Value live = array(Dictionary{{"Identifier", "C"}});
+  EXPECT_EQ(parent, (Dictionary{{"a", 3}, {"ChildAccounts", live}}));
+  EXPECT_EQ(shallow, (Dictionary{{"a", 2}, {"ChildAccounts", live}}));
+  EXPECT_EQ(nested, (Dictionary{{"a", 2}, {"ChildAccounts", array(Dictionary())}}));
   EXPECT_EQ(flat, (Dictionary{{"a", 2}}));
-  EXPECT_EQ(nested, (Dictionary{{"a", 2}, {"inner", array(Dictionary())}}));
-  EXPECT_EQ(outer, (Dictionary{{"a", 4}, {"inner", array(Dictionary{{"b", 3}})}}));
   EXPECT_TRUE(Value(nested).deepCopy().isIdenticalTo(nested));
 }
 
 TEST(MutableDictionary, ChangesEndAWalk) {
   const Dictionary base = fromFile({{"a", 1}, {"b", 2}, {"c", 3}});
-  const auto walk = [&base](const auto& change) {
+  const auto walk = [&base](void (*change)(MutableDictionary&, const String& key)) {
     MutableDictionary dictionary(base);
     for (const DictionaryEntry& entry : dictionary) change(dictionary, entry.key);
   };
-  EXPECT_THROW(walk([](MutableDictionary& d, const String&) { d.set("new", 1); }), EnumerationMutation);
-  EXPECT_THROW(walk([](MutableDictionary& d, const String& key) { d.remove(key); }), EnumerationMutation);
-  EXPECT_NO_THROW(walk([](MutableDictionary& d, const String& key) { d.set(key, "changed"); }));
-  EXPECT_NO_THROW(walk([](MutableDictionary& d, const String&) { d.remove("absent"); }));
-
-  MutableDictionary holed(base);
-  holed.set("d", 4);
-  holed.remove("b");
-  std::string keys;
-  for (const DictionaryEntry& entry : holed) {
-    keys += entry.key.str();
-    EXPECT_EQ(holed.deepCopy(), holed);
-  }
-  EXPECT_EQ(keys, "acd");
+  EXPECT_THROW(walk([](auto& dictionary, auto&) { dictionary.set("new", 1); }), EnumerationMutation);
+  EXPECT_THROW(walk([](auto& dictionary, auto& key) { dictionary.remove(key); }), EnumerationMutation);
+  EXPECT_NO_THROW(walk([](auto& dictionary, auto& key) { dictionary.set(key, "changed"); }));
+  EXPECT_NO_THROW(walk([](auto& dictionary, auto&) { dictionary.remove("absent"); }));
+  EXPECT_NO_THROW(walk([](auto& dictionary, auto&) { EXPECT_EQ(dictionary.deepCopy(), dictionary); }));
 }
 
 TEST(OrderedMap, BehavesLikeAPlainList) {
@@ -172,22 +123,20 @@ TEST(OrderedMap, BehavesLikeAPlainList) {
       const auto known =
           std::find_if(plain.begin(), plain.end(), [&](auto& entry) { return entry.first == key; });
       const bool isKnown = known != plain.end();
+      ASSERT_EQ(map.find(key) != nullptr, isKnown);
       const bool isGrowing = step % 1000 < 500;
       if (random() % 3 == 0 ? isGrowing : !isGrowing) {
         EXPECT_EQ(map.erase(key), isKnown);
         if (isKnown) plain.erase(known);
-        EXPECT_EQ(map.find(key), nullptr);
       } else {
         map.set(key, step);
         (isKnown ? *known : plain.emplace_back(key, 0)).second = step;
-        ASSERT_NE(map.find(key), nullptr);
-        EXPECT_EQ(*map.find(key), step);
       }
       if (random() % 500 == 0) map.reserve(random() % 100);
       ASSERT_EQ(map.size(), plain.size());
       if (step % 97 != 0) continue;
       std::vector<std::pair<std::string, int>> entries;
-      for (const auto& entry : map) entries.emplace_back(entry.key.str(), entry.value);
+      for (const auto& entry : map) entries.emplace_back(entry.key.str(), *map.find(entry.key.str()));
       ASSERT_EQ(entries, plain) << keys << " keys, step " << step;
     }
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -22,9 +23,10 @@ inline std::string bigEndian(std::uint64_t number, unsigned width) {
 /// a width is given.
 inline std::string marker(unsigned kind, std::uint64_t length, unsigned lengthWidth = 0) {
   if (lengthWidth == 0 && length < 15) return {static_cast<char>(kind << 4U | length)};
-  const unsigned exponent = lengthWidth == 0 ? 3 : lengthWidth == 8 ? 3 : lengthWidth / 2;
-  return std::string{static_cast<char>(kind << 4U | 0xFU), static_cast<char>(0x10U | exponent)} +
-         bigEndian(length, 1U << exponent);
+  const unsigned width = lengthWidth == 0 ? 8 : lengthWidth;
+  return std::string{static_cast<char>(kind << 4U | 0xFU),
+                     static_cast<char>(0x10 | std::countr_zero(width))} +
+         bigEndian(length, width);
 }
 
 inline std::string textObject(std::string_view ascii) { return marker(5, ascii.size()) + std::string(ascii); }

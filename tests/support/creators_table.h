@@ -7,23 +7,22 @@
 
 namespace roster::testing {
 
-/// The library itself, which is always loaded: it serves for classes that a test registers.
+/// The library itself, always loaded: it serves for classes that a test registers.
 inline constexpr std::string_view thisLibrary = "libroster.so.1";
 inline std::string plugin(const std::string& name) { return ROSTER_TEST_PLUGINS "/" + name + ".so"; }
 
 // What an assertion says first when the table is incomplete, and when a library that is not there is named.
 inline const std::string malformed = "Malformed AccountCreators information. Could not find ";
 inline const std::string noFile =
-    "Could not load the account creator framework /no.so. Error /no.so: cannot open shared object file: No "
-    "such "
-    "file or directory";
+    "Could not load the account creator framework /no.so. Error /no.so: cannot open shared object file: "
+    "No such file or directory";
 
 /// An entry of the account-creators table; what is nil is left out of it.
 inline Dictionary creatorEntry(std::string_view kind, const Value& className, const Value& framework,
                                const Value& supported = {}) {
-  const Dictionary description{
-      {"Class", className}, {"Framework", framework}, {"Supported Dataclasses", supported}};
-  return {{"Type", kind}, {"Description", description}};
+  return {{"Type", kind},
+          {"Description",
+           Dictionary{{"Class", className}, {"Framework", framework}, {"Supported Dataclasses", supported}}}};
 }
 inline Dictionary full(const Value& className, const Value& framework = thisLibrary) {
   return creatorEntry("FullAccount", className, framework);
@@ -47,8 +46,8 @@ class ScriptedLoader : public AccountLoaderProtocol {
   bool answer_;
 };
 
-/// The base of tests with an account-creators table of their own, which the process reads once. A failed
-/// assertion is one more text in `assertions`, and returns. The creator "Self" answers the record itself.
+/// The base of tests with an account-creators table of their own. A failed assertion is one more text in
+/// `assertions`, and returns. The creator "Self" answers the record itself.
 class CreatorsTableTest : public OwnProcessTest {
  protected:
   CreatorsTableTest() {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,8 +13,7 @@ struct sd_bus;
 
 namespace roster::testing {
 
-/// A real message bus that serves as the device's system bus as long as it lives. Throws when it cannot be
-/// started.
+/// A real message bus: the device's system bus as long as it lives. Throws when it cannot be started.
 class PrivateBus {
  public:
   explicit PrivateBus(const TemporaryDevice& device);
@@ -22,6 +22,7 @@ class PrivateBus {
   ~PrivateBus();
 
  private:
+  std::FILE* output_ = nullptr;
   pid_t daemon_ = -1;
 };
 
@@ -31,15 +32,11 @@ class SignalListener {
   /// Hears every signal sent from now on.
   explicit SignalListener(const std::string& interface);
 
-  /// The next signal, waited for: its path and member, then its text arguments. Throws when none comes for
-  /// long.
+  /// The next signal, waited for long: its path and member, then its text arguments. Throws when none comes.
   std::vector<std::string> next();
 
  private:
-  struct Closer {
-    void operator()(sd_bus* bus) const;
-  };
-  std::unique_ptr<sd_bus, Closer> bus_;
+  std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)> bus_{nullptr, nullptr};
   std::vector<std::vector<std::string>> heard_;
 };
 

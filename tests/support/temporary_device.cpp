@@ -24,35 +24,15 @@ std::optional<std::string> variable(const std::string& name) {
 }
 
 void setVariable(const std::string& name, const std::optional<std::string>& value) {
-  if (value) {
-    setenv(name.c_str(), value->c_str(), 1);
-  } else {
-    unsetenv(name.c_str());
-  }
+  value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
 }
 // NOLINTEND(concurrency-mt-unsafe)
 
 std::string newFolder() {
   std::string pattern = fs::temp_directory_path() / "roster-test-XXXXXX";
-  if (mkdtemp(pattern.data()) == nullptr) {
+  if (mkdtemp(pattern.data()) == nullptr)
     throw std::system_error(errno, std::generic_category(), "could not make " + pattern);
-  }
   return fs::canonical(pattern);
-}
-
-std::string sourceResources() {
-  return fs::absolute(__FILE__).parent_path().parent_path().parent_path() / "resources";
-}
-
-/// Removes the folder, also where a test took away the permission to.
-void removeFolder(const fs::path& folder) {
-  std::error_code ignored;
-  const fs::recursive_directory_iterator end;
-  for (fs::recursive_directory_iterator entry(folder, ignored); entry != end; entry.increment(ignored)) {
-    if (entry->symlink_status().type() != fs::file_type::directory) continue;
-    fs::permissions(entry->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
-  }
-  fs::remove_all(folder, ignored);
 }
 
 }  // namespace
@@ -63,14 +43,15 @@ TemporaryDevice::TemporaryDevice() : root_(newFolder()) {
   setEnvironment("HOME", home());
   setEnvironment("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + busSocket());
   setEnvironment("LC_ALL", "C.UTF-8");
-  if (!variable("ROSTER_RESOURCES")) setEnvironment("ROSTER_RESOURCES", sourceResources());
+  if (!variable("ROSTER_RESOURCES"))
+    setEnvironment("ROSTER_RESOURCES", fs::absolute(__FILE__ "/../../../resources").lexically_normal());
 }
 
 TemporaryDevice::~TemporaryDevice() {
-  for (; !oldVariables_.empty(); oldVariables_.pop_back()) {
-    setVariable(oldVariables_.back().name, oldVariables_.back().value);
-  }
-  removeFolder(root_);
+  for (; !oldVariables_.empty(); oldVariables_.pop_back())
+    setVariable(oldVariables_.back().first, oldVariables_.back().second);
+  std::error_code ignored;
+  fs::remove_all(root_, ignored);
 }
 
 std::string TemporaryDevice::path(std::string_view below) const { return fs::path(root_) / below; }
@@ -79,9 +60,7 @@ std::string TemporaryDevice::writeFile(std::string_view path, std::string_view t
   std::string file = this->path(path);
   fs::create_directories(fs::path(file).parent_path());
   std::ofstream stream(file, std::ofstream::binary | std::ofstream::trunc);
-  stream.write(text.data(), static_cast<std::streamsize>(text.size()));
-  stream.close();
-  if (!stream) throw std::runtime_error("could not write " + file);
+  if (!(stream << text << std::flush)) throw std::runtime_error("could not write " + file);
   return file;
 }
 
@@ -106,7 +85,7 @@ std::vector<std::string> TemporaryDevice::fileNames(std::string_view folder) con
 }
 
 void TemporaryDevice::setEnvironment(const std::string& name, const std::optional<std::string>& value) {
-  oldVariables_.push_back({name, variable(name)});
+  oldVariables_.emplace_back(name, variable(name));
   setVariable(name, value);
 }
 

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/system_log.h"
@@ -12,12 +13,10 @@
 
 namespace roster::testing {
 
-/// A device of a test's own, below a new folder that goes with the object. As long as the object lives, the
-/// environment leads there: the device's root, the user's home, a system bus that nobody serves, English
-/// texts, and the resources of the source tree unless the environment names others.
-///
-/// The environment belongs to the whole process: one device at a time (they may be nested), and no other
-/// thread may run while one is made, changed or destroyed.
+/// A device of a test's own, below a new folder that goes with the object. Until it goes, the environment
+/// leads there: the device's root, the user's home, a system bus that nobody serves, English texts, and the
+/// source tree's resources unless the environment names others. It belongs to the whole process: no other
+/// thread may run while a device is made, changed or destroyed.
 class TemporaryDevice {
  public:
   TemporaryDevice();
@@ -27,7 +26,6 @@ class TemporaryDevice {
 
   /// The device's root folder, absolute, without a slash at its end.
   const std::string& root() const { return root_; }
-  /// The user's home on the device.
   std::string home() const { return path("home/user"); }
   /// Where the accounts registry lies; there is none at first.
   std::string registryPath() const { return path("var/lib/roster/Preferences/com.nimbal.roster.plist"); }
@@ -37,11 +35,9 @@ class TemporaryDevice {
   /// A path given from the device's root, in full; an absolute path stays what it is.
   std::string path(std::string_view below) const;
 
-  // Files. Paths are taken as by `path`; missing folders are made; what fails throws.
-
-  /// Writes the file in place and returns its path.
+  // Files. Paths are taken as by `path`; missing folders are made; what fails throws. Writers return the
+  // path.
   std::string writeFile(std::string_view path, std::string_view text) const;
-  /// Writes the value as a binary property list and returns the file's path.
   std::string writePropertyList(std::string_view path, const Value& value) const;
   std::string readFile(std::string_view path) const;
   /// The names in a folder, sorted; empty when there is no such folder.
@@ -51,13 +47,8 @@ class TemporaryDevice {
   void setEnvironment(const std::string& name, const std::optional<std::string>& value);
 
  private:
-  struct OldVariable {
-    std::string name;
-    std::optional<std::string> value;
-  };
-
   std::string root_;
-  std::vector<OldVariable> oldVariables_;
+  std::vector<std::pair<std::string, std::optional<std::string>>> oldVariables_;
 };
 
 /// Keeps the lines of the system log, which then go nowhere else, as long as it lives. For all threads.
@@ -70,7 +61,6 @@ class CapturedLog {
 
   /// The lines so far, oldest first.
   std::vector<std::string> lines() const;
-  /// Forgets the lines so far.
   void clear();
 
  private:
