@@ -13,11 +13,12 @@ namespace {
 /// A map, because its elements stay where they are.
 struct ClassTable {
   std::mutex lock;
-  std::map<std::string, const ClassObject, std::less<>> classes;
+  std::map<std::string, ClassObject, std::less<>> classes;
 };
 
 }  // namespace
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): it is moved into the table
 bool registerClass(ClassObject object) {
   auto& table = immortalInstance<ClassTable>();
   std::string name = object.name();

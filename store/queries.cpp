@@ -113,7 +113,8 @@ std::vector<AccountsManager::FullAccount> AccountsManager::accountsWithTypesWith
   std::vector<FullAccount> accounts;
   ChildrenByParent children(_indexes->childAccountsByID());
   for (const Account& element : *_indexes->orderedTopLevelAccounts) {
-    const Account parent = element;
+    // A creator may change the store, and the element with it.
+    const Account parent = element;  // NOLINT(performance-unnecessary-copy-initialization)
     if (types.contains(parent->type())) {
       FullAccount account = fullAccountWithIdentifierLoader(parent->identifier(), loader);
       if (!account) {
@@ -143,7 +144,8 @@ std::vector<AccountsManager::FullAccount> AccountsManager::allMailAccounts() con
 AccountsManager::FullAccount AccountsManager::fullDeviceLocalAccount() {
   for (const Account& account : *_indexes->orderedTopLevelAccounts) {
     if (!(account->type() == kOnMyDeviceAccountType)) continue;
-    const Account kept = account;
+    // The creator may change the store, and the element with it.
+    const Account kept = account;  // NOLINT(performance-unnecessary-copy-initialization)
     return kept->fullAccountUsingLoader(nullptr);
   }
   systemLog("DeviceLocalAccount missing. Creating...");
