@@ -92,7 +92,7 @@ bool printTable(const MedianReporter& medians, const std::map<std::size_t, doubl
   }
   for (const std::size_t n : sizes)
     ratio("accountWithIdentifier / hash", "accountWithIdentifier", "hash look-up", n, 2);
-  ratio("save / save that tells nobody", "save", "silent save", 1'000, 1.15);
+  ratio("save with notifiers / without", "telling save", "save", 1'000, 1.15);
   const auto perAccount = [&](const char* what, const char* name, std::size_t accounts, double limit) {
     const double measured = medians.median(name, accounts);
     if (measured == 0) return;

@@ -3,10 +3,11 @@
 #include <fcntl.h>
 
 #include <array>
+#include <chrono>
 #include <climits>
-#include <random>
 
 #include "platform/file_system.h"
+#include "platform/linux/random_bytes.h"
 
 namespace roster {
 
@@ -17,12 +18,13 @@ constexpr mode_t folderMode = 0755;
 /// Fresh, so that no other process can have made a file of this name beforehand, and hidden from listings.
 std::string temporaryName() {
   constexpr std::string_view symbols = "0123456789abcdef";
-  std::random_device random;
-  std::string name = ".roster-";
-  for (int word = 0; word < 2; ++word) {
-    std::uint32_t bits = random();
-    for (int digit = 0; digit < 8; ++digit, bits >>= 4U) name += symbols[bits & 0xFU];
+  std::uint64_t bits = 0;
+  if (!drawRandomBytes(std::as_writable_bytes(std::span(&bits, 1)))) {
+    // Without random bytes somebody may guess the name, and the file is then not made.
+    bits = static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
   }
+  std::string name = ".roster-";
+  for (int digit = 0; digit < 16; ++digit, bits >>= 4U) name += symbols[bits & 0xFU];
   return name + ".tmp";
 }
 

@@ -1,20 +1,14 @@
-#include <sys/random.h>
-
 #include <array>
-#include <cerrno>
 #include <cstdint>
 
 #include "platform/device.h"
+#include "platform/linux/random_bytes.h"
 
 namespace roster {
 
 std::optional<std::string> createUuidText() {
   std::array<std::uint8_t, 16> bytes{};
-  ssize_t drawn = 0;
-  do {
-    drawn = getrandom(bytes.data(), bytes.size(), 0);
-  } while (drawn < 0 && errno == EINTR);
-  if (drawn != static_cast<ssize_t>(bytes.size())) return std::nullopt;
+  if (!drawRandomBytes(std::as_writable_bytes(std::span(bytes)))) return std::nullopt;
 
   bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0FU) | 0x40U);  // version 4, random
   bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3FU) | 0x80U);  // the variant that has versions
