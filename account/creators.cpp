@@ -5,6 +5,7 @@
 #include "account/creator_entries.h"
 #include "account/creator_faults.h"
 #include "platform/assertion.h"
+#include "platform/foreign_code.h"
 #include "platform/system_log.h"
 
 namespace roster {
@@ -25,14 +26,11 @@ String reported(std::string fault, unsigned line = __builtin_LINE()) {
 /// What the creator makes; nil, with its text in the system log, when it throws instead.
 template <class Make>
 auto madeBy(const ClassObject& creator, const Make& make) -> decltype(make()) {
-  try {
-    return make();
-  } catch (const std::exception& exception) {
-    systemLog("ERROR: The account creator %@ failed: %@", creator.name(), exception.what());
-  } catch (...) {
-    systemLog("ERROR: The account creator %@ failed", creator.name());
+  decltype(make()) made;
+  if (const auto failure = failureOf([&] { made = make(); })) {
+    systemLog("ERROR: The account creator %@ failed: %@", creator.name(), *failure);
   }
-  return {};
+  return made;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include "migration/migration_paths.h"
 #include "platform/bundle.h"
 #include "platform/file_system.h"
+#include "platform/foreign_code.h"
 #include "platform/single_line.h"
 #include "platform/system_log.h"
 #include "store/accounts_manager.h"
@@ -36,14 +37,9 @@ class MigrationLock {
 /// Runs a piece of the plug-in; `why` becomes what it throws.
 template <class Piece>
 auto guarded(std::string& why, const Piece& piece) -> decltype(piece()) {
-  try {
-    return piece();
-  } catch (const std::exception& exception) {
-    why = "the migrator failed: " + std::string(exception.what());
-  } catch (...) {
-    why = "the migrator failed";
-  }
-  return {};
+  decltype(piece()) result{};
+  if (const auto failure = failureOf([&] { result = piece(); })) why = "the migrator failed: " + *failure;
+  return result;
 }
 
 /// Nil, with the cause, when there is no such class or it makes no instance of it.

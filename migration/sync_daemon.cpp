@@ -19,7 +19,6 @@ using namespace std::chrono_literals;
 /// Times that pass are measured, so the clock is one that nobody sets.
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* daemonName = "tesserad";
 constexpr const char* exitRequest = "com.nimbal.Harbor.BackupAgent.WillStart";
 constexpr Clock::duration patience = 5s;
 
@@ -51,7 +50,7 @@ class HeldWebEngineLock {
 bool isGoneAfterWaiting(std::int32_t process, std::chrono::microseconds atMostAtOnce) {
   const Clock::time_point start = Clock::now();
   do {
-    if (_PIDForProcessNamed(daemonName) != process) return true;
+    if (_PIDForProcessNamed(syncDaemonName) != process) return true;
     runEventLoop(atMostAtOnce, process);
   } while (Clock::now() - start <= patience);
   return false;
@@ -59,20 +58,21 @@ bool isGoneAfterWaiting(std::int32_t process, std::chrono::microseconds atMostAt
 
 void killDaemon() {
   // Whoever has the name now: the process that was asked may have ended and left its identifier to another.
-  const std::int32_t process = _PIDForProcessNamed(daemonName);
+  const std::int32_t process = _PIDForProcessNamed(syncDaemonName);
   if (process < 0) return;
-  if (const std::optional<Error> error = killProcess(process, daemonName)) systemLog("%@", error->message);
+  if (const std::optional<Error> error = killProcess(process, syncDaemonName))
+    systemLog("%@", error->message);
 }
 
 void makeDaemonQuit(std::int32_t process) {
   if (isGoneAfterWaiting(process, 250ms)) return;
-  systemLog("%s does not seem to want to quit. Sending it a SIGKILL", daemonName);
+  systemLog("%s does not seem to want to quit. Sending it a SIGKILL", syncDaemonName);
   killDaemon();
   if (isGoneAfterWaiting(process, 10ms)) return;
   systemLog(
       "%s decided it didn't want to play well with others and refused to exit. We're going to continue with "
       "the backup/restore anyway and hope for the best.",
-      daemonName);
+      syncDaemonName);
 }
 
 }  // namespace
@@ -87,7 +87,7 @@ std::int32_t _PIDForProcessNamed(const char* name) {
 }
 
 void AccountsManager::killTesseraIfNecessary() {
-  const std::int32_t process = _PIDForProcessNamed(daemonName);
+  const std::int32_t process = _PIDForProcessNamed(syncDaemonName);
   if (process < 0 || process == ownProcessIdentifier()) return;
   systemLog("Performing account migration. Asking tesserad to exit");
   postSystemNotification(exitRequest);

@@ -6,6 +6,7 @@
 #include "account/creator_entries.h"
 #include "account/creator_faults.h"
 #include "platform/assertion.h"
+#include "platform/foreign_code.h"
 #include "platform/system_log.h"
 
 namespace roster {
@@ -53,12 +54,8 @@ class FirstFailure {
 /// other notifiers must hear of it too.
 template <class Call>
 void tell(const ClassObject& notifier, const Call& call) {
-  try {
-    call();
-  } catch (const std::exception& exception) {
-    systemLog("ERROR: The notifier %@ failed: %@", notifier.name(), exception.what());
-  } catch (...) {
-    systemLog("ERROR: The notifier %@ failed", notifier.name());
+  if (const auto failure = failureOf(call)) {
+    systemLog("ERROR: The notifier %@ failed: %@", notifier.name(), *failure);
   }
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/export.h"
 #include "platform/result.h"
 #include "platform/value.h"
 #include "store/salvage.h"
@@ -26,7 +27,7 @@ struct Registry {
 };
 
 /// The one file that holds the registry, at a path.
-class SettingsFile {
+class ROSTER_EXPORT SettingsFile {
  public:
   explicit SettingsFile(std::string path) : path_(std::move(path)) {}
 

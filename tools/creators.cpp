@@ -8,6 +8,7 @@
 #include "platform/resources.h"
 #include "tools/command_error.h"
 #include "tools/commands.h"
+#include "tools/json_writer.h"
 #include "tools/session.h"
 #include "tools/table.h"
 #include "tools/terminal.h"
@@ -128,10 +129,8 @@ struct TypeTrial {
   }
 };
 
-ordered_json textOrNull(const String& text) { return text ? ordered_json(text.str()) : ordered_json(); }
-
-ordered_json textOrNull(const std::string& text) {
-  return text.empty() ? ordered_json() : ordered_json(text);
+ordered_json jsonFromProblem(const std::string& problem) {
+  return textOrNull(problem.empty() ? String() : String(problem));
 }
 
 ordered_json boolOrNull(std::optional<bool> answer) {
@@ -148,9 +147,9 @@ ordered_json jsonFromType(const TypeTrial& trial) {
                        {"libraryLoads", boolOrNull(entry.isLoaded)},
                        {"classIsFound", boolOrNull(entry.isFound)},
                        {"classAnswers", boolOrNull(entry.isAnswered)},
-                       {"problem", textOrNull(entry.problem)}});
+                       {"problem", jsonFromProblem(entry.problem)}});
   }
-  return {{"type", trial.type}, {"entries", entries}, {"problem", textOrNull(trial.problem)}};
+  return {{"type", trial.type}, {"entries", entries}, {"problem", jsonFromProblem(trial.problem)}};
 }
 
 void addRows(const TypeTrial& trial, Table& table) {

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -11,19 +10,22 @@
 
 namespace roster::tool {
 
-EditLock::EditLock(Folder folder) {
+namespace {
+
+int openFolder(EditLock::Folder folder) {
   const std::filesystem::path path =
       std::filesystem::path(AccountsManager::fullPathToRosterPlist()).parent_path();
   std::error_code ignored;
-  if (folder == Folder::madeIfMissing) std::filesystem::create_directories(path, ignored);
-  folder_ = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (folder_ == -1) return;
-  while (flock(folder_, LOCK_EX) == -1 && errno == EINTR) {
-  }
+  if (folder == EditLock::Folder::madeIfMissing) std::filesystem::create_directories(path, ignored);
+  return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
-EditLock::~EditLock() {
-  if (folder_ != -1) close(folder_);
+}  // namespace
+
+EditLock::EditLock(Folder folder) : folder_(openFolder(folder)) {
+  if (folder_.number() == -1) return;
+  while (flock(folder_.number(), LOCK_EX) == -1 && errno == EINTR) {
+  }
 }
 
 }  // namespace roster::tool

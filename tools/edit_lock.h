@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/descriptor.h"
+
 namespace roster::tool {
 
 /// Lets one rosterctl at a time load, change and save the registry, so that none of two saves at the same
@@ -11,12 +13,9 @@ class EditLock {
   enum class Folder { asItIs, madeIfMissing };
   /// Waits until nobody else holds the lock.
   explicit EditLock(Folder folder);
-  EditLock(const EditLock&) = delete;
-  EditLock& operator=(const EditLock&) = delete;
-  ~EditLock();
 
  private:
-  int folder_ = -1;
+  Descriptor folder_;
 };
 
 }  // namespace roster::tool

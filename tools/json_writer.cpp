@@ -117,4 +117,9 @@ ordered_json jsonFromValue(const Value& value) {
   return nullptr;
 }
 
+nlohmann::ordered_json textOrNull(const String& text) {
+  if (text.isNil()) return nullptr;
+  return text.str();
+}
+
 }  // namespace roster::tool

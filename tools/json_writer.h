@@ -30,6 +30,9 @@ nlohmann::ordered_json jsonFromValue(const Value& value);
 /// An object with exactly the keys of the dictionary, reserved or not; their values in this notation.
 nlohmann::ordered_json jsonFromEntries(const Dictionary& dictionary);
 
+/// The text; null for the nil one.
+nlohmann::ordered_json textOrNull(const String& text);
+
 /// The instant as RFC 3339 writes it, with as many digits as it takes to read the very same instant back. One
 /// that has no such text is "@" and its seconds since 2001-01-01 00:00:00 UTC.
 std::string dateText(Date date);

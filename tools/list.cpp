@@ -33,11 +33,6 @@ std::vector<Account> familyByFamily(const AccountsManager& store) {
   return ordered;
 }
 
-ordered_json textOrNull(const String& text) {
-  if (text.isNil()) return nullptr;
-  return text.str();
-}
-
 ordered_json jsonFromAccount(const BasicAccount& account) {
   const std::optional<StringList> enabled = account.enabledDataclasses();
   return {{"identifier", account.identifier().str()},

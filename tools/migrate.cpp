@@ -49,7 +49,7 @@ std::vector<std::string> plannedSteps(const MigrationNeed& need) {
     steps.push_back("Nothing would be migrated, because there is no migrator: " + accountMigratorPath());
     return steps;
   }
-  if (const std::int32_t daemon = _PIDForProcessNamed("tesserad"); daemon >= 0) {
+  if (const std::int32_t daemon = _PIDForProcessNamed(syncDaemonName); daemon >= 0) {
     steps.push_back("The sync-accounts daemon would be made to quit: process " + std::to_string(daemon));
   }
   steps.push_back("The migrator would be run: " + accountMigratorPath());

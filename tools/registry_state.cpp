@@ -1,46 +1,31 @@
 #include "tools/registry_state.h"
 
-#include "platform/property_list.h"
 #include "store/accounts_manager.h"
+#include "store/settings_file.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
 
 namespace {
 
+Error unreadable(const std::string& path, const std::string& damage) {
+  // What is said of the whole file names it already.
+  return {damage.find(path) == std::string::npos ? path + ": " + damage : damage};
+}
+
 /// The accounts that stand under an identifier. One without would get another at each load, and seem to come
 /// and go.
-Result<Array> identifiedAccounts(const Array& accounts, const std::string& path) {
+Result<Array> readAccounts(const std::string& path) {
+  const Registry registry = SettingsFile(path).read();
+  if (!registry.accounts && !registry.damage.empty()) return unreadable(path, registry.damage);
   std::vector<Value> identified;
-  identified.reserve(accounts.size());
-  std::size_t index = 0;
+  const Array accounts = registry.accounts.value_or(Array());
   for (const Value& element : accounts) {
-    if (element.isNil() || element.fault() != Fault::none) {
-      std::string message = path + ": its account " + std::to_string(index) + " cannot be read";
-      if (!element.isNil()) message.append(": it has a value that ").append(describe(element.fault()));
-      return Error{std::move(message)};
-    }
-    ++index;
+    if (element.isNil() || element.fault() != Fault::none) return unreadable(path, registry.damage);
     const std::optional<Dictionary> properties = element.dictionary();
     if (properties && properties->find(kAccountIdentifier).isString()) identified.push_back(element);
   }
   return Array(std::move(identified));
-}
-
-Result<Array> readAccounts(const std::string& path) {
-  using Status = PropertyListFile::Status;
-  const PropertyListFile file = readPropertyListFile(path, Soundness::inspected);
-  if (file.status == Status::missing) return Array();
-  if (file.status != Status::read) return Error{file.error};
-  const std::optional<Dictionary> root = file.value.dictionary();
-  if (!root) return Error{path + " is not a dictionary"};
-  const Value stored = root->find(kPlistAccountsKey);
-  const bool isEmptyRegistry = root->size() == 1 && root->contains(kPlistVersionKey);
-  if (stored.isNil() && isEmptyRegistry) return Array();
-  const std::optional<Array> accounts = stored.array();
-  if (!accounts)
-    return Error{path + ": its \"Accounts\" are " + (stored.isNil() ? "missing" : "not an array")};
-  return identifiedAccounts(*accounts, path);
 }
 
 }  // namespace

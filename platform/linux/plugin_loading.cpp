@@ -5,6 +5,7 @@
 #include <mutex>
 #include <set>
 
+#include "platform/foreign_code.h"
 #include "platform/immortal.h"
 #include "platform/linux/loader_error.h"
 #include "platform/plugin.h"
@@ -66,17 +67,17 @@ Result<const PluginEntry*> entryOf(void* library, const std::string& path) {
 }
 
 Result<PluginClasses> classesOf(void* library, const std::string& path) {
-  try {
+  Result<PluginClasses> classes = PluginClasses();
+  const auto failure = failureOf([&] {
     const Result<const PluginEntry*> entry = entryOf(library, path);
-    if (!entry) return Error{entry.error()};
-    PluginClasses classes;
-    (*entry)->registerClasses(classes);
-    return {std::move(classes)};
-  } catch (const std::exception& exception) {
-    return Error{path + ": its entry failed: " + exception.what()};
-  } catch (...) {
-    return Error{path + ": its entry failed"};
-  }
+    if (!entry) {
+      classes = Error{entry.error()};
+    } else {
+      (*entry)->registerClasses(*classes);
+    }
+  });
+  if (failure) return Error{path + ": its entry failed: " + *failure};
+  return classes;
 }
 
 }  // namespace

@@ -152,7 +152,7 @@ class WatchTest(Device):
         self.assertEqual(watch.line().split()[:2], ["modified", "A"])
         for damage, cause in ((b"x", "could not read"), (plistlib.dumps([]), "is not a dictionary"),
                               (plistlib.dumps({"Accounts": 1}), '"Accounts" are not an array'),
-                              (plistlib.dumps({"Old": []}), '"Accounts" are missing')):
+                              (plistlib.dumps({"Old": []}), 'it has no "Accounts"')):
             self.put(damage)
             self.assertEqual(watch.hear("warning: ").count(cause), 1)
             self.put(damage)
