@@ -7,13 +7,13 @@
 #include <stdexcept>
 #include <vector>
 
-#include "account/account_creation.h"
-#include "account/creator_entries.h"
-#include "account/vocabulary.h"
-#include "notify/account_notifier.h"
-#include "platform/class_table.h"
-#include "platform/property_list.h"
-#include "platform/value.h"
+#include "roster/account/account_protocols.h"
+#include "roster/account/creator_entries.h"
+#include "roster/account/vocabulary.h"
+#include "roster/notify/account_notifier.h"
+#include "roster/platform/class_table.h"
+#include "roster/plist/property_list.h"
+#include "roster/value/value.h"
 
 namespace roster::bench {
 
@@ -66,7 +66,7 @@ BenchPlugins::BenchPlugins() {
   folder_ = pattern;
   std::filesystem::copy(resources, folder_, std::filesystem::copy_options::recursive);
   const Result<std::string> bytes = binaryPropertyList(creatorsTable());
-  if (!bytes) throw std::runtime_error(bytes.error());
+  if (!bytes) throw std::runtime_error(bytes.error().message);
   std::ofstream(folder_ + "/AccountCreators.plist", std::ofstream::binary) << *bytes;
   setenv("ROSTER_RESOURCES", folder_.c_str(), 1);
 }

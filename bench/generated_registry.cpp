@@ -9,9 +9,9 @@
 #include <random>
 #include <stdexcept>
 
-#include "account/vocabulary.h"
-#include "platform/property_list.h"
-#include "platform/value.h"
+#include "roster/account/vocabulary.h"
+#include "roster/plist/property_list.h"
+#include "roster/value/value.h"
 
 namespace roster::bench {
 
@@ -101,7 +101,7 @@ GeneratedRegistry generateRegistry(std::size_t accounts) {
   }
   const Dictionary root{{kPlistAccountsKey, Array(std::move(records))}, {kPlistVersionKey, 12}};
   Result<std::string> bytes = binaryPropertyList(root);
-  if (!bytes) throw std::runtime_error(bytes.error());
+  if (!bytes) throw std::runtime_error(bytes.error().message);
   registry.bytes = *std::move(bytes);
   return registry;
 }

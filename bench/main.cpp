@@ -16,8 +16,8 @@
 #include "bench/iteration_timer.h"
 #include "bench/plugin_benchmarks.h"
 #include "bench/report.h"
-#include "platform/linux/file_calls.h"
-#include "store/accounts_manager.h"
+#include "roster/platform/linux/file_calls.h"
+#include "roster/store/accounts_manager.h"
 
 namespace roster::bench {
 
@@ -92,14 +92,14 @@ std::size_t nextPlace(std::size_t place, std::size_t size) { return (place + 791
 
 void hashLookUp(benchmark::State& state) {
   const GeneratedRegistry& registry = registryOf(static_cast<std::size_t>(state.range(0)));
-  std::unordered_map<std::string, std::shared_ptr<BasicAccount>> map;
+  std::unordered_map<std::string, AccountPtr> map;
   const BenchDevice device(registry.bytes);
   const std::shared_ptr<AccountsManager> store = AccountsManager::init();
   for (const auto& account : *store->allBasicAccounts()) map.emplace(account->identifier().str(), account);
   std::size_t place = 0;
   for (auto _ : state) {
     place = nextPlace(place, registry.identifiers.size());
-    std::shared_ptr<BasicAccount> account = map.find(registry.identifiers[place])->second;
+    AccountPtr account = map.find(registry.identifiers[place])->second;
     benchmark::DoNotOptimize(account);
   }
 }
@@ -111,7 +111,7 @@ void accountWithIdentifier(benchmark::State& state) {
   std::size_t place = 0;
   for (auto _ : state) {
     place = nextPlace(place, registry.identifiers.size());
-    std::shared_ptr<BasicAccount> account = store->accountWithIdentifier(registry.identifiers[place]);
+    AccountPtr account = store->accountWithIdentifier(registry.identifiers[place]);
     benchmark::DoNotOptimize(account);
   }
 }

@@ -4,8 +4,8 @@
 
 #include "bench/generated_registry.h"
 #include "bench/iteration_timer.h"
-#include "notify/change_detection.h"
-#include "store/accounts_manager.h"
+#include "roster/notify/change_detection.h"
+#include "roster/store/accounts_manager.h"
 
 namespace roster::bench {
 
@@ -49,7 +49,7 @@ class Unchanged {
  private:
   BenchDevice device_;
   std::shared_ptr<AccountsManager> store_ = AccountsManager::init();
-  OrderedMap<std::shared_ptr<BasicAccount>> byID_;
+  OrderedMap<AccountPtr> byID_;
 };
 
 /// As in a save: the snapshot was retaken by the save before and is compared with for the first time, and

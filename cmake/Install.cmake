@@ -1,17 +1,13 @@
 include(CMakePackageConfigHelpers)
 
-# Installed headers include one another as "account/...", clients include them as <roster/account/...>: both the
-# include folder and its roster folder are on a client's path.
 install(TARGETS roster EXPORT rosterTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/roster
-  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 if(TARGET rosterctl)
   install(TARGETS rosterctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 # Beside the library, where it looks for them first: an installation may be moved as a whole.
 set(resources_dir ${CMAKE_INSTALL_LIBDIR}/roster)
-install(DIRECTORY resources/ DESTINATION ${resources_dir})
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/roster)
 install(EXPORT rosterTargets NAMESPACE roster:: DESTINATION ${package_dir})

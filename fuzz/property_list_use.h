@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "platform/property_list.h"
-#include "platform/value_description.h"
+#include "roster/plist/property_list.h"
+#include "roster/value/value_description.h"
 
 namespace roster::fuzzing {
 
@@ -40,7 +40,7 @@ inline void use(std::string_view file) {
   const Result<Value> value = parsePropertyList(Bytes(file), Soundness::inspected);
   const Result<Value> again = parsePropertyList(Bytes(file));
   if (!value) {
-    require(!again && !value.error().empty(), "what cannot be inspected is refused");
+    require(!again && !again.error().message.empty(), "what cannot be inspected is refused");
     return;
   }
   // Deep recursion is for `describe`, which bounds it.

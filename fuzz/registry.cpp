@@ -1,7 +1,7 @@
 #include <filesystem>
 
 #include "fuzz/property_list_use.h"
-#include "store/accounts_manager.h"
+#include "roster/store/accounts_manager.h"
 #include "tests/support/temporary_device.h"
 
 namespace roster::fuzzing {
@@ -11,7 +11,7 @@ namespace {
 /// What a save leaves in the registry file after a load of what was there.
 std::string savedAgain(const testing::TemporaryDevice& device) {
   const std::shared_ptr<AccountsManager> store = AccountsManager::init();
-  for (const AccountsManager::Account& account : store->allBasicSyncableAccounts()) {
+  for (const AccountPtr& account : store->allBasicSyncableAccounts()) {
     require(!account->identifier() || store->accountWithIdentifier(account->identifier()) != nullptr,
             "an account is found by its identifier");
   }

@@ -21,7 +21,7 @@ Assignment parseAssignment(const std::string& word) {
     return assignment;
   }
   const Result<Value> value = valueFromJson(content);
-  if (!value) throw CommandError(assignment.key, value.error(), wrongUsage);
+  if (!value) throw CommandError(assignment.key, value.error().message, wrongUsage);
   assignment.value = *value;
   return assignment;
 }

@@ -1,9 +1,9 @@
 #include <filesystem>
 #include <iostream>
 
-#include "migration/migration.h"
-#include "store/accounts_manager.h"
-#include "store/registry_check.h"
+#include "roster/migration/migration.h"
+#include "roster/store/accounts_manager.h"
+#include "roster/store/registry_check.h"
 #include "tools/command_error.h"
 #include "tools/commands.h"
 #include "tools/migration_need.h"

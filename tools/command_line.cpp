@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "platform/system_log.h"
+#include "roster/platform/system_log.h"
 #include "tools/command_error.h"
 #include "tools/commands.h"
 #include "tools/terminal.h"

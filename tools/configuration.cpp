@@ -1,6 +1,6 @@
-#include "account/basic_account.h"
-#include "platform/property_list.h"
-#include "platform/resources.h"
+#include "roster/account/basic_account.h"
+#include "roster/platform/property_list_file.h"
+#include "roster/platform/resources.h"
 #include "tools/command_error.h"
 #include "tools/commands.h"
 #include "tools/session.h"
@@ -17,12 +17,8 @@ using nlohmann::ordered_json;
 StringList configuredTypes() {
   const std::string path = resourcePath("AccountTypesProperties", "plist");
   if (path.empty()) throw CommandError("AccountTypesProperties.plist", "the library's resources are missing");
-  const PropertyListFile file = readPropertyListFile(path);
-  const std::optional<Dictionary> table = file.value.dictionary();
-  if (!table) {
-    throw CommandError("could not read the account types",
-                       file.error.empty() ? path + " is not a dictionary" : file.error);
-  }
+  const Result<Dictionary> table = readDictionaryFile(path);
+  if (!table) throw CommandError("could not read the account types", table.error().message);
   StringList types;
   for (const DictionaryEntry& entry : *table) {
     if (BasicAccount::_isValidAccountType(entry.key)) types.push_back(entry.key.str());

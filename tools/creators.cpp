@@ -1,11 +1,10 @@
 #include <array>
 
-#include "account/basic_account.h"
-#include "account/creator_entries.h"
-#include "account/creator_faults.h"
-#include "notify/account_notifier.h"
-#include "platform/property_list.h"
-#include "platform/resources.h"
+#include "roster/account/basic_account.h"
+#include "roster/account/creator_entries.h"
+#include "roster/notify/account_notifier.h"
+#include "roster/platform/property_list_file.h"
+#include "roster/platform/resources.h"
 #include "tools/command_error.h"
 #include "tools/commands.h"
 #include "tools/json_writer.h"
@@ -77,9 +76,9 @@ std::string whyPassedOver(const Value& element, const CreatorEntry& entry, const
 std::string tryOut(const CreatorEntry& entry, const Kind& kind, std::string_view type, Trial& trial) {
   if (!entry.description) return creator_faults::noDescription(kind.name, type);
   if (trial.library.isNil()) return creator_faults::noFramework(kind.name, type);
-  const std::optional<Error> error = loadCreatorFramework(trial.library);
-  trial.isLoaded = !error;
-  if (error) return creator_faults::notLoaded(trial.library, error->message);
+  const Result<> loaded = loadCreatorFramework(trial.library);
+  trial.isLoaded = bool(loaded);
+  if (!loaded) return creator_faults::notLoaded(trial.library, loaded.error().message);
   if (trial.className.isEmpty()) return creator_faults::noClassName(kind.name, type);
   const ClassObject* object = findClass(trial.className);
   trial.isFound = object != nullptr;
@@ -173,9 +172,9 @@ const Dictionary& creatorsTable() {
   if (const Dictionary* table = BasicAccount::_accountCreationMap()) return *table;
   const std::string path = resourcePath("AccountCreators", "plist");
   if (path.empty()) throw CommandError("AccountCreators.plist", "the library's resources are missing");
-  const std::string error = readPropertyListFile(path).error;
+  const Result<Dictionary> table = readDictionaryFile(path);
   throw CommandError("could not read the account creators",
-                     error.empty() ? path + " is not a dictionary" : error);
+                     table ? path + " could not be read before" : table.error().message);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include <iostream>
 #include <iterator>
 
-#include "platform/property_list.h"
+#include "roster/platform/property_list_file.h"
 #include "tools/command_error.h"
 #include "tools/commands.h"
 #include "tools/json_writer.h"
@@ -15,14 +15,15 @@ namespace {
 Value readStandardInput() {
   const std::string text(std::istreambuf_iterator<char>(std::cin), {});
   const Result<Value> value = parsePropertyList(Bytes(text));
-  if (!value) throw CommandError("could not read the standard input as a property list", value.error());
+  if (!value)
+    throw CommandError("could not read the standard input as a property list", value.error().message);
   return *value;
 }
 
 Value readFile(const std::string& path) {
-  PropertyListFile file = readPropertyListFile(path);
-  if (file.status != PropertyListFile::Status::read) throw CommandError(file.error);
-  return std::move(file.value);
+  Result<Value> file = readPropertyListFile(path);
+  if (!file) throw CommandError(file.error().message);
+  return *std::move(file);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "store/accounts_manager.h"
+#include "roster/store/accounts_manager.h"
 
 namespace roster::tool {
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/date_text.h"
-#include "platform/limits.h"
-#include "platform/xml_scalars.h"
+#include "roster/base/limits.h"
+#include "roster/plist/xml_scalars.h"
+#include "roster/value/date_text.h"
 #include "tools/json_writer.h"
 
 namespace roster::tool {
@@ -20,31 +20,31 @@ using nlohmann::ordered_json;
 Result<Value> specialValue(std::string_view key, const Value& content) {
   if (key == dictionaryKey) {
     if (content.isDictionary()) return content;
-    return Error{R"("$dictionary" takes an object)"};
+    return Error(std::errc::invalid_argument, R"("$dictionary" takes an object)");
   }
   const String text = content.string();
-  if (text.isNil()) return Error{"\"" + std::string(key) + "\" takes a text"};
+  if (text.isNil()) return Error(std::errc::invalid_argument, "\"" + std::string(key) + "\" takes a text");
   if (key == dataKey) {
     std::string digits = text.str();
     const Result<Value> data = dataFromXml(digits);
-    return data ? data : Error{R"("$data" takes bytes in base64)"};
+    return data ? data : Error(std::errc::invalid_argument, R"("$data" takes bytes in base64)");
   }
   if (key == dateKey) {
     if (const auto date = dateFromText(text)) return Value(*date);
-    return Error{R"("$date" takes an instant as in "2024-02-29T12:00:00Z")"};
+    return Error(std::errc::invalid_argument, R"("$date" takes an instant as in "2024-02-29T12:00:00Z")");
   }
   using Limits = std::numeric_limits<double>;
   if (text == "nan") return Value(Limits::quiet_NaN());
   if (text == "inf") return Value(Limits::infinity());
   if (text == "-inf") return Value(-Limits::infinity());
-  return Error{R"("$real" takes "nan", "inf" or "-inf")"};
+  return Error(std::errc::invalid_argument, R"("$real" takes "nan", "inf" or "-inf")");
 }
 
 /// Builds the value while the text is read, because only then it shows how a number was written.
 class ValueBuilder final : public nlohmann::json_sax<ordered_json> {
  public:
   Result<Value> result() const {
-    if (!error_.empty()) return Error{error_};
+    if (!error_.empty()) return Error(std::errc::invalid_argument, error_);
     return value_;
   }
 
@@ -72,7 +72,7 @@ class ValueBuilder final : public nlohmann::json_sax<ordered_json> {
     if (!frame.hasReservedKey) return put(frame.entries.deepCopy());
     if (frame.entries.size() != 1) return fail("a key such as \"$data\" stands alone in its object");
     const Result<Value> value = specialValue(frame.key, frame.entries.find(frame.key));
-    return value ? put(*value) : fail(value.error());
+    return value ? put(*value) : fail(value.error().message);
   }
   bool start_array(std::size_t) override { return open(false); }
   bool end_array() override {

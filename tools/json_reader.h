@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-#include "platform/result.h"
-#include "platform/value.h"
+#include "roster/base/result.h"
+#include "roster/value/value.h"
 
 namespace roster::tool {
 

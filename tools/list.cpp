@@ -1,7 +1,7 @@
 #include <iostream>
 #include <unordered_map>
 
-#include "store/type_set.h"
+#include "roster/store/account_collections.h"
 #include "tools/commands.h"
 #include "tools/json_writer.h"
 #include "tools/session.h"
@@ -16,18 +16,18 @@ namespace {
 using nlohmann::ordered_json;
 
 /// The top-level accounts in order, each followed by its children.
-std::vector<Account> familyByFamily(const AccountsManager& store) {
-  std::unordered_map<const BasicAccount*, std::vector<Account>> childrenByParent;
-  const std::vector<Account> all = store.allBasicSyncableAccounts();
-  for (const Account& account : all) {
+std::vector<AccountPtr> familyByFamily(const AccountsManager& store) {
+  std::unordered_map<const BasicAccount*, std::vector<AccountPtr>> childrenByParent;
+  const std::vector<AccountPtr> all = store.allBasicSyncableAccounts();
+  for (const AccountPtr& account : all) {
     if (account->parentAccount()) childrenByParent[account->parentAccount().get()].push_back(account);
   }
-  std::vector<Account> ordered;
+  std::vector<AccountPtr> ordered;
   ordered.reserve(all.size());
-  for (const Account& account : all) {
+  for (const AccountPtr& account : all) {
     if (account->parentAccount()) continue;
     ordered.push_back(account);
-    const std::vector<Account>& children = childrenByParent[account.get()];
+    const std::vector<AccountPtr>& children = childrenByParent[account.get()];
     ordered.insert(ordered.end(), children.begin(), children.end());
   }
   return ordered;
@@ -59,7 +59,7 @@ int list(const Options& options) {
   ordered_json array = ordered_json::array();
   Table table({"IDENTIFIER", "TYPE", "CLASS", "NAME", "ENABLED"});
   bool isEmpty = true;
-  for (const Account& account : familyByFamily(session.store())) {
+  for (const AccountPtr& account : familyByFamily(session.store())) {
     if (!options.types.empty() && !types.contains(account->type())) continue;
     isEmpty = false;
     if (options.isJson) {

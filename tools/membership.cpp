@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "platform/assertion.h"
+#include "roster/platform/assertion.h"
 #include "tools/assignment.h"
 #include "tools/command_error.h"
 #include "tools/commands.h"
@@ -13,7 +13,7 @@ namespace {
 
 /// A new account as the library makes it; what the library calls a programming error is here one of the
 /// user's.
-Account newAccount(const Options& options) {
+AccountPtr newAccount(const Options& options) {
   try {
     return BasicAccount::accountWithTypeClass(options.type, options.accountClass);
   } catch (const AssertionFailure& failure) {
@@ -21,7 +21,7 @@ Account newAccount(const Options& options) {
   }
 }
 
-void assign(const Account& account, const Assignment& assignment, const AccountsManager& store) {
+void assign(const AccountPtr& account, const Assignment& assignment, const AccountsManager& store) {
   const auto& [key, value] = assignment;
   if (key == kAccountType || key == kAccountClass) {
     if (value == account->accountPropertyForKey(key)) return;
@@ -46,7 +46,7 @@ void assign(const Account& account, const Assignment& assignment, const Accounts
 int add(const Options& options) {
   const std::vector<Assignment> assignments = parseAssignments(options.words);
   Session session(Session::Purpose::adding);
-  const Account account = newAccount(options);
+  const AccountPtr account = newAccount(options);
   for (const Assignment& assignment : assignments) assign(account, assignment, session.store());
   if (options.parent.empty()) {
     session.store().insertAccount(account);

@@ -1,10 +1,9 @@
 #include <filesystem>
 #include <iostream>
 
-#include "migration/migration_paths.h"
-#include "migration/sync_daemon.h"
-#include "platform/device.h"
-#include "store/accounts_manager.h"
+#include "roster/migration/migration.h"
+#include "roster/platform/device.h"
+#include "roster/store/accounts_manager.h"
 #include "tools/command_error.h"
 #include "tools/commands.h"
 #include "tools/migration_need.h"

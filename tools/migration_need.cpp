@@ -1,8 +1,8 @@
 #include "tools/migration_need.h"
 
-#include "migration/migration_paths.h"
-#include "platform/system_log.h"
-#include "store/accounts_manager.h"
+#include "roster/migration/migration.h"
+#include "roster/platform/system_log.h"
+#include "roster/store/accounts_manager.h"
 
 namespace roster::tool {
 

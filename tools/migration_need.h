@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "migration/migration.h"
+#include "roster/migration/migration.h"
 #include "tools/commands.h"
 
 namespace roster::tool {

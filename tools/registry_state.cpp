@@ -1,7 +1,7 @@
 #include "tools/registry_state.h"
 
-#include "store/accounts_manager.h"
-#include "store/settings_file.h"
+#include "roster/store/accounts_manager.h"
+#include "roster/store/settings_file.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
@@ -10,7 +10,7 @@ namespace {
 
 Error unreadable(const std::string& path, const std::string& damage) {
   // What is said of the whole file names it already.
-  return {damage.find(path) == std::string::npos ? path + ": " + damage : damage};
+  return {std::errc::bad_message, damage.find(path) == std::string::npos ? path + ": " + damage : damage};
 }
 
 /// The accounts that stand under an identifier. One without would get another at each load, and seem to come
@@ -32,13 +32,13 @@ Result<Array> readAccounts(const std::string& path) {
 
 std::vector<AccountChange> RegistryState::update() {
   const Result<Array> accounts = readAccounts(path_);
-  tellDamage(accounts.error());
+  tellDamage(accounts ? std::string() : accounts.error().message);
   if (!accounts) return {};
   // What was judged above is what is compared: a store that reads the file itself could meet another one.
   const std::shared_ptr<AccountsManager> store = AccountsManager::initWithAccounsInfoArray(*accounts);
-  OrderedMap<std::shared_ptr<BasicAccount>> accountsByID;
-  std::vector<std::shared_ptr<BasicAccount>> ordered;
-  for (const std::shared_ptr<BasicAccount>& account : *store->allBasicAccounts()) {
+  OrderedMap<AccountPtr> accountsByID;
+  std::vector<AccountPtr> ordered;
+  for (const AccountPtr& account : *store->allBasicAccounts()) {
     accountsByID.set(account->identifier(), account);
     ordered.push_back(account);
   }

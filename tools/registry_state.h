@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "notify/change_detection.h"
-#include "notify/snapshot.h"
-#include "platform/result.h"
+#include "roster/base/result.h"
+#include "roster/notify/change_detection.h"
+#include "roster/notify/snapshot.h"
 
 namespace roster::tool {
 

@@ -1,7 +1,7 @@
 #include "tools/session.h"
 
-#include "fixers/mail_account_fixer.h"
-#include "store/registry_check.h"
+#include "roster/fixers/mail_account_fixer.h"
+#include "roster/store/registry_check.h"
 #include "tools/command_error.h"
 #include "tools/terminal.h"
 
@@ -24,7 +24,7 @@ void warnOfLoss() {
 
 /// A fixer would let the account be written, and reject it at the next load.
 void requireLoadable(const BasicAccount& account) {
-  const Account copy = BasicAccount::initWithProperties(account.propertiesToSave().deepCopy());
+  const AccountPtr copy = BasicAccount::initWithProperties(account.propertiesToSave().deepCopy());
   const std::string name = "account " + account.identifier().str();
   if (!copy) throw CommandError(name, "the library could not load it again");
   const std::string unknown = "its class \"" + copy->accountClass().str() + "\" is no mail account class, ";
@@ -74,10 +74,10 @@ void Session::requireReadable() {
 
 FoundAccount Session::find(const std::string& name) const {
   const String identifier(name);
-  const Account shown = store_->accountWithIdentifier(identifier);
+  const AccountPtr shown = store_->accountWithIdentifier(identifier);
   if (shown && shown->identifier() == identifier) return {shown, nullptr};
   if (shown) {
-    for (const Account& account : store_->allBasicSyncableAccounts()) {
+    for (const AccountPtr& account : store_->allBasicSyncableAccounts()) {
       if (account->parentAccount() == shown && account->identifier() == identifier) return {account, shown};
     }
   }
@@ -93,7 +93,7 @@ void Session::putBack(const FoundAccount& found) {
   store_->updateAccount(found.parent ? found.parent : found.account);
 }
 
-void Session::save(const Account& changed) {
+void Session::save(const AccountPtr& changed) {
   if (changed) requireLoadable(*changed);
   warnOfLoss();
   // In two steps, so that what goes wrong in the second one is not taken for a failure of the first.

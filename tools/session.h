@@ -5,18 +5,16 @@
 #include <string>
 #include <vector>
 
-#include "store/accounts_manager.h"
+#include "roster/store/accounts_manager.h"
 #include "tools/edit_lock.h"
 
 namespace roster::tool {
 
-using Account = std::shared_ptr<BasicAccount>;
-
 /// An account that was asked for by its identifier.
 struct FoundAccount {
-  Account account;
+  AccountPtr account;
   /// Nil for a top-level account.
-  Account parent;
+  AccountPtr parent;
 };
 
 /// One command's view of the registry, from loading it to saving it. Failures are thrown as CommandError.
@@ -35,7 +33,7 @@ class Session {
   /// Saves, with a warning of what the file held that could not be loaded. Fails, before anything is
   /// written, when the changed top-level account would not survive the next load. Notifiers that cannot be
   /// told what was saved are a warning.
-  void save(const Account& changed = nullptr);
+  void save(const AccountPtr& changed = nullptr);
 
  private:
   static void requireReadable();

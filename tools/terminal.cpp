@@ -8,8 +8,8 @@
 #include <iostream>
 #include <system_error>
 
-#include "platform/single_line.h"
-#include "platform/unicode.h"
+#include "roster/base/single_line.h"
+#include "roster/base/unicode.h"
 #include "tools/command_error.h"
 
 namespace roster::tool {

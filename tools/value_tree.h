@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/value.h"
+#include "roster/value/value.h"
 
 namespace roster::tool {
 

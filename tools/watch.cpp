@@ -9,8 +9,8 @@
 #include <iostream>
 #include <system_error>
 
-#include "platform/system_log.h"
-#include "store/accounts_manager.h"
+#include "roster/platform/system_log.h"
+#include "roster/store/accounts_manager.h"
 #include "tools/command_error.h"
 #include "tools/commands.h"
 #include "tools/path_watch.h"

@@ -1,5 +1,4 @@
-#include <roster/migration/account_migrator.h>
-#include <roster/migration/migration_paths.h>
+#include <roster/migration/migration.h>
 #include <roster/roster.h>
 
 #include <algorithm>
@@ -17,7 +16,6 @@
 namespace {
 
 using roster::AccountsManager;
-using roster::PropertyListFile;
 using roster::systemLog;
 using Account = std::shared_ptr<roster::BasicAccount>;
 
@@ -140,17 +138,18 @@ class AccountsDataMigrator : public roster::AccountMigrationProtocol {
     // list to make it from again.
     if (!setSyncPreferencesAside()) return false;
     const std::string path = roster::mailAccountsPath();
-    const PropertyListFile list = readPropertyListFile(path, roster::Soundness::inspected);
-    const bool isThere = list.status != PropertyListFile::Status::missing;
-    if (isThere && !list.error.empty()) systemLog("AccountMigrator: %@", list.error);
+    const roster::Result<roster::Value> list =
+        roster::readPropertyListFile(path, roster::Soundness::inspected);
+    const bool isThere = list || !isMissingFile(list.error());
+    if (isThere && !list) systemLog("AccountMigrator: %@", list.error().message);
     // The next run may be able to read what is a file; anything else never becomes a list.
     std::error_code error;
     const bool isFile = std::filesystem::is_regular_file(path, error);
-    if (list.status == PropertyListFile::Status::unreadable && isFile) return false;
+    if (isThere && !list && isFile && list.error().code != std::errc::bad_message) return false;
 
     if (!keepCopyOfRegistry()) return false;
     const auto store = AccountsManager::initInsideOfMigration();
-    if (isThere) addMailAccounts(*store, list.value);
+    if (list) addMailAccounts(*store, *list);
     store->setDataVersion(AccountsManager::currentVersion());
     if (!save(*store)) return false;
     // Only now: whatever ends a run before this, the next one finds the list.

@@ -3,12 +3,12 @@
 
 #include <utility>
 
-#include "account/vocabulary.h"
-#include "notify/account_notifier.h"
+#include "roster/account/vocabulary.h"
+#include "roster/notify/account_notifier.h"
 // Not part of what the library exports: CMakeLists.txt compiles it into this plug-in too.
-#include "platform/linux/system_bus.h"
-#include "platform/plugin.h"
-#include "platform/system_log.h"
+#include "roster/platform/linux/system_bus.h"
+#include "roster/platform/plugin.h"
+#include "roster/platform/system_log.h"
 
 namespace roster {
 
@@ -50,9 +50,9 @@ void appendChange(BusArguments& arguments, const Dictionary& change) {
   });
 }
 
-std::optional<Error> sendChanges(const Array& changes) {
+Result<> sendChanges(const Array& changes) {
   Result<SystemBus> bus = SystemBus::open();
-  if (!bus) return Error{bus.error()};
+  if (!bus) return bus.error();
   return bus->send(accountsChanged, [&](BusArguments& arguments) {
     arguments.array("a{sv}", [&] {
       for (const Value& element : changes) {
@@ -65,8 +65,9 @@ std::optional<Error> sendChanges(const Array& changes) {
 
 /// The registry is written by now, so a bus that cannot be told is worth a line and nothing more.
 void noteAccountChanges(const Array& changes) {
-  if (const std::optional<Error> error = sendChanges(changes)) {
-    systemLog("Could not tell the system bus of %@ changed accounts: %@", changes.size(), error->message);
+  if (const Result<> sent = sendChanges(changes); !sent) {
+    systemLog("Could not tell the system bus of %@ changed accounts: %@", changes.size(),
+              sent.error().message);
   }
 }
 

@@ -4,8 +4,8 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/export.h"
-#include "platform/immortal.h"
+#include "roster/base/export.h"
+#include "roster/base/process_wide.h"
 
 namespace {
 

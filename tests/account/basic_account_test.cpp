@@ -1,8 +1,8 @@
-#include "account/basic_account.h"
+#include "roster/account/basic_account.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/assertion.h"
+#include "roster/platform/assertion.h"
 #include "tests/support/temporary_device.h"
 #include "tests/support/values.h"
 
@@ -13,8 +13,7 @@ using Lines = std::vector<std::string>;
 
 class BasicAccountTest : public ::testing::Test {
  protected:
-  static std::shared_ptr<BasicAccount> account(
-      std::initializer_list<std::pair<std::string_view, Value>> more) {
+  static AccountPtr account(std::initializer_list<std::pair<std::string_view, Value>> more) {
     MutableDictionary properties(Dictionary{{"Type", "Mail"}, {"Class", "IMAPAccount"}});
     for (const auto& [key, value] : more) properties.set(key, value);
     return BasicAccount::accountWithProperties(properties);

@@ -4,7 +4,7 @@ namespace roster::testing {
 namespace {
 
 using Lines = std::vector<std::string>;
-using Record = std::shared_ptr<BasicAccount>;
+using Record = AccountPtr;
 using FullAccount = std::shared_ptr<AccountFullAccountProtocol>;
 
 const std::string lookUp =

@@ -1,9 +1,9 @@
-#include "account/device_local_account.h"
+#include "roster/account/device_local_account.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/property_list.h"
-#include "platform/resources.h"
+#include "roster/platform/property_list_file.h"
+#include "roster/platform/resources.h"
 #include "tests/support/temporary_device.h"
 #include "tests/support/values.h"
 
@@ -59,7 +59,7 @@ TEST_F(DeviceLocalAccountTest, HasWordsForEveryDeviceInEveryLanguage) {
   for (const std::string language : {"en", "de", "es", "fr", "ja"}) {
     device.setEnvironment("LC_ALL", language + ".UTF-8");
     const std::string path = resourcePath("strings/" + language + "/DeviceLocalAccount", "plist");
-    const Dictionary texts = readPropertyListFile(path).value.dictionary().value_or(Dictionary());
+    const Dictionary texts = *readDictionaryFile(path);
     EXPECT_EQ(DeviceLocalAccount::typeString().value(), texts.find("ON_MY_DEVICE_TYPE_VIREO_SIMULATOR"))
         << "a device that does not say what it is";
     for (const std::string key :

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "account/basic_account.h"
+#include "roster/account/basic_account.h"
 #include "tests/support/own_process.h"
 #include "tests/support/values.h"
 
@@ -20,8 +20,7 @@ class Enablement : public OwnProcessTest {
                    {"None", Dictionary()}});
   }
 
-  static std::shared_ptr<BasicAccount> account(const char* type, const Value& provisioned = {},
-                                               const Value& enabled = {}) {
+  static AccountPtr account(const char* type, const Value& provisioned = {}, const Value& enabled = {}) {
     const auto made = BasicAccount::accountWithTypeClass(type, "X");
     made->setAccountPropertyForKey(provisioned, "Provisioned Dataclasses");
     made->setAccountPropertyForKey(enabled, "Enabled Dataclasses");

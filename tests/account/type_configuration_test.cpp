@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "account/basic_account.h"
-#include "platform/assertion.h"
-#include "platform/resources.h"
+#include "roster/account/basic_account.h"
+#include "roster/platform/assertion.h"
+#include "roster/platform/resources.h"
 #include "tests/support/own_process.h"
 #include "tests/support/values.h"
 
@@ -111,7 +111,7 @@ TEST_F(TypeConfiguration, ThatIsBrokenIsAssertedAndReadAgainOnceItIsRepaired) {
   const Case cases[] = {{nullptr, "Could not find AccountTypesProperties.plist", ""},
                         {"", couldNotLoad, "it is empty"},
                         {"<plist>", couldNotLoad, "line 1"},
-                        {"<plist><array/></plist>", couldNotLoad, "not a dictionary"}};
+                        {"<plist><array/></plist>", couldNotLoad, "does not hold a dictionary"}};
   const std::string path = device.path("resources/AccountTypesProperties.plist");
   for (const auto& [contents, message, cause] : cases) {
     if (contents != nullptr) device.writeFile(path, contents);

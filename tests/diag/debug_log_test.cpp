@@ -1,4 +1,4 @@
-#include "diag/debug_log.h"
+#include "roster/diag/debug_log.h"
 
 #include <array>
 

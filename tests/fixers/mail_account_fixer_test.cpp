@@ -1,4 +1,4 @@
-#include "fixers/mail_account_fixer.h"
+#include "roster/fixers/mail_account_fixer.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +12,7 @@ using Lines = std::vector<std::string>;
 
 class MailAccountFixer : public ::testing::Test {
  protected:
-  static std::shared_ptr<BasicAccount> account(const char* type, const char* accountClass,
-                                               const Value& path) {
+  static AccountPtr account(const char* type, const char* accountClass, const Value& path) {
     return BasicAccount::accountWithProperties(
         {{"Type", type}, {"Class", accountClass}, {"Identifier", "1"}, {"AccountPath", path}});
   }

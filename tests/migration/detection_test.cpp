@@ -1,4 +1,4 @@
-#include "platform/assertion.h"
+#include "roster/platform/assertion.h"
 #include "tests/migration/migration_test.h"
 
 namespace roster::testing {

@@ -6,8 +6,7 @@
 
 #include <filesystem>
 
-#include "migration/migration.h"
-#include "migration/migration_paths.h"
+#include "roster/migration/migration.h"
 #include "tests/store/store_test.h"
 #include "tests/support/own_process.h"
 

@@ -1,5 +1,3 @@
-#include "migration/sync_daemon.h"
-
 #include <dlfcn.h>
 #include <sys/prctl.h>
 #include <systemd/sd-event.h>
@@ -7,9 +5,10 @@
 #include <chrono>
 #include <csignal>
 
-#include "platform/assertion.h"
-#include "platform/resources.h"
-#include "platform/web_engine.h"
+#include "roster/migration/migration.h"
+#include "roster/platform/assertion.h"
+#include "roster/platform/event_loop.h"
+#include "roster/platform/resources.h"
 #include "tests/migration/migration_test.h"
 #include "tests/support/private_bus.h"
 
@@ -134,7 +133,7 @@ TEST_F(MigrationDaemonTest, LeavesTheWebEnginesLockAsItWasThoughTheEventLoopLets
   const auto release = reinterpret_cast<void (*)()>(dlsym(engine, "webEngineReleaseThreadLock"));
   for (const bool wasHeld : {false, true}) {
     const pid_t daemon = startDaemon();
-    if (wasHeld) takeWebEngineThreadLock();
+    ASSERT_TRUE(!wasHeld || takeWebEngineThreadLock());
     later([&] {
       release();
       EXPECT_FALSE(*isWebEngineThreadLockHeld());

@@ -1,4 +1,4 @@
-#include "notify/change_detection.h"
+#include "roster/notify/change_detection.h"
 
 #include <gtest/gtest.h>
 

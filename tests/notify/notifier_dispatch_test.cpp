@@ -1,4 +1,4 @@
-#include "notify/notifier_dispatch.h"
+#include "roster/notify/notifier_dispatch.h"
 
 #include "tests/store/store_test.h"
 #include "tests/support/creators_table.h"
@@ -86,11 +86,11 @@ TEST_F(NotifierTest, HearOnceOfASaveWhatConcernsThem) {
   registerListener("B");
   device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", accounts}});
   String rejected;
-  const auto store = CustomStore::load({ScriptedFixer([&](const Account& each) {
+  const auto store = CustomStore::load({ScriptedFixer([&](const AccountPtr& each) {
     return each->identifier() == rejected ? FixResult::unrepairable : FixResult::nothingDone;
   })});
   EXPECT_EQ(save(store), Lines());
-  const Account a = store->accountWithIdentifier("a");
+  const AccountPtr a = store->accountWithIdentifier("a");
   a->setEnabledForDataclass(false, dataclass("Contacts"));
   EXPECT_EQ(save(store), (Lines{"A; 1 T a [Mail Contacts]", "B; 1 T a [Mail Contacts]"}));
   EXPECT_EQ(save(store), Lines()) << "a change is told once";
@@ -112,8 +112,8 @@ TEST_F(NotifierTest, HearTogetherOfAllThatWasSavedSilentlyOrNotAtAll) {
   writeCreators({{"T", array(notifier("A", "Mail Notes"))}});
   registerListener("A");
   const Store store = storeOf(array(account("a", "Mail"), account("b", "Mail")));
-  const Account a = store->accountWithIdentifier("a");
-  const Account b = store->accountWithIdentifier("b");
+  const AccountPtr a = store->accountWithIdentifier("a");
+  const AccountPtr b = store->accountWithIdentifier("b");
   AccountsManager::_setShouldSkipNotifications(true);
   b->setDisplayName("silent");
   EXPECT_EQ(save(store), Lines());
@@ -137,7 +137,7 @@ TEST_F(NotifierTest, AreToldWhateverTheOthersDo) {
                              notifier("Z", "Mail"))}});
   const Dictionary unlisted{{"Type", "Unlisted"}, {"Enabled Dataclasses", dataclassArray("Mail")}};
   const Store store = storeOf(array(stored("u", unlisted), account("a", "Mail")));
-  const Account a = store->accountWithIdentifier("a");
+  const AccountPtr a = store->accountWithIdentifier("a");
   a->setDisplayName("new");
   EXPECT_EQ(save(store), Lines{"Z; 1 T a [Mail]"});
   AccountsManager::accountWillChangeForDataclass(a, dataclass("Mail"));
@@ -173,7 +173,7 @@ TEST_F(NotifierTest, HearOnlyOfWhatAnAccountSaves) {
   writeCreators({{"T", array(notifier("A", "Mail"))}});
   registerListener("A");
   const Store store = AccountsManager::init();
-  const Account secretive = SecretiveAccount::accountWithProperties(account("a", "Mail"));
+  const AccountPtr secretive = SecretiveAccount::accountWithProperties(account("a", "Mail"));
   secretive->setAccountPropertyForKey("1", "Secret");
   store->insertAccount(secretive);
   EXPECT_EQ(save(store), Lines{"A; 0 T a []"});

@@ -1,4 +1,4 @@
-#include "platform/device.h"
+#include "roster/platform/device.h"
 
 #include <gtest/gtest.h>
 

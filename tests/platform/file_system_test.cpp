@@ -1,4 +1,4 @@
-#include "platform/file_system.h"
+#include "roster/platform/file_system.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -6,9 +6,10 @@
 
 #include <filesystem>
 
-#include "platform/limits.h"
-#include "platform/linux/file_calls.h"
+#include "roster/base/limits.h"
+#include "roster/platform/linux/file_calls.h"
 #include "tests/support/temporary_device.h"
+#include "tests/support/values.h"
 
 namespace roster::testing {
 namespace {
@@ -57,8 +58,11 @@ class FileSystem : public ::testing::Test {
   FileSystem() { fs::create_directory(folder_); }
 
   std::string in(std::string_view name) const { return joinPath(folder_, name); }
-  static std::string contents(const std::string& path) { return std::string(readFile(path).bytes.text()); }
-  static std::optional<Error> replace(const std::string& path, std::string_view text) {
+  static std::string contents(const std::string& path) {
+    const Result<Bytes> file = readFile(path);
+    return file ? std::string(file->text()) : "";
+  }
+  static Result<> replace(const std::string& path, std::string_view text) {
     return replaceFile(path, std::as_bytes(std::span(text)));
   }
   static unsigned modeOf(const std::string& path) {
@@ -74,14 +78,14 @@ TEST_F(FileSystem, ReplacesWhatALinkStandsForAndKeepsItsModeOrMakesItsFolders) {
   fs::create_symlink("d/f", in("link"));
   fs::create_symlink(in("link"), in("link to link"));
   fs::create_symlink("loop", in("loop"));
-  ASSERT_FALSE(replace(in("link to link"), "new"));
+  ASSERT_TRUE(replace(in("link to link"), "new"));
   EXPECT_TRUE(fs::is_symlink(in("link")) && fs::is_symlink(in("link to link")));
   EXPECT_EQ(contents(in("d/f")), "new");
   EXPECT_EQ(modeOf(in("d/f")), 0640U);
-  EXPECT_EQ(replace(in("loop"), "x")->message,
+  EXPECT_EQ(errorOf(replace(in("loop"), "x")),
             "could not follow the link " + in("loop") + ": Too many levels of symbolic links");
   fs::create_symlink("a/b//c/f", in("dangling"));
-  ASSERT_FALSE(replace(in("dangling"), ""));
+  ASSERT_TRUE(replace(in("dangling"), ""));
   EXPECT_TRUE(fs::is_empty(in("a/b/c/f")));
   EXPECT_EQ(modeOf(in("a/b/c/f")), 0600U);
 }
@@ -107,13 +111,15 @@ TEST_F(FileSystem, LeavesTheOldFileWholeWhicheverStepFailsAndSurvivesInterruptio
       device_.writeFile(in("f"), "old");
       callsUntilFailure = step;
       failure = number;
-      const std::optional<Error> error = replace(in("f"), "latest");
-      ASSERT_EQ(error.has_value(), number == ENOSPC) << action;
-      EXPECT_EQ(contents(in("f")), error && action != "sync the folder" ? "old" : "latest") << action;
+      const Result<> replaced = replace(in("f"), "latest");
+      ASSERT_EQ(!replaced, number == ENOSPC) << action;
+      EXPECT_EQ(contents(in("f")), !replaced && action != "sync the folder" ? "old" : "latest") << action;
       EXPECT_EQ(device_.fileNames(folder_), std::vector<std::string>{"f"}) << action;
-      if (!error) continue;
-      EXPECT_TRUE(error->message.starts_with("could not " + action + " " + folder_)) << error->message;
-      EXPECT_TRUE(error->message.ends_with(": No space left on device")) << error->message;
+      if (replaced) continue;
+      EXPECT_EQ(replaced.error().code, std::errc::no_space_on_device);
+      const std::string text = errorOf(replaced);
+      EXPECT_TRUE(text.starts_with("could not " + action + " " + folder_)) << text;
+      EXPECT_TRUE(text.ends_with(": No space left on device")) << text;
     }
   }
 }
@@ -135,7 +141,7 @@ TEST_F(FileSystem, NeverWidensAccessWhenTheOwnerCannotBeKept) {
     fs::permissions(in("f"), fs::perms{0640});
     failures = count;
     failure = number;
-    EXPECT_EQ(replace(in("f"), "new").has_value(), failure == EIO);
+    EXPECT_EQ(!replace(in("f"), "new"), failure == EIO);
     EXPECT_EQ(modeOf(in("f")), mode);
   }
 }
@@ -146,20 +152,21 @@ TEST_F(FileSystem, SaysWhatCannotBeReplacedOrRead) {
   device_.writeFile(in("large"), "");
   fs::resize_file(in("large"), limits::maximumFileSize + 1);
   for (const char* name : {"d", "pipe"})
-    EXPECT_EQ(replace(in(name), "")->message, "could not write " + in(name) + ": it is not a regular file");
-  EXPECT_EQ(replace(in("d/"), "")->message, "could not write " + in("d/") + ": it does not name a file");
-  EXPECT_EQ(replace(in("large/x"), "")->message,
+    EXPECT_EQ(errorOf(replace(in(name), "")), "could not write " + in(name) + ": it is not a regular file");
+  EXPECT_EQ(errorOf(replace(in("d/"), "")), "could not write " + in("d/") + ": it does not name a file");
+  EXPECT_EQ(errorOf(replace(in("large/x"), "")),
             "could not open the folder " + in("large") + ": Not a directory");
-  using Status = FileContents::Status;
-  const std::tuple<const char*, Status, const char*, const char*> cases[] = {
-      {"none", Status::missing, "open", "No such file or directory"},
-      {"large/none", Status::missing, "open", "Not a directory"},
-      {"pipe", Status::unreadable, "read", "it is not a regular file"},
-      {"large", Status::unreadable, "read", "it is too large"},
+  const std::tuple<const char*, bool, const char*, const char*> cases[] = {
+      {"none", true, "open", "No such file or directory"},
+      {"large/none", true, "open", "Not a directory"},
+      {"pipe", false, "read", "it is not a regular file"},
+      {"large", false, "read", "it is too large"},
   };
-  for (const auto& [name, status, action, reason] : cases) {
-    EXPECT_EQ(readFile(in(name)).status, status) << name;
-    EXPECT_EQ(readFile(in(name)).error, formatted("could not %s %s: %s", action, in(name), reason));
+  for (const auto& [name, isMissing, action, reason] : cases) {
+    const Result<Bytes> file = readFile(in(name));
+    ASSERT_FALSE(file) << name;
+    EXPECT_EQ(isMissingFile(file.error()), isMissing) << name;
+    EXPECT_EQ(file.error().message, formatted("could not %s %s: %s", action, in(name), reason));
   }
 }
 
@@ -184,10 +191,10 @@ TEST_F(FileSystem, ReadsAFileThatChangesItsSizeMeanwhileInSpiteOfInterruptions) 
 
 TEST_F(FileSystem, KeepsAFileUnderASecondName) {
   fs::permissions(device_.writeFile("files/f", "old"), fs::perms{0640});
-  EXPECT_FALSE(keepFileAs(in("f"), in("linked")));
-  ASSERT_FALSE(replace(in("f"), "new"));
+  EXPECT_TRUE(keepFileAs(in("f"), in("linked")));
+  ASSERT_TRUE(replace(in("f"), "new"));
   EXPECT_EQ(contents(in("linked")), "old");
-  EXPECT_EQ(keepFileAs(in("f"), in("linked"))->message,
+  EXPECT_EQ(errorOf(keepFileAs(in("f"), in("linked"))),
             "could not keep " + in("f") + " as " + in("linked") + ": File exists");
 
   const FileCallsOverride override(scriptedCalls());
@@ -195,13 +202,13 @@ TEST_F(FileSystem, KeepsAFileUnderASecondName) {
   // The fifth call closes the file that was read, which no longer matters.
   for (const int step : {1, 2, 3, 4, 6, 7, 8, 9, 10, 11, 12}) {
     callsUntilFailure = step;
-    EXPECT_TRUE(keepFileAs(in("f"), in("copied"))) << step;
+    EXPECT_FALSE(keepFileAs(in("f"), in("copied"))) << step;
     EXPECT_FALSE(fileExists(in("copied"))) << step;
   }
-  EXPECT_FALSE(keepFileAs(in("f"), in("copied")));
+  EXPECT_TRUE(keepFileAs(in("f"), in("copied")));
   EXPECT_EQ(contents(in("copied")), "new");
   EXPECT_EQ(modeOf(in("copied")), 0640U);
-  EXPECT_TRUE(keepFileAs(in("f"), in("copied"))) << "a copy overwrote a file";
+  EXPECT_FALSE(keepFileAs(in("f"), in("copied"))) << "a copy overwrote a file";
 }
 
 }  // namespace

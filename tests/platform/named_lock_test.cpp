@@ -1,4 +1,4 @@
-#include "platform/named_lock.h"
+#include "roster/platform/named_lock.h"
 
 #include <sys/stat.h>
 
@@ -13,12 +13,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// A lock is held by an object, and not by whoever remembers to unlock it.
+template <class Lock>
+concept Lockable = requires(Lock lock) {
+  lock.lock();
+};
+static_assert(!Lockable<NamedLock>);
+
 class NamedLockTest : public ::testing::Test {
  protected:
-  static bool takeAndFree() {
-    const Result<std::shared_ptr<NamedLock>> lock = openNamedLock("Turn");
-    return lock && !(*lock)->lock();
-  }
+  static bool takeAndFree() { return bool(takeNamedLock("Turn")); }
   TemporaryDevice device;
   const std::string path = device.path("tmp/Turn");
 };
@@ -26,13 +30,13 @@ class NamedLockTest : public ::testing::Test {
 TEST_F(NamedLockTest, IsHeldByOneThreadAtATime) {
   std::atomic<int> inside = 0;
   const auto takeTurns = [&] {
-    const std::shared_ptr<NamedLock> lock = *openNamedLock("Turn");
     for (int turn = 0; turn < 1000; ++turn) {
-      EXPECT_FALSE(lock->lock());
+      const Result<std::shared_ptr<NamedLock>> lock = takeNamedLock("Turn");
+      EXPECT_TRUE(lock);
       EXPECT_EQ(++inside, 1);
       std::this_thread::yield();
       --inside;
-      lock->unlock();
+      if (turn % 2 == 0) (*lock)->release();
     }
   };
   const std::jthread one(takeTurns);
@@ -57,13 +61,14 @@ TEST_F(NamedLockTest, IsMadeAlsoWhereAnEarlierProcessOfTheSameIdentifierDiedMaki
 
 TEST_F(NamedLockTest, IsNeverAnythingButARegularFile) {
   fs::create_directories(path);
-  EXPECT_EQ(openNamedLock("Turn").error(), "could not use " + path + ": it is not a regular file");
+  EXPECT_EQ(takeNamedLock("Turn").error().message, "could not use " + path + ": it is not a regular file");
   fs::remove(path);
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  EXPECT_EQ(openNamedLock("Turn").error(), "could not use " + path + ": it is not a regular file");
+  EXPECT_EQ(takeNamedLock("Turn").error().message, "could not use " + path + ": it is not a regular file");
   fs::remove(path);
   fs::create_symlink(device.writeFile("target", ""), path);
-  EXPECT_EQ(openNamedLock("Turn").error(), "could not open " + path + ": Too many levels of symbolic links");
+  EXPECT_EQ(takeNamedLock("Turn").error().message,
+            "could not open " + path + ": Too many levels of symbolic links");
 }
 
 }  // namespace

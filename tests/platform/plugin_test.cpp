@@ -1,8 +1,9 @@
-#include "platform/plugin.h"
+#include "roster/platform/plugin.h"
 
 #include <filesystem>
 
 #include "tests/support/creators_table.h"
+#include "tests/support/values.h"
 
 namespace roster::testing {
 namespace {
@@ -11,7 +12,7 @@ class PluginTest : public OwnProcessTest {
  protected:
   /// The error without the path that it begins with.
   static std::string failureOf(const std::string& path) {
-    const std::string text = loadPlugin(path).value_or(Error{"none"}).message;
+    const std::string text = errorOf(loadPlugin(path));
     return text.starts_with(path + ": ") ? text.substr(path.size() + 2) : text;
   }
 };

@@ -1,4 +1,4 @@
-#include "platform/process_table.h"
+#include "roster/platform/process_table.h"
 
 #include <sys/prctl.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 std::string nameOf(std::int32_t identifier) {
   const Result<std::vector<Process>> processes = processTable();
-  if (!processes) return processes.error();
+  if (!processes) return processes.error().message;
   for (const Process& process : *processes) {
     if (process.identifier == identifier) return process.name;
   }
@@ -45,9 +45,7 @@ TEST(ProcessTable, HoldsProcessesByTheirNamesWhateverTheseContain) {
 
 TEST(ProcessTable, KillsAProcessOnlyUnderItsOwnNameAndHoldsItNoMoreThoughNobodyReapsIt) {
   const pid_t process = startStopped([] { prctl(PR_SET_NAME, "victim"); });
-  const auto failure = [&](std::string_view name) {
-    return killProcess(process, name).value_or(Error{"none"}).message;
-  };
+  const auto failure = [&](std::string_view name) { return errorOf(killProcess(process, name)); };
   EXPECT_EQ(failure("vic"), formatted("could not kill the process %d (vic): it is gone", process));
   EXPECT_EQ(failure("victim"), "none");
   siginfo_t info{};

@@ -1,14 +1,14 @@
-#include "platform/system_log.h"
+#include "roster/platform/system_log.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <thread>
 
-#include "platform/assertion.h"
-#include "platform/date_text.h"
-#include "platform/limits.h"
-#include "platform/value_description.h"
+#include "roster/base/limits.h"
+#include "roster/platform/assertion.h"
+#include "roster/value/date_text.h"
+#include "roster/value/value_description.h"
 #include "tests/support/temporary_device.h"
 #include "tests/support/values.h"
 

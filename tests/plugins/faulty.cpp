@@ -1,7 +1,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "platform/plugin.h"
+#include "roster/platform/plugin.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
-#include "account/basic_account.h"
-#include "notify/account_notifier.h"
-#include "platform/plugin.h"
-#include "platform/system_log.h"
+#include "roster/account/basic_account.h"
+#include "roster/notify/account_notifier.h"
+#include "roster/platform/plugin.h"
+#include "roster/platform/system_log.h"
 
 using namespace roster;
 

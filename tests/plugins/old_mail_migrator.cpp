@@ -3,12 +3,11 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "migration/account_migrator.h"
-#include "migration/migration_paths.h"
-#include "platform/device.h"
-#include "platform/plugin.h"
-#include "platform/property_list.h"
-#include "store/accounts_manager.h"
+#include "roster/migration/migration.h"
+#include "roster/platform/device.h"
+#include "roster/platform/plugin.h"
+#include "roster/platform/property_list_file.h"
+#include "roster/store/accounts_manager.h"
 
 using namespace roster;
 
@@ -32,7 +31,8 @@ class OldMailMigrator : public AccountMigrationProtocol {
     if (wanted == "throw") throw std::runtime_error("the list\nis odd");
     if (wanted == "stop") static_cast<void>(raise(SIGSTOP));
     const std::shared_ptr<AccountsManager> store = AccountsManager::initInsideOfMigration();
-    const auto list = readPropertyListFile(mailAccountsPath()).value.dictionary().value_or(Dictionary());
+    const Result<Dictionary> read = readDictionaryFile(mailAccountsPath());
+    const Dictionary list = read ? *read : Dictionary();
     const Array accounts = list.find("MailAccounts").array().value_or(Array());
     for (const Value& element : accounts) {
       const Dictionary old = element.dictionary().value_or(Dictionary());

@@ -1,4 +1,4 @@
-#include "platform/plugin.h"
+#include "roster/platform/plugin.h"
 
 extern "C" void rosterTestNobodyDefinesThis();
 

@@ -1,7 +1,7 @@
 // Gives every account of the device the same display name and saves once: rename_accounts NAME.
 #include <cstdio>
 
-#include "store/accounts_manager.h"
+#include "roster/store/accounts_manager.h"
 
 int main(int count, char** arguments) {
   if (count != 2) return 2;

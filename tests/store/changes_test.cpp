@@ -16,14 +16,14 @@ class ChangesTest : public StoreTest {
   }
   std::string all() const { return identifiers(*store->allBasicAccounts()); }
   std::string indexedChildren() const {
-    const std::vector<Account> records = store->allBasicSyncableAccounts();
+    const std::vector<AccountPtr> records = store->allBasicSyncableAccounts();
     return identifiers(std::span(records).subspan(store->count()));
   }
   /// The accounts, the indexed children, and the accounts found by identifier.
   std::string state() const {
-    std::vector<Account> found;
+    std::vector<AccountPtr> found;
     for (const char* identifier : {"a", "b", "c", "n", "a1", "b1", "n1"}) {
-      if (const Account account = store->accountWithIdentifier(identifier)) found.push_back(account);
+      if (const AccountPtr account = store->accountWithIdentifier(identifier)) found.push_back(account);
     }
     return all() + " | " + indexedChildren() + " | " + identifiers(found);
   }
@@ -59,7 +59,7 @@ TEST_F(ChangesTest, ReachTheAccountsTheirChildrenAndTheIndexes) {
 
 TEST_F(ChangesTest, OfOneOfTwinsUpdateBothButDeleteTheHigherOne) {
   store = storeOf(array(stored("a"), stored("b"), parentOf("a", array(stored("a1")))));
-  const Account lower = store->allBasicAccounts()->at(0);
+  const AccountPtr lower = store->allBasicAccounts()->at(0);
   store->deleteAccount(record("a"));
   EXPECT_EQ(store->allBasicAccounts()->at(0), lower);
   EXPECT_EQ(state(), "a b |  | b");
@@ -74,8 +74,8 @@ TEST_F(ChangesTest, OfOneOfTwinsUpdateBothButDeleteTheHigherOne) {
 TEST_F(ChangesTest, AddAChildUncheckedAndRemoveEveryOneWithTheIdentifierThatCanBeRead) {
   const Value rejected = stored("n", {{"Type", "Pigeon"}});
   store = storeOf(array(parentOf("p", array(stored("n"), stored("y"), rejected, "text")), stored("q")));
-  const Account parent = store->accountWithIdentifier("p");
-  const Account child = record("n");
+  const AccountPtr parent = store->accountWithIdentifier("p");
+  const AccountPtr child = record("n");
   store->addChildToAccount(child, parent);
   store->addChildToAccount(child, nullptr);
   child->setAccountPropertyForKey("later", "DisplayName");
@@ -101,7 +101,7 @@ TEST_F(ChangesTest, AChangeDuringAWalkOverTheAccountsEndsTheWalk) {
   };
   for (const auto& change : changes) {
     const auto walk = [&] {
-      for (const Account& account : *store->allBasicAccounts()) {
+      for (const AccountPtr& account : *store->allBasicAccounts()) {
         if (account) change();
       }
     };
@@ -111,7 +111,7 @@ TEST_F(ChangesTest, AChangeDuringAWalkOverTheAccountsEndsTheWalk) {
 }
 
 TEST_F(ChangesTest, RecordsThatLostTheirIdentifierDisturbNobody) {
-  const Account nameless = record("n");
+  const AccountPtr nameless = record("n");
   nameless->removeAccountPropertyForKey("Identifier");
   store->insertAccount(record(""));
   store->insertAccount(nameless);
@@ -128,7 +128,7 @@ TEST_F(ChangesTest, RecordsThatLostTheirIdentifierDisturbNobody) {
 TEST_F(ChangesTest, MovingManyChildrenGoesThroughAParentsChildrenOnlyAFewTimes) {
   const Value rejected = stored("rejected", {{"Type", "Pigeon"}});  // each look at it leaves a line
   std::vector<Value> old = {rejected};
-  std::vector<Account> given = {record("p", {{"ChildAccounts", array(rejected)}})};
+  std::vector<AccountPtr> given = {record("p", {{"ChildAccounts", array(rejected)}})};
   for (int i = 0; i < 100; ++i) {
     old.push_back(stored("child" + std::to_string(i)));
     given.push_back(record("child" + std::to_string(i)));

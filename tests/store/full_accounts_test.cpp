@@ -9,7 +9,7 @@ Dictionary of(std::string_view type, std::string_view identifier, const Value& c
 }
 /// The identifiers of full accounts that are the records themselves.
 std::string names(const std::vector<AccountsManager::FullAccount>& accounts) {
-  std::vector<Account> records;
+  std::vector<AccountPtr> records;
   for (const auto& account : accounts) records.push_back(std::dynamic_pointer_cast<BasicAccount>(account));
   return identifiers(records);
 }
@@ -17,12 +17,12 @@ std::string names(const std::vector<AccountsManager::FullAccount>& accounts) {
 class FullAccountsTest : public CreatorsTableTest {
  protected:
   FullAccountsTest() {
-    const auto none = [](const Account&) { return nullptr; };
-    const auto meddle = [this](const Account& account) {
+    const auto none = [](const AccountPtr&) { return nullptr; };
+    const auto meddle = [this](const AccountPtr& account) {
       store->insertAccount(record("inserted", {{"Type", "V"}}));
       return account;
     };
-    const auto adopt = [this](const Account& account) {
+    const auto adopt = [this](const AccountPtr& account) {
       store->addChildToAccount(record("adopted", {{"Type", "U"}}), store->accountWithIdentifier("q"));
       return account;
     };

@@ -1,6 +1,6 @@
 #include <filesystem>
 
-#include "platform/linux/file_calls.h"
+#include "roster/platform/linux/file_calls.h"
 #include "tests/store/store_test.h"
 #include "tests/support/binary_assembler.h"
 

@@ -49,7 +49,7 @@ TEST_F(LoadingTest, IndexesReadableChildrenOneLevelDeepAndLeavesTheOthersInTheir
   const Store store = AccountsManager::init();
   const std::string ignoring = "Ignoring unknown child account with properties %@";
   EXPECT_EQ(log.lines(), (Lines{classLine, formatted(ignoring, rejected), formatted(ignoring, "text")}));
-  const std::vector<Account> all = store->allBasicSyncableAccounts();
+  const std::vector<AccountPtr> all = store->allBasicSyncableAccounts();
   ASSERT_EQ(all.size(), 4U);
   EXPECT_EQ(all[2]->identifier(), "c1");
   EXPECT_EQ(all[2]->parentAccount(), all[0]);
@@ -65,7 +65,7 @@ TEST_F(LoadingTest, AsksEveryFixerAndDropsWhatCannotBeRepaired) {
   writeRegistry(stored("a"), stored("b", {{"ChildAccounts", array(stored("c"))}}), stored("d"));
   Lines calls;
   const Store store = CustomStore::load({ScriptedFixer(
-      [](const Account& account) {
+      [](const AccountPtr& account) {
         if (account->identifier() == "b") return FixResult::unrepairable;
         if (account->identifier() != "d") return FixResult::nothingDone;
         account->setAccountPropertyForKey("new", "DisplayName");
@@ -74,15 +74,15 @@ TEST_F(LoadingTest, AsksEveryFixerAndDropsWhatCannotBeRepaired) {
       &calls)});
   EXPECT_EQ(calls, (Lines{"loading accounts a", "loading accounts b", "loading accounts d", "not saved"}));
   EXPECT_EQ(identifiers(store->allBasicSyncableAccounts()), "a d");
-  const Account repaired = store->accountWithIdentifier("d");
+  const AccountPtr repaired = store->accountWithIdentifier("d");
   EXPECT_EQ(repaired->displayName(), "new");
   EXPECT_EQ(repaired->originalProperties(), stored("d")) << "the next save has to write the repair";
 }
 
 TEST_F(LoadingTest, EntersARecordOnceForEachFixerThatLetsItPass) {
   writeRegistry(stored("a"), stored("b"));
-  const ScriptedFixer pass([](const Account&) { return FixResult::nothingDone; });
-  const ScriptedFixer drop([](const Account&) { return FixResult::unrepairable; });
+  const ScriptedFixer pass([](const AccountPtr&) { return FixResult::nothingDone; });
+  const ScriptedFixer drop([](const AccountPtr&) { return FixResult::unrepairable; });
   EXPECT_EQ(identifiers(*CustomStore::load({})->allBasicAccounts()), "");
   EXPECT_EQ(identifiers(*CustomStore::load({pass, drop, pass})->allBasicAccounts()), "a a b b");
 }

@@ -1,4 +1,4 @@
-#include "store/merge.h"
+#include "roster/store/merge.h"
 
 #include <gtest/gtest.h>
 

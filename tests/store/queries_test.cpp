@@ -13,7 +13,7 @@ class QueriesTest : public StoreTest {
 };
 
 TEST_F(QueriesTest, FindAChildsParentButTheChildItselfByItsSyncIdentifier) {
-  const Account parent = store->allBasicAccounts()->at(0);
+  const AccountPtr parent = store->allBasicAccounts()->at(0);
   EXPECT_EQ(store->accountWithIdentifier("p"), parent);
   EXPECT_EQ(store->accountWithIdentifier("c"), parent);
   EXPECT_EQ(store->syncableAccountWithSyncIdentifier("sync c")->identifier(), "c");

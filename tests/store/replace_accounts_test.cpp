@@ -10,54 +10,54 @@ namespace {
 // Replacing many accounts and children at once, against the same done one step after the other. Every record
 // has a tag of its own to be known by.
 
-std::string tagOf(const Account& account) {
+std::string tagOf(const AccountPtr& account) {
   return account ? account->properties().find("Tag").string().str() : "nobody";
 }
-std::vector<Value> childrenOf(const Account& account) {
+std::vector<Value> childrenOf(const AccountPtr& account) {
   const auto span = account->properties().find("ChildAccounts").array().value_or(Array());
   return {span.begin(), span.end()};
 }
-std::string childTags(const Account& account) {
+std::string childTags(const AccountPtr& account) {
   std::string tags = account->properties().contains("ChildAccounts") ? "" : "none";
   for (const Value& child : childrenOf(account)) tags += child.dictionary()->find("Tag").string().str() + ",";
   return tags;
 }
 
 struct PlainStore {
-  std::vector<Account> ordered{};
-  std::map<std::string, Account> byID{};
-  std::map<std::string, Account> children{};
+  std::vector<AccountPtr> ordered{};
+  std::map<std::string, AccountPtr> byID{};
+  std::map<std::string, AccountPtr> children{};
 
   std::string formerParent(const std::string& id) const {
     return children.contains(id) ? children.at(id)->parentAccountIdentifier().str() : "";
   }
-  Account find(const std::string& id) const {
+  AccountPtr find(const std::string& id) const {
     const std::string& key = byID.contains(id) ? id : formerParent(id);
     return byID.contains(key) ? byID.at(key) : nullptr;
   }
-  void removeChildrenOf(const Account& parent) {
+  void removeChildrenOf(const AccountPtr& parent) {
     std::erase_if(children, [&](const auto& child) {
       return formerParent(child.first) == parent->identifier().view();
     });
   }
-  void loadChildren(const Account& parent) {
+  void loadChildren(const AccountPtr& parent) {
     removeChildrenOf(parent);
     for (const Value& properties : childrenOf(parent)) {
-      const Account child = BasicAccount::accountWithProperties(*properties.dictionary());
+      const AccountPtr child = BasicAccount::accountWithProperties(*properties.dictionary());
       child->setParentAccount(parent);
       children[child->identifier().str()] = child;
     }
   }
-  void add(const Account& account) {
+  void add(const AccountPtr& account) {
     ordered.push_back(account);
     byID[account->identifier().str()] = account;
     loadChildren(account);
   }
-  void move(const Account& child, const Account& parent) {
+  void move(const AccountPtr& child, const AccountPtr& parent) {
     const std::string id = child->identifier().str();
     const std::string former = formerParent(id);
     const bool isAtHome = parent && parent->identifier().view() == former;
-    if (const Account left = isAtHome ? parent : former.empty() ? nullptr : find(former)) {
+    if (const AccountPtr left = isAtHome ? parent : former.empty() ? nullptr : find(former)) {
       std::vector<Value> list = childrenOf(left);
       std::erase_if(list,
                     [&](const Value& each) { return each.dictionary()->find("Identifier") == Value(id); });
@@ -72,12 +72,12 @@ struct PlainStore {
     loadChildren(parent);
   }
 
-  void replace(const std::set<std::string>& types, const std::vector<Account>& given) {
-    std::map<std::string, Account> givenByID, newByID;
-    for (const Account& account : given) givenByID[account->identifier().str()] = account;
-    std::vector<Account> left = given;
+  void replace(const std::set<std::string>& types, const std::vector<AccountPtr>& given) {
+    std::map<std::string, AccountPtr> givenByID, newByID;
+    for (const AccountPtr& account : given) givenByID[account->identifier().str()] = account;
+    std::vector<AccountPtr> left = given;
     for (std::size_t i = ordered.size(); i-- > 0;) {
-      const Account old = ordered[i];
+      const AccountPtr old = ordered[i];
       const std::string id = old->identifier().str();
       if (givenByID.contains(id)) {
         ordered[i] = newByID[id] = givenByID[id];
@@ -90,7 +90,7 @@ struct PlainStore {
         newByID[id] = old;
       }
     }
-    for (const Account& account : left) {
+    for (const AccountPtr& account : left) {
       const String parentID = account->parentAccountIdentifier();
       if (!parentID.isNil()) {
         move(account, newByID.contains(parentID.str()) ? newByID[parentID.str()] : nullptr);
@@ -109,7 +109,7 @@ struct PlainStore {
 struct Description {
   std::string tag, id, type, children, parentID{};
 
-  Account make() const {
+  AccountPtr make() const {
     std::vector<Value> elements;
     for (const char child : children)
       elements.emplace_back(stored(std::string(1, child), {{"Tag", tag + child}}));
@@ -133,15 +133,16 @@ const std::vector<Description> candidates = {
     {"B>A", "B", "CalDAV", "x", "A"}, {"ownB>A", "B", "", "-", "A"},    {"z>B", "z", "CalDAV", "-", "B"},
 };
 
-std::vector<Account> recordsFor(const std::vector<Account>& own, const std::vector<std::size_t>& given) {
-  std::map<std::size_t, Account> made;
-  std::vector<Account> records;
+std::vector<AccountPtr> recordsFor(const std::vector<AccountPtr>& own,
+                                   const std::vector<std::size_t>& given) {
+  std::map<std::size_t, AccountPtr> made;
+  std::vector<AccountPtr> records;
   for (const std::size_t candidate : given) {
     const Description& description = candidates[candidate];
-    Account& account = made[candidate];
+    AccountPtr& account = made[candidate];
     if (!account) {
       account = description.make();
-      for (const Account& each : own) {
+      for (const AccountPtr& each : own) {
         if (description.type.empty() && each->identifier().view() == description.id) account = each;
       }
       if (!description.parentID.empty()) account->setParentAccount(record(description.parentID));
@@ -152,9 +153,9 @@ std::vector<Account> recordsFor(const std::vector<Account>& own, const std::vect
 }
 
 /// All that can be seen of a store, and the children of all records that ever met it.
-std::string state(const std::vector<Account>& all, std::size_t count,
-                  const std::function<Account(const char*)>& find,
-                  const std::vector<std::vector<Account>>& records) {
+std::string state(const std::vector<AccountPtr>& all, std::size_t count,
+                  const std::function<AccountPtr(const char*)>& find,
+                  const std::vector<std::vector<AccountPtr>>& records) {
   std::string text;
   for (std::size_t i = 0; i < count; ++i) text += tagOf(all[i]) + " ";
   std::map<std::string, std::string> children;
@@ -165,7 +166,7 @@ std::string state(const std::vector<Account>& all, std::size_t count,
   for (const auto& [id, child] : children) text += id + "=" + child + " ";
   for (const char* id : {"A", "B", "N", "x", "y", "z"}) text += tagOf(find(id)) + " ";
   for (const auto& list : records) {
-    for (const Account& account : list) text += childTags(account) + ";";
+    for (const AccountPtr& account : list) text += childTags(account) + ";";
   }
   return text;
 }
@@ -180,14 +181,14 @@ std::string state(const std::vector<Account>& all, std::size_t count,
   }
   const Store real = storeOf(Array(std::move(info)));
   const auto span = real->allBasicAccounts()->span();
-  const std::vector<Account> own(span.begin(), span.end());
-  const std::vector<Account> plainOwn = plain.ordered;
-  const std::vector<Account> accounts = recordsFor(own, given);
-  const std::vector<Account> plainAccounts = recordsFor(plainOwn, given);
+  const std::vector<AccountPtr> own(span.begin(), span.end());
+  const std::vector<AccountPtr> plainOwn = plain.ordered;
+  const std::vector<AccountPtr> accounts = recordsFor(own, given);
+  const std::vector<AccountPtr> plainAccounts = recordsFor(plainOwn, given);
   real->replaceAccountsWithTypesWithAccounts(TypeSet(types), accounts);
   plain.replace(types, plainAccounts);
 
-  std::vector<Account> plainAll = plain.ordered;
+  std::vector<AccountPtr> plainAll = plain.ordered;
   for (const auto& child : plain.children) plainAll.push_back(child.second);
   const std::string is =
       state(real->allBasicSyncableAccounts(), real->count(),

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "platform/linux/file_calls.h"
+#include "roster/platform/linux/file_calls.h"
 #include "tests/store/store_test.h"
 
 namespace roster::testing {
@@ -101,7 +101,7 @@ TEST_F(SavingTest, StillWritesWhatAFixerRejectsButFindsItNoMore) {
   writeRegistry(stored("a"), stored("b", {{"ChildAccounts", array(stored("b1"))}}), stored("c"));
   bool isLoading = true;
   Lines calls;
-  const auto fix = [&](const Account& account) {
+  const auto fix = [&](const AccountPtr& account) {
     return !isLoading && account->identifier() == "b" ? FixResult::unrepairable : FixResult::nothingDone;
   };
   const auto store = CustomStore::load({ScriptedFixer(fix, &calls)});
@@ -123,7 +123,7 @@ TEST_F(SavingTest, TellsTheMailApplicationOnceAfterASaveThatRepairedEvenIfItFail
   store->saveAllAccounts();
   EXPECT_EQ(log.lines(), Lines()) << "the load repaired, and a load tells nobody";
   const FileCallsOverride calls(failingCalls("rename"));
-  for (const Account& account : *store->allBasicAccounts()) account->setAccountClass("Odd");
+  for (const AccountPtr& account : *store->allBasicAccounts()) account->setAccountClass("Odd");
   for (int save = 1; save <= 2; ++save) store->saveAllAccounts();
   EXPECT_EQ(linesWith(log.lines(), "Could not tell com.nimbal.inkwell"), 1U);
 }
@@ -195,12 +195,12 @@ TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
 TEST_F(SavingTest, OfAStoreOfAnotherClassReadsTheRegistryAndWritesWhereTheClassSays) {
   const std::string elsewhere = device.writeFile("elsewhere/own.plist", "damaged");
   const auto store =
-      CustomStore::load({ScriptedFixer([](const Account&) { return FixResult::nothingDone; })}, elsewhere);
+      CustomStore::load({ScriptedFixer([](const AccountPtr&) { return FixResult::nothingDone; })}, elsewhere);
   writeRegistry(stored("a", {{"Note", 1}}));
   const std::string before = registry();
   store->insertAccount(record("a"));
   store->saveAllAccounts();
-  const Dictionary written = readPropertyListFile(elsewhere).value.dictionary().value_or(Dictionary());
+  const Dictionary written = *readDictionaryFile(elsewhere);
   EXPECT_EQ(written.find("Accounts"), array(stored("a", {{"Note", 1}}))) << "merged with the registry";
   EXPECT_EQ(registry(), before);
   EXPECT_EQ(device.fileNames("elsewhere").size(), 2U) << "its own damaged file is kept";

@@ -7,14 +7,13 @@
 #include <algorithm>
 #include <functional>
 
-#include "platform/property_list.h"
-#include "store/accounts_manager.h"
+#include "roster/platform/property_list_file.h"
+#include "roster/store/accounts_manager.h"
 #include "tests/support/temporary_device.h"
 #include "tests/support/values.h"
 
 namespace roster::testing {
 
-using Account = std::shared_ptr<BasicAccount>;
 using Store = std::shared_ptr<AccountsManager>;
 
 /// The stored properties of an account of a known type, and whatever is added to them or put in their place.
@@ -23,7 +22,7 @@ inline Dictionary stored(std::string_view identifier, const Dictionary& more = {
   for (const DictionaryEntry& entry : more) properties.set(entry.key, entry.value);
   return *Value(properties).deepCopy().dictionary();
 }
-inline Account record(std::string_view identifier, const Dictionary& more = {}) {
+inline AccountPtr record(std::string_view identifier, const Dictionary& more = {}) {
   return BasicAccount::accountWithProperties(stored(identifier, more));
 }
 
@@ -34,21 +33,22 @@ inline Store storeOf(const Value& accounts) {
 template <class Accounts>
 std::string identifiers(const Accounts& accounts) {
   std::string text;
-  for (const Account& account : accounts) text += (text.empty() ? "" : " ") + account->identifier().str();
+  for (const AccountPtr& account : accounts) text += (text.empty() ? "" : " ") + account->identifier().str();
   return text;
 }
 
 /// A fixer that does what a test says.
 class ScriptedFixer : public RSRuntimeFixProtocol {
  public:
-  using Fix = std::function<FixResult(const Account&)>;
+  using Fix = std::function<FixResult(const AccountPtr&)>;
   explicit ScriptedFixer(Fix fix, std::vector<std::string>* calls = nullptr)
       : fix_(std::move(fix)), calls_(calls) {}
   const std::set<std::string, std::less<>>& supportedAccountTypes() const override {
     static const std::set<std::string, std::less<>> none;
     return none;
   }
-  FixResult fixBasicAccountIfNeededLoggingMessage(const Account& account, std::string_view message) override {
+  FixResult fixBasicAccountIfNeededLoggingMessage(const AccountPtr& account,
+                                                  std::string_view message) override {
     note(std::string(message) + " " + account->identifier().str());
     return fix_(account);
   }
@@ -95,9 +95,9 @@ class StoreTest : public ::testing::Test {
   }
   /// The root of the file as it is now.
   Dictionary root() const {
-    const PropertyListFile file = readPropertyListFile(device.registryPath());
-    EXPECT_EQ(file.error, "");
-    return file.value.dictionary().value_or(Dictionary());
+    const Result<Dictionary> file = readDictionaryFile(device.registryPath());
+    EXPECT_TRUE(file) << file.error().message;
+    return file ? *file : Dictionary();
   }
   Dictionary storedAccount(std::size_t index) const {
     return root().find("Accounts").array().value_or(Array()).at(index).dictionary().value_or(Dictionary());

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/property_list.h"
+#include "roster/plist/property_list.h"
 
 namespace roster::testing {
 

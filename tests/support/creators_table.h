@@ -1,7 +1,7 @@
 #pragma once
 
-#include "account/basic_account.h"
-#include "platform/assertion.h"
+#include "roster/account/basic_account.h"
+#include "roster/platform/assertion.h"
 #include "tests/support/own_process.h"
 #include "tests/support/values.h"
 

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "platform/property_list.h"
+#include "roster/plist/property_list.h"
 
 namespace roster::testing {
 
@@ -66,7 +66,8 @@ std::string TemporaryDevice::writeFile(std::string_view path, std::string_view t
 
 std::string TemporaryDevice::writePropertyList(std::string_view path, const Value& value) const {
   const Result<std::string> bytes = binaryPropertyList(value);
-  if (!bytes) throw std::runtime_error("could not encode " + std::string(path) + ": " + bytes.error());
+  if (!bytes)
+    throw std::runtime_error("could not encode " + std::string(path) + ": " + bytes.error().message);
   return writeFile(path, *bytes);
 }
 

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/system_log.h"
-#include "platform/value.h"
+#include "roster/platform/system_log.h"
+#include "roster/value/value.h"
 
 namespace roster::testing {
 

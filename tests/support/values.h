@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "account/string_list.h"
+#include "roster/account/string_list.h"
+#include "roster/base/result.h"
 
 namespace roster::testing {
 
@@ -39,6 +40,12 @@ inline std::string shortNames(const std::optional<StringList>& list) {
     text += name.starts_with(dataclassPrefix) ? name.substr(dataclassPrefix.size()) : name;
   }
   return text;
+}
+
+/// The error's text; "none" after a success.
+template <class T>
+std::string errorOf(const Result<T>& result) {
+  return result ? "none" : result.error().message;
 }
 
 }  // namespace roster::testing

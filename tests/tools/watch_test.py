@@ -177,11 +177,11 @@ class WatchTest(Device):
 
 
 PLUGIN = """
-#include "account/account_creation.h"
-#include "account/basic_account.h"
-#include "notify/account_notifier.h"
-#include "platform/plugin.h"
-#include "platform/system_log.h"
+#include "roster/account/account_protocols.h"
+#include "roster/account/basic_account.h"
+#include "roster/notify/account_notifier.h"
+#include "roster/platform/plugin.h"
+#include "roster/platform/system_log.h"
 using namespace roster;
 static void registerClasses(PluginClasses& classes) {
   classes.add(ClassObject("Full").answering(AccountCreationProtocol{

@@ -1,0 +1,174 @@
+#include "roster/account/basic_account.h"
+
+#include "roster/platform/assertion.h"
+#include "roster/platform/device.h"
+#include "roster/platform/system_log.h"
+
+namespace roster {
+
+namespace {
+
+constexpr std::string_view sourceFile = "BasicAccount";
+constexpr std::string_view initWithPropertiesName = "-[BasicAccount initWithProperties:]";
+constexpr std::string_view initWithTypeName = "-[BasicAccount _initWithType:class:]";
+
+}  // namespace
+
+std::shared_ptr<BasicAccount> BasicAccount::accountWithTypeClass(std::string_view type,
+                                                                 std::string_view accountClass) {
+  return _initWithTypeClass(type, accountClass);
+}
+
+std::shared_ptr<BasicAccount> BasicAccount::accountWithProperties(const Dictionary& properties) {
+  return initWithProperties(properties);
+}
+
+std::shared_ptr<BasicAccount> BasicAccount::initWithProperties(const Dictionary& properties) {
+  return makeWithProperties<BasicAccount>(properties);
+}
+
+std::shared_ptr<BasicAccount> BasicAccount::_initWithTypeClass(std::string_view type,
+                                                               std::string_view accountClass) {
+  return makeWithTypeClass<BasicAccount>(type, accountClass);
+}
+
+std::shared_ptr<BasicAccount> BasicAccount::_initWithPropertiesInArena(const Dictionary& properties,
+                                                                       const RecordArena& arena) {
+  initialize();
+  auto account =
+      std::allocate_shared<BasicAccount>(RecordArena::Allocator<BasicAccount>(arena), Allocation{});
+  return account->takeProperties(properties) ? account : nullptr;
+}
+
+std::shared_ptr<BasicAccount> BasicAccount::init() {
+  assertionFailed("-[BasicAccount init]", sourceFile, "Don't use this method");
+  return nullptr;
+}
+
+String BasicAccount::createNewAccountUID() {
+  const std::optional<std::string> text = createUuidText();
+  return text ? String(*text) : String();
+}
+
+BasicAccount::~BasicAccount() {
+  _parentAccount.reset();
+  _originalProperties = Dictionary();
+  _properties.reset();
+  _fullAccount.reset();
+  _syncAccount.reset();
+}
+
+std::optional<Dictionary> BasicAccount::propertiesOfNewAccount(std::string_view type,
+                                                               std::string_view accountClass) {
+  if (accountClass.empty()) {
+    assertionFailed(initWithTypeName, sourceFile, "The account class is required.");
+    return std::nullopt;
+  }
+  if (!_isValidAccountType(type)) {
+    assertionFailed(initWithTypeName, sourceFile,
+                    "The account type (" + std::string(type) + ") is not supported");
+    return std::nullopt;
+  }
+  const Value identifier = createNewAccountUID();
+  return Dictionary{{kAccountType, type},
+                    {kAccountIdentifier, identifier},
+                    {kAccountSyncIdentifier, identifier},
+                    {kAccountClass, accountClass}};
+}
+
+bool BasicAccount::takeProperties(const Dictionary& properties) {
+  const bool isKnownType = _isValidAccountType(properties.find(kAccountType).string());
+  if (!isKnownType) {
+    systemLog("[%s] Invalid account type: %@", initWithPropertiesName, properties.find(kAccountType));
+  }
+  if (properties.find(kAccountClass).string().isEmpty()) {
+    systemLog("[%s] Missing account class.", initWithPropertiesName);
+    return false;
+  }
+  if (!isKnownType) return false;
+
+  _originalProperties = properties.deepCopy();
+  if (!_originalProperties.sharesContentsWith(properties)) _properties.emplace(properties);
+  if (!properties.find(kAccountIdentifier).isString()) {
+    const String identifier = createNewAccountUID();
+    this->properties().set(kAccountIdentifier, identifier);
+    if (!properties.find(kAccountSyncIdentifier).isString()) {
+      this->properties().set(kAccountSyncIdentifier, identifier);
+    }
+  }
+  return true;
+}
+
+MutableDictionary BasicAccount::properties() const {
+  if (!_properties) _properties.emplace(_originalProperties);
+  return *_properties;
+}
+
+Value BasicAccount::accountPropertyForKey(std::string_view key) const {
+  Value own = currentProperties().find(key);
+  if (own.isNil() && _parentAccount) return _parentAccount->accountPropertyForKey(key);
+  return own;
+}
+
+void BasicAccount::setAccountPropertyForKey(const Value& value, std::string_view key) {
+  if (key == kAccountClass || key == kAccountType) return;
+  _forcedSetAccountPropertyForKey(value, key);
+}
+
+void BasicAccount::removeAccountPropertyForKey(std::string_view key) { properties().remove(key); }
+
+// NOLINTNEXTLINE(readability-make-member-function-const): it changes the record
+void BasicAccount::_forcedSetAccountPropertyForKey(const Value& value, std::string_view key) {
+  properties().set(key, value);
+}
+
+String BasicAccount::textForKey(std::string_view key) const {
+  String text = accountPropertyForKey(key).string();
+  // A value of another type hides nothing: it counts as absent.
+  if (text.isNil() && _parentAccount) return _parentAccount->textForKey(key);
+  return text;
+}
+
+String BasicAccount::identifier() const { return textForKey(kAccountIdentifier); }
+
+String BasicAccount::syncStoreIdentifier() const { return textForKey(kAccountSyncIdentifier); }
+
+String BasicAccount::displayName() const { return textForKey(kAccountDisplayName); }
+
+String BasicAccount::type() const { return textForKey(kAccountType); }
+
+String BasicAccount::accountClass() const { return textForKey(kAccountClass); }
+
+String BasicAccount::typeString() const { return textForKey(kAccountTypeString); }
+
+String BasicAccount::shortTypeString() const { return textForKey(kAccountShortTypeString); }
+
+void BasicAccount::setAccountClass(std::string_view accountClass) {
+  if (this->accountClass() == accountClass) return;
+  _forcedSetAccountPropertyForKey(accountClass, kAccountClass);
+}
+
+void BasicAccount::setDisplayName(const String& name) {
+  if (name.isNil()) {
+    assertionFailed("-[BasicAccount setDisplayName:]", sourceFile, "The display name cannot be nil");
+    return;
+  }
+  if (currentProperties().find(kAccountDisplayName).string() == name) return;
+  properties().set(kAccountDisplayName, name);
+}
+
+std::string BasicAccount::description() const {
+  return "<BasicAccount: " + type().str() + " " + identifier().str() + ">";
+}
+
+String BasicAccount::parentAccountIdentifier() const {
+  return _parentAccount ? _parentAccount->identifier() : String();
+}
+
+void BasicAccount::setOriginalProperties(const Dictionary& properties) {
+  if (properties.sharesContentsWith(_originalProperties)) return;
+  static_cast<void>(this->properties());  // what the record holds stays as it is
+  _originalProperties = properties.deepCopy();
+}
+
+}  // namespace roster

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <string>
+#include <system_error>
+#include <utility>
+#include <variant>
+
+namespace roster {
+
+/// Why an operation failed: a code for programs, and a message for people that names the operation, the file
+/// or object it was about, and the cause in the system's own words.
+struct Error {
+  Error(std::error_code why, std::string text) : code(why), message(std::move(text)) {}
+  Error(std::errc why, std::string text) : Error(std::make_error_code(why), std::move(text)) {}
+
+  /// The system's code where the system refused something, else the one that says it best; never zero.
+  std::error_code code;
+  std::string message;
+};
+
+/// Whether the error says that there is no such file, or no folder for it.
+inline bool isMissingFile(const Error& error) {
+  return error.code == std::errc::no_such_file_or_directory || error.code == std::errc::not_a_directory;
+}
+
+/// The value of an operation that may fail, or the error it failed with; always exactly one of the two.
+template <class T = void>
+class [[nodiscard]] Result {
+ public:
+  Result(T value) : content_(std::in_place_index<0>, std::move(value)) {}
+  Result(Error error) : content_(std::in_place_index<1>, std::move(error)) {}
+
+  /// Whether the operation succeeded.
+  explicit operator bool() const { return content_.index() == 0; }
+
+  // The value; to be asked for after a success only.
+
+  T& operator*() & { return std::get<0>(content_); }
+  const T& operator*() const& { return std::get<0>(content_); }
+  T&& operator*() && { return std::get<0>(std::move(content_)); }
+  T* operator->() { return &std::get<0>(content_); }
+  const T* operator->() const { return &std::get<0>(content_); }
+
+  /// The error; to be asked for after a failure only.
+  const Error& error() const { return std::get<1>(content_); }
+
+ private:
+  std::variant<T, Error> content_;
+};
+
+/// The outcome of an operation that has no value to return: `return {};` is a success.
+template <>
+class [[nodiscard]] Result<void> {
+ public:
+  Result() = default;
+  Result(Error error) : content_(std::move(error)) {}
+
+  /// Whether the operation succeeded.
+  explicit operator bool() const { return content_.index() == 0; }
+
+  /// The error; to be asked for after a failure only.
+  const Error& error() const { return std::get<1>(content_); }
+
+ private:
+  std::variant<std::monostate, Error> content_;
+};
+
+}  // namespace roster

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "roster/base/export.h"
+
+namespace roster {
+
+/// Appends a code point as UTF-8. It must be a Unicode scalar value.
+void appendUtf8(std::string& text, char32_t codePoint);
+
+/// UTF-8 text of big-endian UTF-16 bytes, nothing when they hold a lone surrogate. The count of bytes must be
+/// even.
+std::optional<std::string> utf8FromBigEndianUtf16(std::span<const std::byte> bytes);
+
+/// Big-endian UTF-16 bytes of UTF-8 text, nothing when the text is not valid UTF-8.
+std::optional<std::string> bigEndianUtf16FromUtf8(std::string_view text);
+
+/// Decodes one code point at the front of the text and removes it; nothing, with the text as it was, when the
+/// front is not valid UTF-8 (overlong forms, surrogates and values above U+10FFFF are not). The text must not
+/// be empty.
+ROSTER_EXPORT std::optional<char32_t> takeCodePoint(std::string_view& text);
+
+bool isAscii(std::string_view text);
+
+}  // namespace roster

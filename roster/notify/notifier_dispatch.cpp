@@ -1,0 +1,142 @@
+#include "roster/notify/notifier_dispatch.h"
+
+#include <exception>
+#include <set>
+
+#include "roster/account/creator_entries.h"
+#include "roster/base/foreign_code.h"
+#include "roster/platform/assertion.h"
+#include "roster/platform/system_log.h"
+
+namespace roster {
+
+namespace {
+
+constexpr std::string_view sourceFile = "AccountsManager";
+constexpr std::string_view classNamesOperation =
+    "+[AccountsManager _notifierClassNamesForAccountType:dataclass:]";
+constexpr std::string_view dispatchOperation = "-[AccountsManager _sendNotificationsForChangedAccounts]";
+
+StringList misconfigured(std::string message, unsigned line = __builtin_LINE()) {
+  assertionFailed(classNamesOperation, sourceFile, std::move(message), line);
+  return {};
+}
+
+void reportMissingClass(std::string_view className, std::string_view operation,
+                        unsigned line = __builtin_LINE()) {
+  assertionFailed(operation, sourceFile, creator_faults::unknownClass(notifierCreatorType, className), line);
+}
+
+/// Keeps the first exception of steps that are each to be tried, whatever becomes of the others.
+class FirstFailure {
+ public:
+  /// Whether the step ended without one.
+  template <class Step>
+  bool attempt(const Step& step) {
+    try {
+      step();
+      return true;
+    } catch (...) {
+      if (!first_) first_ = std::current_exception();
+      return false;
+    }
+  }
+  void rethrow() const {
+    if (first_) std::rethrow_exception(first_);
+  }
+
+ private:
+  std::exception_ptr first_;
+};
+
+/// Tells a notifier something. What it throws is its own fault: whoever changes accounts goes on, and the
+/// other notifiers must hear of it too.
+template <class Call>
+void tell(const ClassObject& notifier, const Call& call) {
+  if (const auto failure = failureOf(call)) {
+    systemLog("ERROR: The notifier %@ failed: %@", notifier.name(), *failure);
+  }
+}
+
+void dispatch(std::string_view className, const std::vector<Value>& changes) {
+  const ClassObject* notifier = findClass(className);
+  if (notifier == nullptr) return reportMissingClass(className, dispatchOperation);
+  tell(*notifier, [&] {
+    requiredOperation(*notifier, &AccountNotifierProtocol::noteAccountChanges,
+                      "noteAccountChanges:")(Array(changes));
+  });
+}
+
+}  // namespace
+
+StringList notifierClassNames(std::string_view accountType, std::string_view dataclass) {
+  const std::optional<Array> entries = creatorEntriesForAccountType(accountType);
+  if (!entries) return misconfigured(creator_faults::noInformation(accountType));
+  StringList names;
+  for (const Value& element : *entries) {
+    const CreatorEntry entry(element);
+    if (!(entry.creatorType == notifierCreatorType)) continue;
+    const std::optional<Array> supported = entry.supportedDataclasses();
+    if (!supported || !supported->containsString(dataclass)) continue;
+    const String path = entry.framework();
+    if (path.isNil()) return misconfigured(creator_faults::noFramework(notifierCreatorType, accountType));
+    const Result<> loaded = loadCreatorFramework(path);
+    if (!loaded) return misconfigured(creator_faults::notLoaded(path, loaded.error().message));
+    const String name = entry.className();
+    if (name.isEmpty()) return misconfigured(creator_faults::noClassName(notifierCreatorType, accountType));
+    names.push_back(name.str());
+  }
+  return names;
+}
+
+void addNotification(ChangeCollection& collection, const AccountChange& change) {
+  std::set<std::string> names;
+  const String accountType = change.accountType();
+  for (const std::string& dataclass : concernedDataclasses(change)) {
+    const StringList concerned = notifierClassNames(accountType, dataclass);
+    names.insert(concerned.begin(), concerned.end());
+  }
+  for (const std::string& name : names) {
+    std::vector<Value>* records = collection.find(name);
+    if (records == nullptr) {
+      collection.append(name, {});
+      records = collection.find(name);
+    }
+    records->emplace_back(changeRecord(change));
+  }
+}
+
+void announceChanges(const std::vector<AccountChange>& changes) {
+  ChangeCollection collection;
+  FirstFailure failure;
+  std::set<std::string> misconfiguredTypes;  // each is one failure, however many accounts have it
+  for (const AccountChange& change : changes) {
+    const std::string type = change.accountType().str();
+    if (misconfiguredTypes.contains(type)) continue;
+    if (!failure.attempt([&] { addNotification(collection, change); })) misconfiguredTypes.insert(type);
+  }
+  for (const auto& entry : collection) {
+    failure.attempt([&] { dispatch(entry.key, entry.value); });
+  }
+  failure.rethrow();
+}
+
+void announceDataclassChange(
+    const BasicAccount& account, std::string_view dataclass,
+    decltype(AccountNotifierProtocol::accountWillChangeForDataclass) AccountNotifierProtocol::*answer,
+    std::string_view operation) {
+  FirstFailure failure;
+  for (const std::string& name : notifierClassNames(account.type(), dataclass)) {
+    const ClassObject* notifier = findClass(name);
+    if (notifier == nullptr) {
+      failure.attempt([&] { reportMissingClass(name, operation); });
+      continue;
+    }
+    const auto* protocol = notifier->as<AccountNotifierProtocol>();
+    if (protocol == nullptr || !(protocol->*answer)) continue;
+    tell(*notifier, [&] { (protocol->*answer)(account.identifier(), dataclass); });
+  }
+  failure.rethrow();
+}
+
+}  // namespace roster

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "roster/base/bytes.h"
+#include "roster/base/export.h"
+#include "roster/base/result.h"
+
+namespace roster {
+
+/// Reads a whole regular file into memory of its own. The error, "could not open PATH: REASON", is one for
+/// which `isMissingFile` holds when there is no such file. Anything but a regular file (a folder, a pipe, a
+/// device) is an error and is not waited for; so is a file beyond `limits::maximumFileSize`.
+Result<Bytes> readFile(const std::string& path);
+
+/// Puts the bytes at the path in one step: a reader finds the old file or the new one, never part of one, and
+/// after success the new one survives a power cut. Missing folders on the way are made. The old file's mode
+/// and owner are kept; a new file is private to its owner (0600).
+///
+/// Returns nothing on success. On failure it returns what failed with path and system text; the old file is
+/// whole and no temporary file is left. One failure comes too late for that: when only the syncing of the
+/// folder fails, the new file is in place, whole, but may not survive a power cut. Exactly two syncs are
+/// made: of the file, and of its folder. A symbolic link at the path stays, and the file it stands for is
+/// replaced.
+Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes);
+
+/// Whether something exists at the path; it need not be readable.
+bool fileExists(const std::string& path);
+
+/// Removes the file, or the symbolic link; not a folder. Fails when there is none.
+Result<> removeFile(const std::string& path);
+
+/// Makes `copy` hold the same file as `path`, sharing or copying its contents, without a moment at which
+/// `path` is missing. Fails when `copy` exists.
+Result<> keepFileAs(const std::string& path, const std::string& copy);
+
+/// The path with one component appended, with one separator between them.
+ROSTER_EXPORT std::string joinPath(std::string_view folder, std::string_view component);
+
+}  // namespace roster

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+
+#include "roster/base/result.h"
+#include "roster/platform/linux/file_descriptor.h"
+#include "roster/platform/linux/new_file.h"
+
+namespace roster {
+
+/// Replaces a file in one step: writes beside it and, at `commit`, takes its place. Destroyed without a
+/// commit it leaves no trace.
+///
+/// Atomic: whoever opens the path finds the old file or the new one, whole, also after a power cut. Durable:
+/// once `commit` has succeeded the new one is found. Not promised: that hard links, extended attributes or
+/// access lists of the old file carry over, and that a folder made on the way survives a power cut on file
+/// systems that do not record it together with the file in it.
+///
+/// A symbolic link at the path is followed, so that the link stays and the file it stands for is replaced.
+/// Missing folders are made for everybody to enter (0755, less the process's umask); the file's own mode
+/// keeps it private.
+class FileReplacement {
+ public:
+  explicit FileReplacement(std::string path) : path_(std::move(path)) {}
+
+  // To be called in this order. Each returns what failed, and nothing on success.
+
+  Result<> begin();
+  Result<> write(std::span<const std::byte> bytes);
+  /// When only the last step fails, the syncing of the folder, the new file is in place but may not survive a
+  /// power cut; after any other failure the old one is untouched.
+  Result<> commit();
+
+ private:
+  Result<> resolveLinks();
+  Result<> splitPath();
+  Result<> openFolder();
+  Result<> inspectOldFile();
+  Result<> createTemporary();
+
+  std::string path_;
+  std::string folderPath_;
+  std::string name_;
+  FileDescriptor folder_;
+  std::optional<struct stat> oldFile_;
+  NewFile temporary_;
+};
+
+}  // namespace roster

@@ -1,0 +1,134 @@
+#include "roster/platform/file_system.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <memory>
+#include <new>
+
+#include "roster/base/limits.h"
+#include "roster/platform/linux/file_replacement.h"
+
+namespace roster {
+
+namespace {
+
+Error unreadable(std::errc code, const std::string& path, const std::string& reason) {
+  return {code, "could not read " + path + ": " + reason};
+}
+
+/// The size the file had a moment ago, plus one: the read that finds nothing more needs no further room.
+std::size_t roomFor(const struct stat& status) { return static_cast<std::size_t>(status.st_size) + 1; }
+
+Bytes copyWithRoom(const Bytes& bytes, std::size_t room) {
+  Bytes larger(room);
+  std::copy_n(bytes.data(), bytes.size(), larger.data());
+  return larger;
+}
+
+/// Asks for large pages under a large file: making small ones, one fault each, takes longer than reading into
+/// them. The kernel need not do it, and nothing depends on it.
+void preferLargePages(Bytes& bytes) {
+  constexpr std::size_t pageSize = 4096;
+  constexpr std::size_t worthwhile = std::size_t{4} << 20U;
+  if (bytes.size() < worthwhile) return;
+  void* begin = bytes.data();
+  std::size_t space = bytes.size();
+  if (std::align(pageSize, worthwhile / 2, begin, space) == nullptr) return;
+  static_cast<void>(madvise(begin, space - space % pageSize, MADV_HUGEPAGE));
+}
+
+/// Reads to the end, wherever that is by now: another process may be writing the file.
+Result<Bytes> readAll(const FileDescriptor& file, const std::string& path, std::size_t room) {
+  Bytes bytes(room);
+  preferLargePages(bytes);
+  std::size_t filled = 0;
+  while (true) {
+    const ssize_t count = retrying(
+        [&] { return fileCalls().read(file.number(), bytes.data() + filled, bytes.size() - filled); });
+    if (count < 0) return systemError("read", path, errno);
+    if (count == 0) break;
+    filled += static_cast<std::size_t>(count);
+    if (filled > limits::maximumFileSize)
+      return unreadable(std::errc::file_too_large, path, "it is too large");
+    if (filled == bytes.size()) bytes = copyWithRoom(bytes, 2 * bytes.size());
+  }
+  bytes.shrinkTo(filled);
+  return bytes;
+}
+
+/// Whether hard links are out of the question here, while a copy may still be made.
+bool mayCopyInstead(int number) {
+  return number == EPERM || number == EXDEV || number == EMLINK || number == EOPNOTSUPP || number == ENOSYS;
+}
+
+Result<> copyFile(const std::string& path, const std::string& copy) {
+  const Result<Bytes> contents = readFile(path);
+  if (!contents) return contents.error();
+  struct stat model {};
+  if (fileCalls().fstatat(AT_FDCWD, path.c_str(), &model, 0) == -1)
+    return systemError("examine", path, errno);
+  NewFile file;
+  int number = file.create(AT_FDCWD, copy);
+  if (number != 0) return systemError("create", copy, number);
+  number = file.write(contents->span());
+  if (number == 0) number = file.adoptAccess(model);
+  if (number == 0) number = file.sync();
+  if (number == 0) number = file.close();
+  if (number != 0) return systemError("write", copy, number);
+  file.keep();
+  return {};
+}
+
+}  // namespace
+
+Result<Bytes> readFile(const std::string& path) {
+  // Without O_NONBLOCK, opening a pipe would wait for a writer.
+  constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  const FileDescriptor file(retrying([&] { return fileCalls().openat(AT_FDCWD, path.c_str(), flags, 0); }));
+  if (!file) return systemError("open", path, errno);
+  struct stat status {};
+  if (fileCalls().fstat(file.number(), &status) == -1) return systemError("examine", path, errno);
+  if (!S_ISREG(status.st_mode)) {
+    return unreadable(std::errc::invalid_argument, path, "it is not a regular file");
+  }
+  if (static_cast<std::uint64_t>(status.st_size) > limits::maximumFileSize) {
+    return unreadable(std::errc::file_too_large, path, "it is too large");
+  }
+  try {
+    return readAll(file, path, roomFor(status));
+  } catch (const std::bad_alloc&) {
+    return unreadable(std::errc::not_enough_memory, path, "there is not enough memory");
+  }
+}
+
+Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes) {
+  FileReplacement replacement(path);
+  if (const Result<> done = replacement.begin(); !done) return done;
+  if (const Result<> done = replacement.write(bytes); !done) return done;
+  return replacement.commit();
+}
+
+bool fileExists(const std::string& path) {
+  struct stat status {};
+  if (fileCalls().fstatat(AT_FDCWD, path.c_str(), &status, 0) == 0) return true;
+  // Whatever keeps us from looking may stand before something.
+  return errno != ENOENT && errno != ENOTDIR;
+}
+
+Result<> removeFile(const std::string& path) {
+  if (fileCalls().unlinkat(AT_FDCWD, path.c_str(), 0) == 0) return {};
+  return systemError("remove", path, errno);
+}
+
+Result<> keepFileAs(const std::string& path, const std::string& copy) {
+  if (fileCalls().linkat(AT_FDCWD, path.c_str(), AT_FDCWD, copy.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+    return {};
+  }
+  const int number = errno;
+  if (mayCopyInstead(number)) return copyFile(path, copy);
+  return systemError("keep " + path + " as", copy, number);
+}
+
+}  // namespace roster

@@ -1,0 +1,105 @@
+#include <dlfcn.h>
+#include <link.h>
+
+#include <memory>
+#include <mutex>
+#include <set>
+
+#include "roster/base/foreign_code.h"
+#include "roster/base/process_wide.h"
+#include "roster/platform/linux/system_calls.h"
+#include "roster/platform/plugin.h"
+
+namespace roster {
+
+namespace {
+
+constexpr const char* entryName = "rosterPluginEntry";
+
+/// This library's own name, for the classes that it defines itself: it is always loaded.
+constexpr std::string_view ownLibrary = ROSTER_LIBRARY_NAME;
+
+struct LoadedPlugins {
+  /// Recursive, because the entry of a plug-in may load another one.
+  std::recursive_mutex lock;
+  std::set<std::string> paths;
+  /// One library may be reached by several paths.
+  std::set<void*> libraries;
+};
+
+struct LibraryCloser {
+  void operator()(void* library) const { dlclose(library); }
+};
+using Library = std::unique_ptr<void, LibraryCloser>;
+
+/// Whether the address lies in the library itself. Names are also looked up in what a library links to, where
+/// another plug-in's entry could be found.
+bool isDefinedIn(void* library, const void* address) {
+  link_map* own = nullptr;
+  Dl_info object{};
+  void* owner = nullptr;
+  return dlinfo(library, RTLD_DI_LINKMAP, &own) == 0 &&
+         dladdr1(address, &object, &owner, RTLD_DL_LINKMAP) != 0 && own == owner;
+}
+
+Result<Library> openLibrary(const std::string& path) {
+  // An empty path would open the program itself.
+  if (path.empty()) return Error(std::errc::executable_format_error, "the path is empty");
+  if (path.find('\0') != std::string::npos)
+    return Error(std::errc::executable_format_error, "the path holds a zero byte");
+  Library library(dlopen(path.c_str(), RTLD_NOW));
+  if (!library) return Error(std::errc::executable_format_error, loaderError());
+  return library;
+}
+
+Result<const PluginEntry*> entryOf(void* library, const std::string& path) {
+  void* symbol = dlsym(library, entryName);
+  if (symbol == nullptr || !isDefinedIn(library, symbol)) {
+    return Error(std::errc::executable_format_error, path + ": it has no entry " + entryName);
+  }
+  const PluginEntry* entry = reinterpret_cast<const PluginEntry* (*)()>(symbol)();
+  if (entry == nullptr) return Error(std::errc::executable_format_error, path + ": its entry tells nothing");
+  if (entry->version != pluginEntryVersion) {
+    return Error(std::errc::executable_format_error,
+                 path + ": it was built for version " + std::to_string(entry->version) +
+                     " of the plug-in entry, not for version " + std::to_string(pluginEntryVersion));
+  }
+  if (entry->registerClasses == nullptr)
+    return Error(std::errc::executable_format_error, path + ": its entry registers no classes");
+  return entry;
+}
+
+Result<PluginClasses> classesOf(void* library, const std::string& path) {
+  Result<PluginClasses> classes = PluginClasses();
+  const auto failure = failureOf([&] {
+    const Result<const PluginEntry*> entry = entryOf(library, path);
+    if (!entry) {
+      classes = entry.error();
+    } else {
+      (*entry)->registerClasses(*classes);
+    }
+  });
+  if (failure) return Error(std::errc::executable_format_error, path + ": its entry failed: " + *failure);
+  return classes;
+}
+
+}  // namespace
+
+Result<> loadPlugin(const std::string& path) {
+  if (path == ownLibrary) return {};
+  auto& loaded = immortalInstance<LoadedPlugins>();
+  const std::lock_guard guard(loaded.lock);
+  if (loaded.paths.contains(path)) return {};
+  Result<Library> library = openLibrary(path);
+  if (!library) return library.error();
+  if (!loaded.libraries.contains(library->get()) && !isDefinedIn(library->get(), &ownLibrary)) {
+    Result<PluginClasses> classes = classesOf(library->get(), path);
+    if (!classes) return classes.error();
+    loaded.libraries.insert(library->release());  // its code is in use from now on
+    for (ClassObject& object : classes->take()) registerClass(std::move(object));
+  }
+  loaded.paths.insert(path);
+  return {};
+}
+
+}  // namespace roster

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include "roster/base/export.h"
+#include "roster/base/result.h"
+
+namespace roster {
+
+/// A lock that all processes of the device know by its name, held as long as this object lives. Each object
+/// is a holder of its own: two threads of one process exclude each other as two processes do. The system
+/// frees the lock of a process that dies.
+class ROSTER_EXPORT NamedLock {
+ public:
+  NamedLock(const NamedLock&) = delete;
+  NamedLock& operator=(const NamedLock&) = delete;
+  /// Releases the lock.
+  virtual ~NamedLock() = default;
+
+  /// Releases the lock before the object goes, for all who share it; without effect when that was done
+  /// before.
+  virtual void release() = 0;
+
+ protected:
+  NamedLock() = default;
+};
+
+/// Waits, for as long as it takes, until nobody else holds the lock, and takes it. May be called from any
+/// thread.
+///
+/// The lock is the file <root>/tmp/NAME, which stays when nobody holds the lock any more; every user may lock
+/// it. Fails with path and cause when there is no such file and it cannot be made, and when what stands in
+/// its place, a symbolic link for one, is not a regular file; the lock is not held then.
+ROSTER_EXPORT Result<std::shared_ptr<NamedLock>> takeNamedLock(std::string_view name);
+
+}  // namespace roster

@@ -1,0 +1,348 @@
+#include <algorithm>
+#include <bit>
+#include <limits>
+#include <unordered_map>
+#include <vector>
+
+#include "roster/base/limits.h"
+#include "roster/base/text_table.h"
+#include "roster/base/unicode.h"
+#include "roster/plist/property_list.h"
+#include "roster/value/binary_document.h"
+#include "roster/value/value_node.h"
+
+namespace roster {
+
+namespace {
+
+constexpr std::uint32_t notPlaced = TextTable::none;
+constexpr std::uint32_t inProgress = notPlaced - 1;
+
+/// One object of the file to be.
+struct Item {
+  Value value;
+  /// Where a container's references begin in the list of all references.
+  std::size_t references = 0;
+  std::uint32_t unfolded = 1;
+  std::uint16_t height = 0;
+};
+
+/// Numbers the objects of a tree: parents before their parts, each distinct object once.
+class ObjectNumbering {
+ public:
+  const std::vector<Item>& items() const { return items_; }
+  const std::vector<std::uint32_t>& references() const { return references_; }
+
+  Result<> number(const Value& root) {
+    place(root, 0);
+    const std::uint64_t limit = limits::unfoldingAllowance + limits::unfoldingFactor * references_.size();
+    if (fault_ == Fault::none && largestPart_ > limit) fault_ = Fault::tooLarge;
+    if (fault_ == Fault::none) return {};
+    return Error(std::errc::invalid_argument, "a value " + std::string(describe(fault_)));
+  }
+
+ private:
+  std::uint32_t place(const Value& given, std::size_t depth) {
+    const Value& value = given.isDictionary() ? ValueAccess::holder(given) : given;
+    switch (value.kind()) {
+      case Value::Kind::array:
+      case Value::Kind::dictionary:
+        return placeContainer(value, depth);
+      case Value::Kind::string:
+        return placeText(value);
+      case Value::Kind::data:
+        return placeOnce(value);
+      case Value::Kind::nil:
+        return placeNothing(given, depth);
+      default:
+        return placeScalar(value);
+    }
+  }
+
+  /// An empty live dictionary has no holder of its entries. Any other nil stands for an object that was
+  /// unreadable.
+  std::uint32_t placeNothing(const Value& given, std::size_t depth) {
+    if (given.isDictionary()) return placeContainer(Dictionary(), depth);
+    fault_ = Fault::unknownObject;
+    return 0;
+  }
+
+  /// The slot in which the number of a shared object is remembered.
+  std::uint32_t& slot(const Value& value) {
+    const Node* node = ValueAccess::node(value);
+    if (!ValueAccess::isInDocument(value)) return nodes_.try_emplace(node, notPlaced).first->second;
+    if (node != lastDocument_ || lastNumbers_ == nullptr) {
+      lastDocument_ = node;
+      lastNumbers_ = &documents_[node];
+      if (lastNumbers_->empty()) {
+        lastNumbers_->assign(ValueAccess::document(value).objectCount(), notPlaced);
+      }
+    }
+    return (*lastNumbers_)[ValueAccess::object(value)];
+  }
+
+  std::uint32_t append(const Value& value) {
+    if (items_.size() >= inProgress) fault_ = Fault::tooLarge;
+    items_.push_back({.value = value});
+    return static_cast<std::uint32_t>(items_.size() - 1);
+  }
+
+  std::uint32_t placeOnce(const Value& value) {
+    std::uint32_t& number = slot(value);
+    if (number == notPlaced) number = append(value);
+    return number;
+  }
+
+  std::uint32_t placeText(const Value& value) {
+    const bool isShared = ValueAccess::isInDocument(value);
+    if (isShared && slot(value) != notPlaced) return slot(value);
+    const auto textOf = [this](std::uint32_t item) { return ValueAccess::text(items_[item].value); };
+    std::uint32_t number = texts_.find(ValueAccess::text(value), textOf);
+    if (number == TextTable::none) {
+      number = append(value);
+      texts_.add(number, textOf);
+    }
+    if (isShared) slot(value) = number;
+    return number;
+  }
+
+  std::uint32_t placeScalar(const Value& value) {
+    const std::uint64_t bits = value.integer()           ? static_cast<std::uint64_t>(*value.integer())
+                               : value.unsignedInteger() ? *value.unsignedInteger()
+                               : value.boolean()         ? std::uint64_t{*value.boolean()}
+                               : value.date()
+                                   ? std::bit_cast<std::uint64_t>(value.date()->secondsSinceReference)
+                                   : std::bit_cast<std::uint64_t>(*value.real());
+    const bool isAboveSigned = value.unsignedInteger() && !value.integer();
+    auto& known = scalars_[static_cast<std::size_t>(value.kind()) + (isAboveSigned ? scalarKinds / 2 : 0)];
+    const auto [entry, isNew] = known.try_emplace(bits, 0);
+    if (isNew) entry->second = append(value);
+    return entry->second;
+  }
+
+  std::uint32_t placeContainer(const Value& value, std::size_t depth) {
+    if (value.fault() != Fault::none) fault_ = value.fault();
+    if (depth >= limits::maximumDepth) fault_ = Fault::tooDeep;
+    if (fault_ != Fault::none) return 0;
+    std::uint32_t& known = slot(value);
+    if (known == inProgress) fault_ = Fault::containsItself;
+    if (known != notPlaced) return known;
+    known = inProgress;
+    const std::uint32_t number = append(value);
+    items_[number].height = 1;
+    if (value.isArray()) {
+      placeElements(number, *value.array(), depth);
+    } else {
+      placeEntries(number, *value.dictionary(), depth);
+    }
+    slot(value) = number;
+    return number;
+  }
+
+  void placeElements(std::uint32_t number, const Array& array, std::size_t depth) {
+    const std::size_t first = reserveReferences(number, array.size());
+    std::size_t at = first;
+    for (const Value& element : array) {
+      refer(number, at++, place(element, depth + 1), depth);
+      if (fault_ != Fault::none) return;
+    }
+  }
+
+  void placeEntries(std::uint32_t number, const Dictionary& dictionary, std::size_t depth) {
+    const std::size_t count = dictionary.size();
+    const std::size_t first = reserveReferences(number, 2 * count);
+    std::size_t at = first;
+    for (const DictionaryEntry& entry : dictionary) {
+      refer(number, at, placeText(entry.key.value()), depth);
+      refer(number, at + count, place(entry.value, depth + 1), depth);
+      ++at;
+      if (fault_ != Fault::none) return;
+    }
+  }
+
+  std::size_t reserveReferences(std::uint32_t number, std::size_t count) {
+    const std::size_t first = references_.size();
+    items_[number].references = first;
+    references_.resize(first + count);
+    return first;
+  }
+
+  void refer(std::uint32_t container, std::size_t at, std::uint32_t part, std::size_t depth) {
+    if (fault_ != Fault::none) return;
+    references_[at] = part;
+    Item& item = items_[container];
+    item.unfolded = static_cast<std::uint32_t>(std::min<std::uint64_t>(
+        std::uint64_t{item.unfolded} + items_[part].unfolded, std::numeric_limits<std::uint32_t>::max()));
+    item.height = std::max(item.height, static_cast<std::uint16_t>(items_[part].height + 1));
+    if (item.height > limits::maximumDepth) fault_ = Fault::tooDeep;
+    // A registry is read record by record: not the whole must be small enough to unfold, but each of its
+    // records.
+    if (depth > 0) largestPart_ = std::max(largestPart_, items_[part].unfolded);
+  }
+
+  static constexpr std::size_t scalarKinds = 16;
+  std::vector<Item> items_;
+  std::vector<std::uint32_t> references_;
+  std::unordered_map<const Node*, std::uint32_t> nodes_;
+  std::unordered_map<const Node*, std::vector<std::uint32_t>> documents_;
+  std::unordered_map<std::uint64_t, std::uint32_t> scalars_[scalarKinds];
+  TextTable texts_;
+  const Node* lastDocument_ = nullptr;
+  std::vector<std::uint32_t>* lastNumbers_ = nullptr;
+  std::uint32_t largestPart_ = 0;
+  Fault fault_ = Fault::none;
+};
+
+/// The bytes that a number needs.
+unsigned widthOf(std::uint64_t largest) {
+  return std::max(1U, (static_cast<unsigned>(std::bit_width(largest)) + 7U) / 8U);
+}
+
+/// Spells numbered objects as bytes.
+class ObjectEncoding {
+ public:
+  explicit ObjectEncoding(const ObjectNumbering& numbering)
+      : numbering_(numbering), referenceWidth_(widthOf(numbering.items().size() - 1)) {}
+
+  Result<std::string> encode() {
+    bytes_ = "bplist00";
+    bytes_.reserve(numbering_.items().size() * 16 + numbering_.references().size() * referenceWidth_);
+    std::vector<std::uint64_t> offsets;
+    offsets.reserve(numbering_.items().size());
+    for (const Item& item : numbering_.items()) {
+      offsets.push_back(bytes_.size());
+      if (!appendObject(item))
+        return Error(std::errc::invalid_argument, "a value " + std::string(describe(Fault::badText)));
+    }
+    appendTableAndTrailer(offsets);
+    if (bytes_.size() >= limits::maximumFileSize)
+      return Error(std::errc::file_too_large, "the property list is larger than 4 GiB");
+    return std::move(bytes_);
+  }
+
+ private:
+  void appendNumber(std::uint64_t number, unsigned width) {
+    for (unsigned at = width; at-- > 0;) bytes_.push_back(static_cast<char>(number >> (8U * at)));
+  }
+
+  void appendMarker(unsigned kind, std::size_t length) {
+    if (length < 15) {
+      bytes_.push_back(static_cast<char>(kind << 4U | length));
+    } else {
+      bytes_.push_back(static_cast<char>(kind << 4U | 0xFU));
+      appendInteger(static_cast<std::int64_t>(length));
+    }
+  }
+
+  /// Eight bytes hold the signed range; fewer hold small natural numbers.
+  void appendInteger(std::int64_t number) {
+    const auto bits = static_cast<std::uint64_t>(number);
+    const unsigned exponent = bits < 0x100 ? 0 : bits < 0x10000 ? 1 : bits < 0x100000000 ? 2 : 3;
+    bytes_.push_back(static_cast<char>(0x10U | exponent));
+    appendNumber(bits, 1U << exponent);
+  }
+
+  /// A real that four bytes hold exactly takes four.
+  void appendReal(double real) {
+    const auto narrow = static_cast<float>(real);
+    if (std::bit_cast<std::uint64_t>(static_cast<double>(narrow)) == std::bit_cast<std::uint64_t>(real)) {
+      bytes_.push_back(0x22);
+      appendNumber(std::bit_cast<std::uint32_t>(narrow), 4);
+    } else {
+      bytes_.push_back(0x23);
+      appendNumber(std::bit_cast<std::uint64_t>(real), 8);
+    }
+  }
+
+  bool appendText(std::string_view text) {
+    if (isAscii(text)) {
+      appendMarker(0x5, text.size());
+      bytes_ += text;
+      return true;
+    }
+    const std::optional<std::string> wide = bigEndianUtf16FromUtf8(text);
+    if (!wide) return false;
+    appendMarker(0x6, wide->size() / 2);
+    bytes_ += *wide;
+    return true;
+  }
+
+  void appendReferences(const Item& item, std::size_t count) {
+    const std::vector<std::uint32_t>& references = numbering_.references();
+    for (std::size_t at = 0; at < count; ++at) {
+      appendNumber(references[item.references + at], referenceWidth_);
+    }
+  }
+
+  bool appendObject(const Item& item) {
+    const Value& value = item.value;
+    switch (value.kind()) {
+      case Value::Kind::nil:
+        return false;
+      case Value::Kind::boolean:
+        bytes_.push_back(*value.boolean() ? 0x09 : 0x08);
+        break;
+      case Value::Kind::integer:
+        if (const std::optional<std::int64_t> number = value.integer()) {
+          appendInteger(*number);
+        } else {
+          bytes_.push_back(0x14);
+          appendNumber(0, 8);
+          appendNumber(*value.unsignedInteger(), 8);
+        }
+        break;
+      case Value::Kind::real:
+        appendReal(*value.real());
+        break;
+      case Value::Kind::date:
+        bytes_.push_back(0x33);
+        appendNumber(std::bit_cast<std::uint64_t>(value.date()->secondsSinceReference), 8);
+        break;
+      case Value::Kind::string:
+        return appendText(ValueAccess::text(value));
+      case Value::Kind::data: {
+        const std::span<const std::byte> data = *value.bytes();
+        appendMarker(0x4, data.size());
+        bytes_.append(reinterpret_cast<const char*>(data.data()), data.size());
+        break;
+      }
+      case Value::Kind::array:
+        appendMarker(0xA, value.array()->size());
+        appendReferences(item, value.array()->size());
+        break;
+      case Value::Kind::dictionary:
+        appendMarker(0xD, value.dictionary()->size());
+        appendReferences(item, 2 * value.dictionary()->size());
+        break;
+    }
+    return true;
+  }
+
+  void appendTableAndTrailer(const std::vector<std::uint64_t>& offsets) {
+    const std::uint64_t table = bytes_.size();
+    const unsigned offsetWidth = widthOf(offsets.back());
+    bytes_.reserve(bytes_.size() + offsets.size() * offsetWidth + BinaryLayout::trailerSize);
+    for (const std::uint64_t offset : offsets) appendNumber(offset, offsetWidth);
+    bytes_.append(6, '\0');
+    appendNumber(offsetWidth, 1);
+    appendNumber(referenceWidth_, 1);
+    appendNumber(offsets.size(), 8);
+    appendNumber(0, 8);
+    appendNumber(table, 8);
+  }
+
+  const ObjectNumbering& numbering_;
+  unsigned referenceWidth_;
+  std::string bytes_;
+};
+
+}  // namespace
+
+Result<std::string> binaryPropertyList(const Value& value) {
+  if (value.isNil()) return Error(std::errc::invalid_argument, "there is no value");
+  ObjectNumbering numbering;
+  if (const Result<> numbered = numbering.number(value); !numbered) return numbered.error();
+  return ObjectEncoding(numbering).encode();
+}
+
+}  // namespace roster

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "roster/base/result.h"
+#include "roster/value/ordered_map.h"
+#include "roster/value/value.h"
+
+namespace roster {
+
+/// Builds the value of an XML property list from its elements and texts, in the order in which they stand in
+/// the document. It keeps open containers on a stack of its own, never deeper than the library follows: what
+/// lies deeper is passed over, and the containers around it get a fault.
+class XmlBuilder {
+ public:
+  // Each of these is false when the document must be refused; `error` then says why, and nothing may be
+  // called but it.
+
+  bool startElement(std::string_view name);
+  /// Ends the element that was started last. That names match is the XML parser's business.
+  bool endElement();
+  /// Text arrives in pieces of any size.
+  bool addText(std::string_view piece);
+
+  const std::string& error() const { return error_; }
+
+  /// The top value, after the last element has ended.
+  Value takeValue() { return std::move(top_); }
+
+ private:
+  enum class Element : std::uint8_t { plist, dict, array, key, string, integer, real, yes, no, date, data };
+
+  struct ElementName {
+    std::string_view name;
+    Element element;
+  };
+  static const ElementName elementNames[];
+  static std::optional<Element> elementNamed(std::string_view name);
+  static std::string_view nameOf(Element element);
+
+  /// A container that has not ended.
+  struct Frame {
+    bool isDictionary = false;
+    Fault fault = Fault::none;
+    std::vector<Value> elements;
+    OrderedMap<Value> entries;
+    /// The key that waits for its value.
+    String key;
+  };
+
+  bool refuse(std::string error);
+  bool startKey();
+  bool startValue(Element element);
+  bool endLeaf();
+  bool endContainer();
+  Result<Value> leafValue(Element element);
+  void add(Value value);
+  String internedKey();
+
+  std::vector<Frame> frames_;
+  /// The element without elements in it that is open, and its text so far.
+  std::optional<Element> leaf_;
+  std::string text_;
+  /// Open elements of a subtree that is passed over.
+  std::size_t passedOver_ = 0;
+  bool hasRoot_ = false;
+  Value top_;
+  /// The same few keys stand in every record of a registry; each is one String.
+  OrderedMap<String> keys_;
+  std::string error_;
+};
+
+}  // namespace roster

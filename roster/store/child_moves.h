@@ -1,0 +1,63 @@
+#pragma once
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "roster/store/account_indexes.h"
+
+namespace roster {
+
+class Node;
+
+/// Takes many children out of parents and adds them to others. At the end the parents' "ChildAccounts" and
+/// the child indexes are as if each had been moved by itself, but a parent's children are gone through once,
+/// not once for each child. Only where parents dispute a child, or a record is both parent and child, are
+/// they gone through again.
+///
+/// Parents get their new "ChildAccounts" at the latest when this object goes; until then only it may change
+/// them.
+class ChildMoves {
+ public:
+  explicit ChildMoves(AccountIndexes& indexes) : indexes_(indexes) {}
+  ChildMoves(const ChildMoves&) = delete;
+  ChildMoves& operator=(const ChildMoves&) = delete;
+  ~ChildMoves() { writeAll(); }
+
+  /// Takes every child with the identifier out of the parent's children. Does nothing without a parent.
+  void remove(const String& childID, const AccountPtr& parent);
+  /// Appends the child's live properties to the parent's children. Does nothing without a parent.
+  void add(const AccountPtr& child, const AccountPtr& parent);
+  /// Hands back whatever parent goes by the identifier, because somebody else is about to index its children.
+  void release(const String& parentID);
+
+ private:
+  struct Parent {
+    AccountPtr account;
+    /// The elements of "ChildAccounts"; nil where one was taken out.
+    std::vector<Value> children{};
+    std::unordered_map<std::string, std::vector<std::size_t>> placesByID{};
+    bool hasChildren = false;
+    bool isChanged = false;
+  };
+  enum Role : unsigned { asParent = 1, asChild = 2 };
+
+  Parent& open(const AccountPtr& account);
+  Parent take(const AccountPtr& account);
+  void index(Parent& parent, const String& parentID);
+  void append(Parent& parent, const String& parentID, const Value& element);
+  void note(const Value& properties, Role role);
+  static void write(Parent& parent);
+  void writeAll();
+  void changed(Parent& parent);
+
+  AccountIndexes& indexes_;
+  std::unordered_map<std::string, Parent> parentsByID_;
+  /// The live properties met so far, and as what.
+  std::unordered_map<const Node*, unsigned> roles_;
+  /// A record that is a parent is a child as well: the copy of it that is indexed as a child shows which of
+  /// the changes came before it and which after, so that none may be put off.
+  bool isNothingPutOff_ = false;
+};
+
+}  // namespace roster

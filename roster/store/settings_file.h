@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "roster/base/export.h"
+#include "roster/base/result.h"
+#include "roster/store/salvage.h"
+#include "roster/value/value.h"
+
+namespace roster {
+
+/// The version of the file's layout that this library writes.
+inline constexpr unsigned currentRegistryVersion = 12;
+
+/// The content of the account settings file, as far as it can be used.
+struct Registry {
+  /// The value under "Accounts"; nothing when there is none or it is no array.
+  std::optional<Array> accounts;
+  /// The value under "Version", 0 when there is none.
+  std::int64_t version = 0;
+  /// Why the file, though it exists, cannot be read as a registry in full; empty when it can, or there is no
+  /// file. What cannot be read is not lost as long as the file itself is kept.
+  std::string damage;
+};
+
+/// The one file that holds the registry, at a path.
+class ROSTER_EXPORT SettingsFile {
+ public:
+  explicit SettingsFile(std::string path) : path_(std::move(path)) {}
+
+  const std::string& path() const { return path_; }
+
+  /// Reads the file. A missing one gives an empty registry.
+  Registry read() const;
+
+  /// Replaces the file atomically. A damaged one is kept beside its successor, under its own name with
+  /// ".damaged-" and the time in UTC, and one line in the system log says so. Returns nothing on success,
+  /// else what failed; the old file is then whole, and so it is when it could not be kept.
+  Result<> replace(const std::string& bytes, const std::string& damage) const;
+
+ private:
+  std::string nameForDamaged() const;
+
+  std::string path_;
+};
+
+/// The bytes of a registry with these accounts, in their order, in the current layout.
+Result<std::string> registryBytes(std::vector<Value> accounts);
+
+}  // namespace roster

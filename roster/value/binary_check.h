@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "roster/base/text_table.h"
+#include "roster/value/binary_layout.h"
+
+namespace roster {
+
+/// The entries of one dictionary by key, where looking through its references would take too long or would
+/// find the same key twice.
+struct KeyIndex {
+  /// Longer dictionaries have an index.
+  static constexpr std::uint32_t longestWithout = 64;
+
+  struct Entry {
+    std::uint32_t key = 0;
+    std::uint32_t place = 0;
+  };
+  /// Sorted by key, one entry a key.
+  std::vector<Entry> byKey;
+  /// The places of the entries that count, in the file's order: of a repeated key the last.
+  std::vector<std::uint32_t> places;
+
+  std::optional<std::uint32_t> placeOf(std::uint32_t key) const;
+};
+
+/// What one pass over all objects of a binary property list has found out about them.
+struct CheckedObjects {
+  /// Every object's header. The fault of a container is that of what it holds.
+  std::vector<ObjectHeader> objects;
+  /// The texts that are not stored as ASCII, as UTF-8, by object.
+  std::unordered_map<std::uint32_t, std::string> wideTexts;
+  /// The texts that serve as dictionary keys; a key's number is its place here.
+  std::vector<std::string_view> keys;
+  TextTable keysByText;
+  /// By key object, the number of the key whose text it holds.
+  std::unordered_map<std::uint32_t, std::uint32_t> keyNumbers;
+  /// For each shape, and in it for each of the first `shapedKeys` keys, the place at which its dictionaries
+  /// have the key, plus one; 0 where they do not have it. They have no other keys.
+  std::vector<std::uint8_t> shapePlaces;
+  std::uint32_t shapedKeys = 0;
+  /// By dictionary.
+  std::unordered_map<std::uint32_t, KeyIndex> indexes;
+};
+
+/// Looks at every object once: that it lies within the file and reaches into no other one, that its text
+/// decodes, that containers refer to objects that exist, have strings as keys, do not contain themselves, and
+/// are neither too deep nor, with their shared parts unfolded, too large. Takes time and memory linear in the
+/// file, whatever the file holds (but for sorting what is out of order). Fails only when objects overlap many
+/// times over, which would let a small file stand for endless text; a single wrong length or offset is a
+/// fault of what it is wrong for.
+Result<CheckedObjects> checkObjects(const BinaryLayout& layout);
+
+}  // namespace roster

@@ -1,0 +1,135 @@
+#include "roster/value/binary_document.h"
+
+#include <bit>
+
+namespace roster {
+
+Result<Value> Document::read(Bytes file) {
+  const Result<BinaryLayout> layout = BinaryLayout::read(file);
+  if (!layout) return layout.error();
+  auto* const made = new Document(std::move(file), *layout);
+  const Value keeper = ValueAccess::make(Value::Kind::data, made, 0);
+  Document& document = *made;
+  Result<CheckedObjects> checked = checkObjects(document.layout_);
+  if (!checked) return checked.error();
+  document.checked_ = *std::move(checked);
+  const std::uint32_t top = document.layout_.topObject();
+  Value value = document.value(top);
+  if (value.isNil())
+    return Error(std::errc::bad_message, "its top value " + std::string(describe(document.fault(top))));
+  return value;
+}
+
+std::span<const std::byte> Document::bytes(std::uint32_t object) const {
+  return {file_.data() + header(object).contents, header(object).count};
+}
+
+std::size_t Document::count(std::uint32_t container) const {
+  const KeyIndex* keys = index(container);
+  return keys ? keys->places.size() : header(container).count;
+}
+
+Value Document::element(std::uint32_t array, std::size_t place) const {
+  return value(layout_.reference(this->header(array), place));
+}
+
+String Document::key(std::uint32_t dictionary, std::size_t place) const {
+  return value(layout_.reference(this->header(dictionary), placeInFile(dictionary, place))).string();
+}
+
+Value Document::valueAt(std::uint32_t dictionary, std::size_t place) const {
+  const ObjectHeader& header = this->header(dictionary);
+  return value(layout_.reference(header, header.count + placeInFile(dictionary, place)));
+}
+
+const KeyIndex* Document::index(std::uint32_t dictionary) const {
+  if (checked_.indexes.empty()) return nullptr;
+  const auto found = checked_.indexes.find(dictionary);
+  return found == checked_.indexes.end() ? nullptr : &found->second;
+}
+
+std::size_t Document::placeInFile(std::uint32_t dictionary, std::size_t place) const {
+  const KeyIndex* keys = index(dictionary);
+  return keys ? keys->places[place] : place;
+}
+
+Value Document::find(std::uint32_t dictionary, std::string_view key) const {
+  const std::uint32_t number = numberOfKey(key);
+  if (number == TextTable::none) return {};
+  const std::optional<std::uint32_t> place = placeOfKey(dictionary, number);
+  if (!place) return {};
+  const ObjectHeader& header = this->header(dictionary);
+  return value(layout_.reference(header, std::uint64_t{header.count} + *place));
+}
+
+std::uint32_t Document::numberOfKey(std::string_view key) const {
+  return checked_.keysByText.find(key, [this](std::uint32_t number) { return checked_.keys[number]; });
+}
+
+std::optional<std::uint32_t> Document::placeOfKey(std::uint32_t dictionary, std::uint32_t key) const {
+  const ObjectHeader& header = this->header(dictionary);
+  if (header.shape != 0) {
+    if (key >= checked_.shapedKeys) return std::nullopt;
+    const std::uint8_t place = checked_.shapePlaces[(header.shape - 1U) * checked_.shapedKeys + key];
+    return place == 0 ? std::nullopt : std::optional(place - 1U);
+  }
+  if (const KeyIndex* keys = index(dictionary)) return keys->placeOf(key);
+  for (std::uint32_t place = 0; place < header.count; ++place) {
+    const std::uint64_t object = layout_.reference(header, place);
+    if (object >= objectCount()) continue;
+    const auto known = checked_.keyNumbers.find(static_cast<std::uint32_t>(object));
+    if (known != checked_.keyNumbers.end() && known->second == key) return place;
+  }
+  return std::nullopt;
+}
+
+Value Document::value(std::uint64_t reference) const {
+  if (reference >= layout_.objectCount()) return {};
+  const auto object = static_cast<std::uint32_t>(reference);
+  const ObjectHeader header = this->header(object);
+  if (!header.isContainer() && fault(object) != Fault::none) return {};
+  switch (header.type) {
+    case ObjectClass::boolean:
+      return (std::to_integer<unsigned>(file_.data()[header.contents - 1]) & 1U) != 0;
+    case ObjectClass::integer:
+      return integerValue(header);
+    case ObjectClass::real:
+      return realValue(header);
+    case ObjectClass::date:
+      return Date{std::bit_cast<double>(readBigEndian(file_.data() + header.contents, 8))};
+    case ObjectClass::data:
+      return ValueAccess::make(Value::Kind::data, this, object);
+    case ObjectClass::asciiText:
+    case ObjectClass::wideText:
+      return ValueAccess::make(Value::Kind::string, this, object);
+    case ObjectClass::array:
+      return ValueAccess::make(Value::Kind::array, this, object);
+    case ObjectClass::dictionary:
+      return ValueAccess::make(Value::Kind::dictionary, this, object);
+    case ObjectClass::unreadable:
+      break;
+  }
+  return {};
+}
+
+/// Up to four bytes are unsigned, eight are signed, and of sixteen the lower eight hold what is above the
+/// signed range.
+Value Document::integerValue(const ObjectHeader& header) const {
+  const auto width = static_cast<unsigned>(header.count);
+  const std::byte* contents = file_.data() + header.contents;
+  if (width < 8) return static_cast<std::int64_t>(readBigEndian(contents, width));
+  if (width == 8) return static_cast<std::int64_t>(readBigEndian(contents, 8));
+  const std::uint64_t low = readBigEndian(contents + 8, 8);
+  if (readBigEndian(contents, 8) != 0) return static_cast<std::int64_t>(low);
+  return low;
+}
+
+Value Document::realValue(const ObjectHeader& header) const {
+  const std::byte* contents = file_.data() + header.contents;
+  if (header.count == 4) {
+    return static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(readBigEndian(contents, 4))));
+  }
+  return std::bit_cast<double>(readBigEndian(contents, 8));
+}
+
+}  // namespace roster

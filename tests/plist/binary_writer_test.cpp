@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+
+#include "roster/base/limits.h"
+#include "roster/value/value_description.h"
+#include "tests/support/binary_assembler.h"
+#include "tests/support/values.h"
+
+namespace roster::testing {
+namespace {
+
+/// A big-endian number, so many bytes before the end of a file.
+std::uint64_t numberBefore(std::string_view file, std::size_t bytesBeforeEnd, unsigned width) {
+  std::uint64_t number = 0;
+  for (const char byte : file.substr(file.size() - bytesBeforeEnd, width))
+    number = number << 8U | static_cast<unsigned char>(byte);
+  return number;
+}
+
+/// The file, or the reason why there is none.
+std::string write(const Value& value) {
+  const Result<std::string> bytes = binaryPropertyList(value);
+  return bytes ? *bytes : bytes.error().message;
+}
+
+std::string because(Fault fault) { return "a value " + std::string(describe(fault)); }
+
+TEST(BinaryWriter, KeepsEveryNumberAndItsType) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const Value values[] = {0,    255,       256,       65535,      65536, 4294967295, 4294967296,
+                          -1,   INT64_MIN, INT64_MAX, 0.1,        nan,   INFINITY,   5e-324,
+                          -0.0, 1.0,       true,      Date{-1.5}, ~0ULL, 1ULL << 63U};
+  // Equality alone takes 1 for 1.0.
+  for (const Value& value : values) {
+    const Result<Value> back = parse(write(value));
+    EXPECT_TRUE(back && *back == value && describe(*back) == describe(value)) << describe(value);
+  }
+}
+
+TEST(BinaryWriter, StoresWhatIsEqualOnce) {
+  const Value shared = array("part");
+  const Value read = *parse(write(array("same", shared, shared)));
+  const MutableDictionary empty;
+  MutableDictionary filled;
+  filled.set("key", "value");
+  const std::pair<Value, std::uint64_t> cases[] = {
+      {array("same", std::string("same"), Dictionary{{"same", "same"}}), 3},
+      {array(7, 7LL, 7U, 7.0, 7.0, Date{7}, Date{7}, true, true, 1), 6},
+      {array(-1, ~0ULL, 0.0, -0.0), 5},
+      {array(shared, shared, Dictionary{{"part", shared}}), 4},
+      {array(empty, empty), 3},
+      {array(filled, filled, filled.deepCopy()), 4},
+      {array("same", read, read, "part"), 5},
+  };
+  for (const auto& [value, objects] : cases) {
+    EXPECT_EQ(numberBefore(write(value), 24, 8), objects) << describe(value);
+    EXPECT_EQ(describe(*parse(write(value))), describe(value));
+  }
+}
+
+TEST(BinaryWriter, UsesTheNarrowestWidths) {
+  const auto bytesFor = [](std::uint64_t largest) { return (std::bit_width(largest) + 7U) / 8U; };
+  for (const std::size_t size : {1U, 240U, 241U, 255U, 256U, 65526U, 65527U, 65528U, 65535U, 65536U}) {
+    // Many objects need wide references, and a long one wide offsets.
+    std::vector<Value> numbers;
+    while (numbers.size() < size) numbers.emplace_back(numbers.size());
+    for (const Value& value : {Value(Array(numbers)), Value(array(std::string(size, 'x'), true))}) {
+      const std::string file = write(value);
+      const std::uint64_t objects = numberBefore(file, 24, 8);
+      EXPECT_EQ(numberBefore(file, 25, 1), bytesFor(objects - 1)) << size;
+      const auto offsetWidth = static_cast<unsigned>(numberBefore(file, 26, 1));
+      EXPECT_EQ(offsetWidth, bytesFor(numberBefore(file, 32 + offsetWidth, offsetWidth))) << size;
+      EXPECT_EQ(*parse(file), value) << size;
+    }
+  }
+}
+
+TEST(BinaryWriter, RefusesDictionariesThatContainThemselves) {
+  MutableDictionary self;
+  for (const bool isDirect : {true, false}) {
+    self.set("self", isDirect ? Value(self) : array(1, array(self)));
+    EXPECT_EQ(write(self), because(Fault::containsItself));
+    EXPECT_TRUE(Value(self).deepCopy().isNil());
+    EXPECT_TRUE(self.deepCopy().empty());
+    EXPECT_TRUE(Value(self) == Value(self));
+  }
+  self.set("self", "free again");
+  EXPECT_EQ(*parse(write(self)), self);
+}
+
+TEST(BinaryWriter, RefusesWhatItsReaderWouldRefuse) {
+  const auto nest = [](Value value, std::size_t levels) {
+    for (; levels > 0; --levels) value = array(value);
+    return value;
+  };
+  const std::size_t deepest = limits::maximumDepth;
+  EXPECT_TRUE(parse(write(nest(1, deepest))));
+  EXPECT_TRUE(parse(write(nest(Array(), deepest - 1))));
+  EXPECT_EQ(write(nest(1, deepest + 1)), because(Fault::tooDeep));
+  EXPECT_EQ(write(nest(Array(), deepest)), because(Fault::tooDeep));
+  const Value low = array(Array());
+  EXPECT_EQ(write(array(low, nest(low, deepest - 2))), because(Fault::tooDeep))
+      << "met first where it is not deep";
+
+  std::vector<Value> arrays = {"leaf"};
+  Value dictionaries = "leaf";
+  for (int i = 0; i < 60; ++i) {
+    arrays.emplace_back(array(arrays.back(), arrays.back()));
+    dictionaries = Dictionary{{"left", dictionaries}, {"right", dictionaries}};
+  }
+  for (const Value& bomb : {arrays.back(), Value(Array(arrays)), dictionaries})
+    EXPECT_EQ(write(bomb), because(Fault::tooLarge));
+  const Value large = array(Array(std::vector<Value>(20'000, "x")));
+  const std::string file = write(array(Array(std::vector<Value>(200, large))));
+  EXPECT_EQ(parse(file, Soundness::inspected)->fault(), Fault::tooLarge) << "records may share large parts";
+
+  for (const char* text : {"\xC3(", "\xC0\x80", "\xED\xA0\xBC", "\xF5\x80\x80\x80", "\xE2\x82", "\x80"}) {
+    EXPECT_EQ(write(text), because(Fault::badText));
+    EXPECT_EQ(write(Dictionary{{text, 1}}), because(Fault::badText));
+  }
+  EXPECT_EQ(write(Value()), "there is no value");
+}
+
+TEST(BinaryWriter, ValuesMayBeNestedDeeperThanTheStack) {
+  Value deep = 0;
+  for (int i = 0; i < 300'000; ++i)
+    deep = i % 2 == 0 ? Value(array(deep)) : Value(Dictionary{{"next", deep}});
+  EXPECT_EQ(write(deep), because(Fault::tooDeep));
+  EXPECT_FALSE(deep == Value(array(deep)));
+  EXPECT_TRUE(deep.deepCopy().isIdenticalTo(deep));
+}
+
+}  // namespace
+}  // namespace roster::testing

@@ -1,0 +1,110 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "roster/base/limits.h"
+#include "tests/support/binary_assembler.h"
+#include "tests/support/values.h"
+
+namespace roster::testing {
+namespace {
+
+Result<Value> parseElement(const std::string& element) {
+  return parse("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + element + "</plist>");
+}
+
+std::string repeated(std::string_view text, std::size_t count) {
+  std::string result;
+  while (count-- > 0) result += text;
+  return result;
+}
+
+TEST(XmlPropertyList, ReadsElementsInEverySpelling) {
+  // The tests of peers read what other libraries write; this is what people write by hand.
+  const std::pair<const char*, Value> cases[] = {
+      {"<string> a&lt;&amp;&gt;&quot;&apos;&#228;&#x1F600;</string>", " a<&>\"'ä😀"},
+      {"<string>a<![CDATA[<&amp;]]>b<!-- c --><?d e?>f</string>", "a<&amp;bf"},
+      {"<integer> -0x1F\n</integer>", -31},
+      {"<integer>+0XFFFFFFFFFFFFFFFF</integer>", UINT64_MAX},
+      {"<real>-1.5e-3</real>", -0.0015},
+      {"<real>+Infinity</real>", INFINITY},
+      {"<data>\n\tAA\nEC /+8=\r\n</data>", bytesValue(std::string_view("\x00\x01\x02\xff\xef", 5))},
+      {"<array><data/><string/><dict/><true/></array>", array(bytesValue(""), "", Dictionary(), true)},
+      {"<dict><key>a&amp;</key><true/><key/><real>1</real><key>a&amp;</key><false/></dict>",
+       Dictionary({{"a&", false}, {"", 1.0}})},
+  };
+  for (const auto& [text, expected] : cases) {
+    const Result<Value> value = parseElement(text);
+    ASSERT_TRUE(value) << text << ": " << value.error().message;
+    EXPECT_TRUE(*value == expected && value->kind() == expected.kind()) << text;
+  }
+  for (const char* document :
+       {"\xEF\xBB\xBF<true/>", "<!-- a --><?b c?>\n<plist><true/></plist>\n<!-- d -->\n",
+        "<!DOCTYPE plist SYSTEM \"file:///nowhere/at.all\"><true/>",
+        "<!DOCTYPE plist [<!ELEMENT plist ANY> <!ATTLIST plist version CDATA \"1.0\">]><true/>"})
+    EXPECT_EQ(*parse(document), true) << document;
+}
+
+TEST(XmlPropertyList, SaysWhatIsWrongAndWhere) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"<dict><key>a</key></dict>", "a key without a value"},
+      {"<dict><key>a</key><true/><true/></dict>", "a value without a key"},
+      {"<array><key>a</key></array>", "a key outside a dictionary"},
+      {"<true/><true/>", "a second top value"},
+      {"", "a <plist> without a value"},
+      {"<array><plist/></array>", "a <plist> inside another element"},
+      {"<set/>", "an unknown element <set>"},
+      {"<string><true/></string>", "an element <true> inside <string>"},
+      {"<true>1</true>", "text where no text belongs"},
+      {"<integer>0x</integer>", "\"0x\" is not an integer"},
+      {"<integer>18446744073709551616</integer>", "an integer out of range: \"18446744073709551616\""},
+      {"<real>1e999</real>", "a real number out of range: \"1e999\""},
+      {"<date>2023-02-29T00:00:00Z</date>", "\"2023-02-29T00:00:00Z\" is not a date"},
+      {"<date>2023-02-28T00:00:00.5Z</date>", "\"2023-02-28T00:00:00.5Z\" is not a date"},
+      {"<data>YQ==YQ==</data>", "data that is not base64"},
+      {"<string>\xC3</string>", "not well-formed (invalid token)"},
+  };
+  for (const auto& [text, error] : cases)
+    EXPECT_EQ(parseElement(text).error().message, "line 2: " + std::string(error)) << text;
+  EXPECT_EQ(parseElement("<array>\n<true></array>").error().message, "line 3: mismatched tag");
+  EXPECT_EQ(parse("\n").error().message, "line 2: no element found");
+}
+
+TEST(XmlPropertyList, RefusesDeclaredEntitiesAndFetchesNone) {
+  std::string laughs = "[<!ENTITY a0 \"" + repeated("ha", 50) + "\">";
+  for (std::string name = "a0"; name != "a9"; ++name[1]) {
+    laughs += std::string("<!ENTITY a") + static_cast<char>(name[1] + 1) + " '" +
+              repeated("&" + name + ";", 10) + "'>";
+  }
+  const std::string attributes = "[<!ATTLIST plist " + repeated("a CDATA 'x' ", 100) + ">]";
+  const std::tuple<std::string, const char*, const char*> cases[] = {
+      {laughs + "]", "<string>&a9;</string>", "an entity that XML does not define: &a9;"},
+      {laughs + "]", "<true a='&a9;'/>",
+       "limit on input amplification factor (from DTD and entities) breached"},
+      {"SYSTEM \"x.dtd\"", "<string>&a;</string>", "an entity that XML does not define: &a;"},
+      {"[<!ENTITY a SYSTEM \"/etc/hostname\">]", "<string>&a;</string>", "an entity outside the file"},
+      {attributes, "<true/>", "a document type with too many attributes"},
+  };
+  for (const auto& [type, element, error] : cases) {
+    const std::string text = "<!DOCTYPE plist " + type + "><plist>" + element + "</plist>";
+    EXPECT_EQ(parse(text).error().message, "line 1: " + std::string(error)) << text.substr(0, 100);
+  }
+}
+
+TEST(XmlPropertyList, PassesOverWhatIsNestedTooDeeplyAndKeepsTheRest) {
+  const std::size_t most = limits::maximumDepth;
+  EXPECT_TRUE(parse(repeated("<array>", most) + repeated("</array>", most)));
+  EXPECT_EQ(parse(repeated("<array>", most + 1) + repeated("</array>", most + 1)).error().message,
+            "a value in it is nested too deeply");
+
+  const std::string deep = repeated("<dict><key>a</key>", 100'000) + "<true/>" + repeated("</dict>", 100'000);
+  const Result<Value> value = parse("<dict><key>good</key><array><true/></array><key>bad</key>" + deep +
+                                        "<key>also good</key><string>x</string></dict>",
+                                    Soundness::inspected);
+  EXPECT_EQ(value->dictionary()->find("bad").fault(), Fault::tooDeep);
+  EXPECT_EQ(value->dictionary()->find("good"), array(true));
+  EXPECT_EQ(value->dictionary()->find("also good"), "x");
+}
+
+}  // namespace
+}  // namespace roster::testing
