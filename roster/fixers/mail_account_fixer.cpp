@@ -3,7 +3,7 @@
 #include <array>
 
 #include "roster/base/process_wide.h"
-#include "roster/platform/device.h"
+#include "roster/platform/bus_signals.h"
 #include "roster/platform/system_log.h"
 
 namespace roster {

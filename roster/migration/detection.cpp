@@ -1,5 +1,3 @@
-#include <filesystem>
-
 #include "roster/migration/migration.h"
 #include "roster/platform/assertion.h"
 #include "roster/platform/device.h"
@@ -15,8 +13,9 @@ namespace {
 /// What cannot be looked at does not count: the registry would be removed for it. Nor does a path relative to
 /// wherever the process happens to stand, which a user without a home has.
 bool isThere(const std::string& path) {
-  std::error_code error;
-  return path.starts_with('/') && std::filesystem::exists(path, error);
+  if (!path.starts_with('/')) return false;
+  const FileType type = fileType(path);
+  return type != FileType::missing && type != FileType::unknown;
 }
 
 bool requirePointer(const bool* pointer, const char* message) {

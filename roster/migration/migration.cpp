@@ -20,10 +20,7 @@ constexpr std::string_view lockName = "AccountMigrationInProgress";
 constexpr std::string_view migratorClass = "AccountsDataMigrator";
 
 /// A bundle is a folder.
-bool bundleExists(const std::string& path) {
-  std::error_code error;
-  return std::filesystem::is_directory(path, error);
-}
+bool bundleExists(const std::string& path) { return fileType(path) == FileType::folder; }
 
 /// Loads the code of a bundle as a plug-in. It is the shared library in the bundle's folder that has the
 /// folder's name, with ".so" in place of the folder's extension: AccountMigrator.migrator holds

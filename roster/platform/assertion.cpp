@@ -5,6 +5,11 @@
 
 namespace roster {
 
+AssertionFailure::AssertionFailure(AssertionReport report)
+    : std::logic_error(report.message), report_(std::make_shared<const AssertionReport>(std::move(report))) {}
+
+const AssertionReport& AssertionFailure::report() const { return *report_; }
+
 AssertionHandler setAssertionHandler(AssertionHandler handler) {
   return immortalReplaceable<AssertionHandler>().replace(std::move(handler));
 }

@@ -18,6 +18,9 @@ struct ClassTable {
 
 }  // namespace
 
+MissingOperation::MissingOperation(const ClassObject& receiver, std::string_view operation)
+    : std::logic_error("the class " + receiver.name() + " does not answer " + std::string(operation)) {}
+
 // NOLINTNEXTLINE(performance-unnecessary-value-param): it is moved into the table
 bool registerClass(ClassObject object) {
   auto& table = immortalInstance<ClassTable>();

@@ -20,20 +20,26 @@ namespace roster {
 ///
 ///     ClassObject("PhotoCreator").answering(AccountCreationProtocol{.accountWithBasicAccount =
 ///     &makeAccount})
-class ROSTER_EXPORT ClassObject {
+///
+/// Its members are part of the interface between the library and its plug-ins, so they are few and plain.
+class ClassObject {
  public:
+  /// A class that answers no protocol yet.
   explicit ClassObject(std::string name) : name_(std::move(name)) {}
 
+  /// The class's name, as type tables and registries know it.
   const std::string& name() const { return name_; }
 
-  /// Adds a protocol. One of the same type that is there already stays the one that is found.
+  /// Adds a protocol and returns the object itself, for the next one. When one of the same type is there
+  /// already, that stays the one that is found.
   template <class Protocol>
   ClassObject&& answering(Protocol protocol) && {
     protocols_.emplace_back(typeid(Protocol), std::make_shared<const Protocol>(std::move(protocol)));
     return std::move(*this);
   }
 
-  /// The class's answers to a protocol; nil when it answers none of it.
+  /// The class's answers to a protocol; nil when it answers none of it. Valid as long as the object, or a
+  /// copy of it.
   template <class Protocol>
   const Protocol* as() const {
     for (const auto& [type, protocol] : protocols_) {
@@ -50,8 +56,8 @@ class ROSTER_EXPORT ClassObject {
 /// A class was asked for an operation that it does not answer.
 class ROSTER_EXPORT MissingOperation : public std::logic_error {
  public:
-  MissingOperation(const ClassObject& receiver, std::string_view operation)
-      : std::logic_error("the class " + receiver.name() + " does not answer " + std::string(operation)) {}
+  /// An exception whose text names the class and the operation.
+  MissingOperation(const ClassObject& receiver, std::string_view operation);
 };
 
 /// A required operation of a class, for a call without asking first; throws MissingOperation when the class
@@ -66,7 +72,8 @@ const Operation& requiredOperation(const ClassObject& receiver, Operation Protoc
 
 /// Makes a class known to the process, for the rest of its life. Plug-ins do so through their entry; an
 /// application or a loader may do it directly. A name belongs to whoever took it first: false, with one line
-/// in the system log, when there is such a class already. May be called from any thread.
+/// in the system log, when there is such a class already, which a caller may well ignore. May be called from
+/// any thread.
 ROSTER_EXPORT bool registerClass(ClassObject object);
 
 /// The class with the name; nil when nobody has registered it. The result is valid for the life of the

@@ -13,8 +13,8 @@ namespace roster {
 /// programs. It never ends with a slash.
 ROSTER_EXPORT std::string deviceRoot();
 
-/// The absolute path of a file of the device-wide shared preferences directory. Nothing is created or looked
-/// at.
+/// The absolute path of a file in the shared preferences directory of the whole device. Nothing is created or
+/// looked at.
 ROSTER_EXPORT std::string sharedPreferencesPath(std::string_view fileName);
 
 /// The user's home directory: HOME, else the user database. Empty when neither knows one.
@@ -27,11 +27,11 @@ ROSTER_EXPORT String deviceInformation(std::string_view key);
 
 /// Features that device management may forbid.
 enum class Feature {
-  cloudDocumentSync,
-  photoStream,
-  sharedPhotoStreams,
-  cloudBackup,
-  cardsWhileLocked,
+  cloudDocumentSync,   ///< Documents are kept in the cloud.
+  photoStream,         ///< Photos are passed on to the user's other devices.
+  sharedPhotoStreams,  ///< Photos are shared with other people.
+  cloudBackup,         ///< The device is backed up to the cloud.
+  cardsWhileLocked,    ///< Cards are shown while the device is locked.
 };
 
 /// The answer in which a feature is explicitly not allowed; every other answer leaves it alone.
@@ -40,11 +40,12 @@ inline constexpr int featureNotAllowed = 2;
 /// What device management says of a feature: 0 nothing, 1 allowed, 2 explicitly not allowed. A change of the
 /// restrictions is seen at the next call. May be called from any thread.
 ///
-/// Device management says it in the property list <root>/etc/roster/restrictions.plist, a dictionary with the
-/// keys "CloudDocumentSync", "PhotoStream", "SharedPhotoStreams", "CloudBackup" and "CardsWhileLocked", each
-/// optional. The value is a boolean (true: allowed, false: explicitly not allowed) or an integer, which is
-/// the answer itself. A file that cannot be used restricts nothing, and is one line in the system log each
-/// time it changes; it is best replaced by renaming, so that nobody reads half of it.
+/// Device management says it in the property list ROOT/etc/roster/restrictions.plist, ROOT being
+/// `deviceRoot()`: a dictionary with the keys "CloudDocumentSync", "PhotoStream", "SharedPhotoStreams",
+/// "CloudBackup" and "CardsWhileLocked", each optional. The value is a boolean (true: allowed, false:
+/// explicitly not allowed) or an integer, which is the answer itself. A file that cannot be used restricts
+/// nothing, and is one line in the system log each time it changes; it is best replaced by renaming, so that
+/// nobody reads half of it.
 ROSTER_EXPORT int restriction(Feature feature);
 
 /// The value of a key for the running program: from its own preferences domain, which is named after its
@@ -53,10 +54,6 @@ ROSTER_EXPORT Value preference(std::string_view key);
 
 /// The value of a key in another program's preferences domain of the same user; nil when there is none.
 ROSTER_EXPORT Value preferenceOfDomain(std::string_view key, std::string_view domain);
-
-/// Tells an application, by identifier, that its preferences changed under a key. Nobody need listen. Without
-/// a bus it is one line in the system log.
-void broadcastPreferencesChanged(std::string_view applicationIdentifier, std::string_view key);
 
 /// A freshly drawn random UUID in canonical text form, upper case; nothing when the system gives no random
 /// bytes.

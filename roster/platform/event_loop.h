@@ -8,10 +8,10 @@
 namespace roster {
 
 /// Runs the calling thread's event loop, its default sd-event loop, until one of its sources has been
-/// handled, the process with the identifier has ended, or the time has passed, whichever is first. The
-/// caller's own sources fire meanwhile. A loop that cannot be run, as when the caller is in the middle of
-/// handling one of its sources, leaves the waiting.
-void runEventLoop(std::chrono::microseconds atMost, std::int32_t watchedProcess);
+/// handled, the process with the identifier has ended, or the timeout is over, whichever is first. The
+/// caller's own sources fire meanwhile. Where the loop cannot be run, as when the caller is in the middle of
+/// handling one of its sources, this only waits for the process or the timeout.
+void runEventLoop(std::chrono::microseconds timeout, std::int32_t watchedProcess);
 
 // The host's web engine has one lock per process for the threads that use it. Running a thread's event loop
 // may let the lock go, so whoever runs the loop in the middle of something asks before and takes it again

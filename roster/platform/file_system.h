@@ -1,12 +1,10 @@
 #pragma once
 
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
 #include "roster/base/bytes.h"
-#include "roster/base/export.h"
 #include "roster/base/result.h"
 
 namespace roster {
@@ -20,15 +18,25 @@ Result<Bytes> readFile(const std::string& path);
 /// after success the new one survives a power cut. Missing folders on the way are made. The old file's mode
 /// and owner are kept; a new file is private to its owner (0600).
 ///
-/// Returns nothing on success. On failure it returns what failed with path and system text; the old file is
-/// whole and no temporary file is left. One failure comes too late for that: when only the syncing of the
-/// folder fails, the new file is in place, whole, but may not survive a power cut. Exactly two syncs are
-/// made: of the file, and of its folder. A symbolic link at the path stays, and the file it stands for is
-/// replaced.
+/// On failure the error names what failed, with path and system text; the old file is whole and no temporary
+/// file is left. One failure comes too late for that: when only the syncing of the folder fails, the new file
+/// is in place, whole, but may not survive a power cut. Exactly two syncs are made: of the file, and of its
+/// folder. A symbolic link at the path stays, and the file it stands for is replaced.
 Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes);
 
-/// Whether something exists at the path; it need not be readable.
-bool fileExists(const std::string& path);
+enum class FileType {
+  missing,  ///< Neither the file nor, perhaps, a folder for it.
+  regular,
+  folder,
+  other,    ///< A pipe, a device and their like.
+  unknown,  ///< It cannot be looked at, as in a folder that this process may not enter.
+};
+
+/// What is found at the path, symbolic links followed.
+FileType fileType(const std::string& path);
+
+/// Whether something is at the path, or may be: only a file that is known to be missing counts as none.
+inline bool fileExists(const std::string& path) { return fileType(path) != FileType::missing; }
 
 /// Removes the file, or the symbolic link; not a folder. Fails when there is none.
 Result<> removeFile(const std::string& path);
@@ -38,6 +46,9 @@ Result<> removeFile(const std::string& path);
 Result<> keepFileAs(const std::string& path, const std::string& copy);
 
 /// The path with one component appended, with one separator between them.
-ROSTER_EXPORT std::string joinPath(std::string_view folder, std::string_view component);
+std::string joinPath(std::string_view folder, std::string_view component);
+
+/// The path without its last component; "." when it has only one.
+std::string folderOf(std::string_view path);
 
 }  // namespace roster

@@ -10,10 +10,12 @@ namespace roster {
 
 /// A lock that all processes of the device know by its name, held as long as this object lives. Each object
 /// is a holder of its own: two threads of one process exclude each other as two processes do. The system
-/// frees the lock of a process that dies.
+/// frees the lock of a process that dies. May be released and destroyed by any thread.
 class ROSTER_EXPORT NamedLock {
  public:
+  /// Not copyable: holders share the pointer.
   NamedLock(const NamedLock&) = delete;
+  /// Not copyable: holders share the pointer.
   NamedLock& operator=(const NamedLock&) = delete;
   /// Releases the lock.
   virtual ~NamedLock() = default;
@@ -23,15 +25,17 @@ class ROSTER_EXPORT NamedLock {
   virtual void release() = 0;
 
  protected:
+  /// For implementations; clients call `takeNamedLock`.
   NamedLock() = default;
 };
 
 /// Waits, for as long as it takes, until nobody else holds the lock, and takes it. May be called from any
 /// thread.
 ///
-/// The lock is the file <root>/tmp/NAME, which stays when nobody holds the lock any more; every user may lock
-/// it. Fails with path and cause when there is no such file and it cannot be made, and when what stands in
-/// its place, a symbolic link for one, is not a regular file; the lock is not held then.
+/// The lock is the file ROOT/tmp/NAME, ROOT being `deviceRoot()`, which stays when nobody holds the lock any
+/// more; every user may lock it. Fails with path and cause when there is no such file and it cannot be made,
+/// and when what stands in its place, a symbolic link for one, is not a regular file; the lock is not held
+/// then.
 ROSTER_EXPORT Result<std::shared_ptr<NamedLock>> takeNamedLock(std::string_view name);
 
 }  // namespace roster

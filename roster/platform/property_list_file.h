@@ -19,9 +19,4 @@ ROSTER_EXPORT Result<Value> readPropertyListFile(const std::string& path,
 /// list.
 ROSTER_EXPORT Result<Dictionary> readDictionaryFile(const std::string& path);
 
-/// What the file holds now. It is read again only after it changed; otherwise a call costs one stat. A file
-/// that cannot be used counts as empty and is one line in the system log each time it changes. May be called
-/// from any thread.
-Dictionary currentDictionary(const std::string& path);
-
 }  // namespace roster

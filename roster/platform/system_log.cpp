@@ -3,7 +3,6 @@
 #include "roster/base/limits.h"
 #include "roster/base/process_wide.h"
 #include "roster/base/single_line.h"
-#include "roster/platform/syslog_sink.h"
 #include "roster/value/value_description.h"
 
 namespace roster {

@@ -3,7 +3,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "roster/platform/device.h"
+#include "roster/platform/bus_signals.h"
 #include "roster/platform/linux/system_bus.h"
 #include "tests/support/private_bus.h"
 #include "tests/support/temporary_device.h"

@@ -16,8 +16,10 @@ void registerClasses(roster::PluginClasses& classes) {
   if (fault() == "class") throw std::runtime_error("no wire");
 }
 
-constexpr roster::PluginEntry sound{roster::pluginEntryVersion, &registerClasses};
-constexpr roster::PluginEntry later{roster::pluginEntryVersion + 1, &registerClasses};
+using roster::pluginEntryVersion;
+using roster::pluginLayout;
+constexpr roster::PluginEntry sound{pluginEntryVersion, pluginLayout, &registerClasses};
+constexpr roster::PluginEntry later{pluginEntryVersion + 1, pluginLayout, &registerClasses};
 
 }  // namespace
 

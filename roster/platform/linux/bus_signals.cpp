@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <string>
 
-#include "roster/platform/device.h"
 #include "roster/platform/linux/system_bus.h"
 #include "roster/platform/system_log.h"
 

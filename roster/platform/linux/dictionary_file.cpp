@@ -1,3 +1,5 @@
+#include "roster/platform/linux/dictionary_file.h"
+
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -8,7 +10,6 @@
 #include "roster/base/process_wide.h"
 #include "roster/platform/property_list_file.h"
 #include "roster/platform/system_log.h"
-#include "roster/plist/property_list.h"
 
 namespace roster {
 
@@ -19,7 +20,7 @@ using FileTime = std::chrono::nanoseconds;
 
 /// Tells one state of a file from another without reading it.
 struct FileStamp {
-  int error = 0;
+  int errorNumber = 0;
   dev_t device = 0;
   ino_t inode = 0;
   off_t size = 0;
@@ -27,7 +28,7 @@ struct FileStamp {
   FileTime changed{};
   friend bool operator==(const FileStamp&, const FileStamp&) = default;
 
-  bool isMissing() const { return error == ENOENT || error == ENOTDIR; }
+  bool isMissing() const { return errorNumber == ENOENT || errorNumber == ENOTDIR; }
 };
 
 FileTime fileTime(const timespec& time) {
@@ -36,7 +37,7 @@ FileTime fileTime(const timespec& time) {
 
 FileStamp stampOf(const std::string& path) {
   struct stat status {};
-  if (stat(path.c_str(), &status) != 0) return {.error = errno};
+  if (stat(path.c_str(), &status) != 0) return {.errorNumber = errno};
   return {.device = status.st_dev,
           .inode = status.st_ino,
           .size = status.st_size,
@@ -46,24 +47,25 @@ FileStamp stampOf(const std::string& path) {
 
 class DictionaryCache {
  public:
-  /// `complaint` becomes what the system log should hear, if anything.
-  Dictionary contents(const std::string& path, std::string& complaint) {
+  /// Fails once for each state of a file that cannot be used; that state counts as empty from then on.
+  Result<Dictionary> contents(const std::string& path) {
     const std::lock_guard guard(lock_);
     const FileTime now = std::chrono::system_clock::now().time_since_epoch();
     const FileStamp stamp = stampOf(path);
     if (stamp.isMissing()) {
       entries_.erase(path);
-      return {};
+      return Dictionary();
     }
     const auto known = entries_.find(path);
     const bool isSameStamp = known != entries_.end() && known->second.stamp == stamp;
     if (isSameStamp && known->second.isSettled) return known->second.contents;
 
-    const Result<Dictionary> file = readDictionaryFile(path);
-    if (!isSameStamp && !file && !isMissingFile(file.error())) complaint = file.error().message;
+    Result<Dictionary> file = readDictionaryFile(path);
     const Dictionary contents = file ? *file : Dictionary();
     if (entries_.size() >= maximumEntries) entries_.clear();
     entries_.insert_or_assign(path, Entry{stamp, isSettled(stamp, now), contents});
+    const bool isNews = !file && !isSameStamp && !isMissingFile(file.error());
+    if (isNews) return file;
     return contents;
   }
 
@@ -79,7 +81,7 @@ class DictionaryCache {
   /// that were read.
   static bool isSettled(const FileStamp& stamp, FileTime now) {
     constexpr auto coarsestStep = std::chrono::seconds(2);
-    return stamp.error == 0 && stamp.changed + coarsestStep < now;
+    return stamp.errorNumber == 0 && stamp.changed + coarsestStep < now;
   }
 
   static constexpr std::size_t maximumEntries = 64;
@@ -90,11 +92,11 @@ class DictionaryCache {
 }  // namespace
 
 Dictionary currentDictionary(const std::string& path) {
-  std::string complaint;
-  Dictionary contents = immortalInstance<DictionaryCache>().contents(path, complaint);
-  // Without the lock, since whoever receives log lines may ask for a dictionary itself.
-  if (!complaint.empty()) systemLog("%@", complaint);
-  return contents;
+  const Result<Dictionary> contents = immortalInstance<DictionaryCache>().contents(path);
+  if (contents) return *contents;
+  // Without the cache's lock: the receiver of log lines may ask for a dictionary itself.
+  systemLog("%@", contents.error().message);
+  return {};
 }
 
 }  // namespace roster

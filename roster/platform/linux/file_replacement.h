@@ -5,7 +5,7 @@
 #include <string>
 
 #include "roster/base/result.h"
-#include "roster/platform/linux/file_descriptor.h"
+#include "roster/platform/linux/file_calls.h"
 #include "roster/platform/linux/new_file.h"
 
 namespace roster {
@@ -23,26 +23,22 @@ namespace roster {
 /// keeps it private.
 class FileReplacement {
  public:
-  explicit FileReplacement(std::string path) : path_(std::move(path)) {}
+  /// Makes the temporary file. Fails when the path does not name a regular file or a missing one, and when
+  /// its folder cannot be opened, made or written to.
+  static Result<FileReplacement> create(const std::string& path);
 
-  // To be called in this order. Each returns what failed, and nothing on success.
+  /// Appends the bytes to the temporary file. The replacement is of no use any more after a failure.
+  Result<> write(std::span<const std::byte> bytes) const { return temporary_.write(bytes); }
 
-  Result<> begin();
-  Result<> write(std::span<const std::byte> bytes);
-  /// When only the last step fails, the syncing of the folder, the new file is in place but may not survive a
-  /// power cut; after any other failure the old one is untouched.
+  /// To be called once. When only its last step fails, the syncing of the folder, the new file is in place
+  /// but may not survive a power cut; after any other failure the old one is untouched.
   Result<> commit();
 
  private:
-  Result<> resolveLinks();
-  Result<> splitPath();
-  Result<> openFolder();
-  Result<> inspectOldFile();
-  Result<> createTemporary();
+  FileReplacement(std::string path, FileDescriptor folder, std::optional<struct stat> oldFile,
+                  NewFile temporary);
 
   std::string path_;
-  std::string folderPath_;
-  std::string name_;
   FileDescriptor folder_;
   std::optional<struct stat> oldFile_;
   NewFile temporary_;

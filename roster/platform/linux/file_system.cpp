@@ -9,6 +9,7 @@
 
 #include "roster/base/limits.h"
 #include "roster/platform/linux/file_replacement.h"
+#include "roster/platform/linux/system_calls.h"
 
 namespace roster {
 
@@ -45,8 +46,8 @@ Result<Bytes> readAll(const FileDescriptor& file, const std::string& path, std::
   preferLargePages(bytes);
   std::size_t filled = 0;
   while (true) {
-    const ssize_t count = retrying(
-        [&] { return fileCalls().read(file.number(), bytes.data() + filled, bytes.size() - filled); });
+    const ssize_t count =
+        retrying([&] { return fileCalls().read(file.fd(), bytes.data() + filled, bytes.size() - filled); });
     if (count < 0) return systemError("read", path, errno);
     if (count == 0) break;
     filled += static_cast<std::size_t>(count);
@@ -59,8 +60,9 @@ Result<Bytes> readAll(const FileDescriptor& file, const std::string& path, std::
 }
 
 /// Whether hard links are out of the question here, while a copy may still be made.
-bool mayCopyInstead(int number) {
-  return number == EPERM || number == EXDEV || number == EMLINK || number == EOPNOTSUPP || number == ENOSYS;
+bool mayCopyInstead(int errorNumber) {
+  return errorNumber == EPERM || errorNumber == EXDEV || errorNumber == EMLINK || errorNumber == EOPNOTSUPP ||
+         errorNumber == ENOSYS;
 }
 
 Result<> copyFile(const std::string& path, const std::string& copy) {
@@ -69,15 +71,13 @@ Result<> copyFile(const std::string& path, const std::string& copy) {
   struct stat model {};
   if (fileCalls().fstatat(AT_FDCWD, path.c_str(), &model, 0) == -1)
     return systemError("examine", path, errno);
-  NewFile file;
-  int number = file.create(AT_FDCWD, copy);
-  if (number != 0) return systemError("create", copy, number);
-  number = file.write(contents->span());
-  if (number == 0) number = file.adoptAccess(model);
-  if (number == 0) number = file.sync();
-  if (number == 0) number = file.close();
-  if (number != 0) return systemError("write", copy, number);
-  file.keep();
+  Result<NewFile> file = NewFile::create(AT_FDCWD, copy, copy);
+  if (!file) return file.error();
+  if (Result<> done = file->write(contents->span()); !done) return done;
+  if (Result<> done = file->adoptAccess(model); !done) return done;
+  if (Result<> done = file->sync(); !done) return done;
+  if (Result<> done = file->close(); !done) return done;
+  file->keep();
   return {};
 }
 
@@ -89,7 +89,7 @@ Result<Bytes> readFile(const std::string& path) {
   const FileDescriptor file(retrying([&] { return fileCalls().openat(AT_FDCWD, path.c_str(), flags, 0); }));
   if (!file) return systemError("open", path, errno);
   struct stat status {};
-  if (fileCalls().fstat(file.number(), &status) == -1) return systemError("examine", path, errno);
+  if (fileCalls().fstat(file.fd(), &status) == -1) return systemError("examine", path, errno);
   if (!S_ISREG(status.st_mode)) {
     return unreadable(std::errc::invalid_argument, path, "it is not a regular file");
   }
@@ -104,17 +104,18 @@ Result<Bytes> readFile(const std::string& path) {
 }
 
 Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes) {
-  FileReplacement replacement(path);
-  if (const Result<> done = replacement.begin(); !done) return done;
-  if (const Result<> done = replacement.write(bytes); !done) return done;
-  return replacement.commit();
+  Result<FileReplacement> replacement = FileReplacement::create(path);
+  if (!replacement) return replacement.error();
+  if (Result<> done = replacement->write(bytes); !done) return done;
+  return replacement->commit();
 }
 
-bool fileExists(const std::string& path) {
+FileType fileType(const std::string& path) {
   struct stat status {};
-  if (fileCalls().fstatat(AT_FDCWD, path.c_str(), &status, 0) == 0) return true;
-  // Whatever keeps us from looking may stand before something.
-  return errno != ENOENT && errno != ENOTDIR;
+  if (fileCalls().fstatat(AT_FDCWD, path.c_str(), &status, 0) == -1)
+    return errno == ENOENT || errno == ENOTDIR ? FileType::missing : FileType::unknown;
+  if (S_ISREG(status.st_mode)) return FileType::regular;
+  return S_ISDIR(status.st_mode) ? FileType::folder : FileType::other;
 }
 
 Result<> removeFile(const std::string& path) {
@@ -126,9 +127,23 @@ Result<> keepFileAs(const std::string& path, const std::string& copy) {
   if (fileCalls().linkat(AT_FDCWD, path.c_str(), AT_FDCWD, copy.c_str(), AT_SYMLINK_FOLLOW) == 0) {
     return {};
   }
-  const int number = errno;
-  if (mayCopyInstead(number)) return copyFile(path, copy);
-  return systemError("keep " + path + " as", copy, number);
+  const int errorNumber = errno;
+  if (mayCopyInstead(errorNumber)) return copyFile(path, copy);
+  return systemError("keep " + path + " as", copy, errorNumber);
+}
+
+std::string joinPath(std::string_view folder, std::string_view component) {
+  while (folder.ends_with('/')) folder.remove_suffix(1);
+  while (component.starts_with('/')) component.remove_prefix(1);
+  std::string path;
+  path.reserve(folder.size() + 1 + component.size());
+  return path.append(folder).append("/").append(component);
+}
+
+std::string folderOf(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) return ".";
+  return std::string(slash == 0 ? "/" : path.substr(0, slash));
 }
 
 }  // namespace roster

@@ -2,77 +2,125 @@
 
 #include <fcntl.h>
 
+#include <chrono>
+
+#include "roster/platform/file_system.h"
+#include "roster/platform/linux/system_calls.h"
+
 namespace roster {
 
 namespace {
 
 constexpr mode_t forOwner = S_IRUSR | S_IWUSR;
 constexpr mode_t allPermissions = S_ISUID | S_ISGID | S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO;
+constexpr const char* accessAction = "set owner and mode of";
 
-int numberOf(int result) { return result == -1 ? errno : 0; }
+FileDescriptor openNew(int folderFd, const std::string& name) {
+  constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  return FileDescriptor(
+      retrying([&] { return fileCalls().openat(folderFd, name.c_str(), flags, forOwner); }));
+}
 
-/// Whether giving a file away failed because this process has no right to, and not because the disk is
-/// failing.
-bool isLackOfRight(int number) { return number == EPERM || number == EINVAL; }
+/// Fresh, so that no other process can have made a file of this name beforehand, and hidden from listings.
+std::string temporaryName() {
+  constexpr std::string_view symbols = "0123456789abcdef";
+  std::uint64_t bits = 0;
+  if (!drawRandomBytes(std::as_writable_bytes(std::span(&bits, 1)))) {
+    // Without random bytes the name can be guessed. If somebody has taken it, the file is not made.
+    bits = static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+  }
+  std::string name = ".roster-";
+  for (int digit = 0; digit < 16; ++digit, bits >>= 4U) name += symbols[bits & 0xFU];
+  return name + ".tmp";
+}
 
 }  // namespace
 
+Result<NewFile> NewFile::create(int folderFd, std::string name, std::string description) {
+  FileDescriptor file = openNew(folderFd, name);
+  if (!file) return systemError("create", description, errno);
+  return NewFile(std::move(file), folderFd, std::move(name), std::move(description));
+}
+
+Result<NewFile> NewFile::createTemporary(int folderFd, const std::string& path) {
+  constexpr int maximumAttempts = 16;
+  for (int attempt = 1;; ++attempt) {
+    std::string name = temporaryName();
+    FileDescriptor file = openNew(folderFd, name);
+    if (file) return NewFile(std::move(file), folderFd, std::move(name), "a temporary file beside " + path);
+    if (errno != EEXIST || attempt == maximumAttempts)
+      return systemError("create a temporary file in", folderOf(path), errno);
+  }
+}
+
+NewFile::NewFile(FileDescriptor file, int folderFd, std::string name, std::string description)
+    : file_(std::move(file)),
+      folderFd_(folderFd),
+      name_(std::move(name)),
+      description_(std::move(description)) {}
+
+NewFile::NewFile(NewFile&& other) noexcept
+    : file_(std::move(other.file_)),
+      folderFd_(other.folderFd_),
+      name_(std::exchange(other.name_, {})),
+      description_(std::move(other.description_)) {}
+
 NewFile::~NewFile() {
-  if (!name_.empty()) fileCalls().unlinkat(folder_, name_.c_str(), 0);
+  if (!name_.empty()) fileCalls().unlinkat(folderFd_, name_.c_str(), 0);
 }
 
-int NewFile::create(int folder, std::string name) {
-  constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  file_ = FileDescriptor(retrying([&] { return fileCalls().openat(folder, name.c_str(), flags, forOwner); }));
-  if (!file_) return errno;
-  folder_ = folder;
-  name_ = std::move(name);
-  return 0;
-}
-
-int NewFile::write(std::span<const std::byte> bytes) const {
+Result<> NewFile::write(std::span<const std::byte> bytes) const {
   while (!bytes.empty()) {
-    const ssize_t count =
-        retrying([&] { return fileCalls().write(file_.number(), bytes.data(), bytes.size()); });
-    if (count < 0) return errno;
-    if (count == 0) return ENOSPC;
+    const ssize_t count = retrying([&] { return fileCalls().write(file_.fd(), bytes.data(), bytes.size()); });
+    if (count <= 0) return systemError("write", description_, count == 0 ? ENOSPC : errno);
     bytes = bytes.subspan(static_cast<std::size_t>(count));
   }
-  return 0;
+  return {};
 }
 
-int NewFile::adoptAccess(const struct stat& model) const {
+Result<bool> NewFile::changeOwner(uid_t owner, gid_t group) const {
+  if (fileCalls().fchown(file_.fd(), owner, group) == 0) return true;
+  // Anything else is a failing disk and not a lack of rights.
+  if (errno == EPERM || errno == EINVAL) return false;
+  return systemError(accessAction, description_, errno);
+}
+
+Result<> NewFile::adoptAccess(const struct stat& model) const {
   struct stat own {};
-  if (fileCalls().fstat(file_.number(), &own) == -1) return errno;
+  if (fileCalls().fstat(file_.fd(), &own) == -1) return systemError(accessAction, description_, errno);
   mode_t mode = model.st_mode & allPermissions;
   if (own.st_uid != model.st_uid || own.st_gid != model.st_gid) {
-    int number = numberOf(fileCalls().fchown(file_.number(), model.st_uid, model.st_gid));
-    if (isLackOfRight(number)) {
-      // With the old group kept, group and others are who they were; otherwise the mode would speak of other
-      // people.
+    const Result<bool> isChanged = changeOwner(model.st_uid, model.st_gid);
+    if (!isChanged) return isChanged.error();
+    if (!*isChanged) {
       constexpr auto sameOwner = static_cast<uid_t>(-1);
       mode &= S_IRWXU | S_IRWXG | S_IRWXO;
-      number = own.st_gid == model.st_gid
-                   ? 0
-                   : numberOf(fileCalls().fchown(file_.number(), sameOwner, model.st_gid));
-      if (isLackOfRight(number)) {
-        mode &= S_IRWXU;
-        number = 0;
-      }
+      const Result<bool> hasGroup =
+          own.st_gid == model.st_gid ? Result<bool>(true) : changeOwner(sameOwner, model.st_gid);
+      if (!hasGroup) return hasGroup.error();
+      // In another group, "group" and "others" are other people than the model's mode speaks of.
+      if (!*hasGroup) mode &= S_IRWXU;
     }
-    if (number != 0) return number;
   }
-  return numberOf(fileCalls().fchmod(file_.number(), mode));
+  return setMode(mode);
 }
 
-int NewFile::restrictAccess() const { return setMode(forOwner); }
+Result<> NewFile::restrictAccess() const { return setMode(forOwner); }
 
-int NewFile::setMode(mode_t mode) const { return numberOf(fileCalls().fchmod(file_.number(), mode)); }
-
-int NewFile::sync() const {
-  return numberOf(retrying([&] { return fileCalls().fsync(file_.number()); }));
+Result<> NewFile::setMode(mode_t mode) const {
+  if (fileCalls().fchmod(file_.fd(), mode) == -1) return systemError(accessAction, description_, errno);
+  return {};
 }
 
-int NewFile::close() { return file_.close() ? 0 : errno; }
+Result<> NewFile::sync() const {
+  if (retrying([&] { return fileCalls().fsync(file_.fd()); }) == -1)
+    return systemError("sync", description_, errno);
+  return {};
+}
+
+Result<> NewFile::close() {
+  if (!file_.close()) return systemError("close", description_, errno);
+  return {};
+}
 
 }  // namespace roster

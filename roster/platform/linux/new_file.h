@@ -2,43 +2,59 @@
 
 #include <span>
 #include <string>
+#include <utility>
 
-#include "roster/platform/linux/file_descriptor.h"
+#include "roster/base/result.h"
+#include "roster/platform/linux/file_calls.h"
 
 namespace roster {
 
 /// A file that this process has just made and may take back: unless it is kept, it is removed with this
-/// object.
+/// object. Errors name the operation, the file, and the system's reason.
 class NewFile {
  public:
-  NewFile() = default;
-  NewFile(const NewFile&) = delete;
-  NewFile& operator=(const NewFile&) = delete;
+  /// Makes the file, for its owner alone. Fails with `std::errc::file_exists` when there is one. The folder's
+  /// descriptor must stay open as long as the object lives; `description` is what errors call the file.
+  static Result<NewFile> create(int folderFd, std::string name, std::string description);
+
+  /// The same, under a hidden name that nothing has yet, for a file that is to take the place of `path`. The
+  /// descriptor is that of the path's folder.
+  static Result<NewFile> createTemporary(int folderFd, const std::string& path);
+
+  NewFile(NewFile&& other) noexcept;
+  NewFile& operator=(NewFile&&) = delete;
   ~NewFile();
 
-  // Each returns the system's error number, 0 on success.
+  Result<> write(std::span<const std::byte> bytes) const;
 
-  /// Makes the file, which must not exist, for its owner alone. `folder` must stay open as long as this
-  /// object lives.
-  int create(int folder, std::string name);
-  int write(std::span<const std::byte> bytes) const;
-  /// Takes over owner, group and mode. Who may not give a file away keeps it; the mode then grants nothing to
-  /// others that they did not have.
-  int adoptAccess(const struct stat& model) const;
-  /// Makes the access that of a file of its owner alone.
-  int restrictAccess() const;
+  /// Takes over owner, group and mode of another file. A process that may not set owner or group leaves its
+  /// own; the mode then grants nothing to people that the other file did not grant it to.
+  Result<> adoptAccess(const struct stat& model) const;
+
+  /// Leaves the file to its owner alone, whatever the process masks out of new files.
+  Result<> restrictAccess() const;
+
   /// Gives it this mode, whatever the process masks out of new files.
-  int setMode(mode_t mode) const;
-  int sync() const;
-  int close();
+  Result<> setMode(mode_t mode) const;
+
+  Result<> sync() const;
+  Result<> close();
 
   const std::string& name() const { return name_; }
+
+  /// Leaves the file where it is.
   void keep() { name_.clear(); }
 
  private:
+  NewFile(FileDescriptor file, int folderFd, std::string name, std::string description);
+
+  /// False when this process has no right to.
+  Result<bool> changeOwner(uid_t owner, gid_t group) const;
+
   FileDescriptor file_;
-  int folder_ = -1;
+  int folderFd_;
   std::string name_;
+  std::string description_;
 };
 
 }  // namespace roster

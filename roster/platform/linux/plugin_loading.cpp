@@ -1,6 +1,8 @@
 #include <dlfcn.h>
 #include <link.h>
 
+#include <array>
+#include <charconv>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -52,6 +54,11 @@ Result<Library> openLibrary(const std::string& path) {
   return library;
 }
 
+std::string hexadecimal(std::uint64_t number) {
+  std::array<char, 16> digits{};
+  return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr};
+}
+
 Result<const PluginEntry*> entryOf(void* library, const std::string& path) {
   void* symbol = dlsym(library, entryName);
   if (symbol == nullptr || !isDefinedIn(library, symbol)) {
@@ -63,6 +70,13 @@ Result<const PluginEntry*> entryOf(void* library, const std::string& path) {
     return Error(std::errc::executable_format_error,
                  path + ": it was built for version " + std::to_string(entry->version) +
                      " of the plug-in entry, not for version " + std::to_string(pluginEntryVersion));
+  }
+  if (entry->layout != pluginLayout) {
+    return Error(std::errc::executable_format_error,
+                 path +
+                     ": it was built with other layouts of the classes that it shares with this library (" +
+                     hexadecimal(entry->layout) + ", not " + hexadecimal(pluginLayout) +
+                     "), as with other compiler flags like -D_GLIBCXX_DEBUG");
   }
   if (entry->registerClasses == nullptr)
     return Error(std::errc::executable_format_error, path + ": its entry registers no classes");
@@ -96,7 +110,7 @@ Result<> loadPlugin(const std::string& path) {
     Result<PluginClasses> classes = classesOf(library->get(), path);
     if (!classes) return classes.error();
     loaded.libraries.insert(library->release());  // its code is in use from now on
-    for (ClassObject& object : classes->take()) registerClass(std::move(object));
+    for (ClassObject& object : classes->classes_) registerClass(std::move(object));
   }
   loaded.paths.insert(path);
   return {};

@@ -10,14 +10,13 @@
 #include <csignal>
 #include <memory>
 
-#include "roster/platform/linux/file_descriptor.h"
-#include "roster/platform/linux/process_handle.h"
+#include "roster/platform/linux/system_calls.h"
 
 namespace roster {
 
 namespace {
 
-/// What the kernel keeps of a command name; a longer one is cut off.
+/// How much of a command name the kernel keeps; it cuts off the rest.
 constexpr std::size_t kernelNameSize = 15;
 
 struct FolderCloser {
@@ -31,7 +30,7 @@ std::string readProcessFile(std::int32_t identifier, std::string_view name) {
   const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file) return {};
   std::string text(1024, '\0');
-  const ssize_t size = retrying([&] { return read(file.number(), text.data(), text.size()); });
+  const ssize_t size = retrying([&] { return read(file.fd(), text.data(), text.size()); });
   text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
   return text;
 }
@@ -114,20 +113,16 @@ Result<std::vector<Process>> processTable() {
 
 std::int32_t ownProcessIdentifier() { return getpid(); }
 
-FileDescriptor processHandle(std::int32_t identifier) {
-  return FileDescriptor(static_cast<int>(syscall(SYS_pidfd_open, identifier, 0)));
-}
-
 Result<> killProcess(std::int32_t identifier, std::string_view name) {
   const std::string process = "the process " + std::to_string(identifier) + " (" + std::string(name) + ")";
   // From here on the handle stands for one process, whatever becomes of its identifier.
-  const FileDescriptor handle = processHandle(identifier);
-  if (!handle) return systemError("open", process, errno);
+  const Result<FileDescriptor> handle = openProcess(identifier);
+  if (!handle) return handle.error();
   const std::optional<Process> running = runningProcess(identifier);
   if (!running || running->name != name.substr(0, processNameSize)) {
     return Error(std::errc::no_such_process, "could not kill " + process + ": it is gone");
   }
-  if (syscall(SYS_pidfd_send_signal, handle.number(), SIGKILL, nullptr, 0) == 0) return {};
+  if (syscall(SYS_pidfd_send_signal, handle->fd(), SIGKILL, nullptr, 0) == 0) return {};
   return systemError("kill", process, errno);
 }
 

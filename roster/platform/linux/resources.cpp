@@ -70,7 +70,7 @@ std::vector<std::string> preferredLanguages() {
   return languages;
 }
 
-/// Tables by where they were looked for; a missing or damaged one is empty.
+/// Tables by folder and name; a missing or damaged one is empty.
 struct StringTables {
   std::mutex lock;
   std::map<std::string, Dictionary> tables;
@@ -79,7 +79,7 @@ struct StringTables {
 Dictionary stringTable(const std::string& language, const std::string& table) {
   auto& known = immortalInstance<StringTables>();
   const std::string name = "strings/" + language + "/" + table;
-  // Who moves the resources gets the tables from the new place.
+  // A program that names another folder of resources gets the tables from there.
   const std::string key = trustedEnvironment("ROSTER_RESOURCES") + '\n' + name;
   Result<Dictionary> file = Dictionary();
   {
@@ -101,8 +101,7 @@ std::string resourcePath(std::string_view name, std::string_view type) {
   const std::string fileName = type.empty() ? std::string(name) : std::string(name) + "." + std::string(type);
   for (const std::string& folder : resourceFolders()) {
     std::string path = joinPath(folder, fileName);
-    std::error_code error;
-    if (std::filesystem::is_regular_file(path, error)) return path;
+    if (fileType(path) == FileType::regular) return path;
   }
   return {};
 }

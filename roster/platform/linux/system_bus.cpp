@@ -12,10 +12,10 @@ namespace roster {
 namespace {
 
 /// How long the bus may take for one signal. Whoever sends one is in the middle of something else.
-constexpr std::chrono::microseconds patience = std::chrono::seconds(2);
+constexpr std::chrono::microseconds timeout = std::chrono::seconds(2);
 
 /// What an array of a message may hold. A bus that is sent more closes the connection and does not say why.
-constexpr std::size_t mostText = std::size_t{64} << 20;
+constexpr std::size_t maximumText = std::size_t{64} << 20;
 
 /// sd-bus reports failures as negated error numbers.
 Error busError(std::string_view operation, int result) {
@@ -44,7 +44,7 @@ int noteAnswer(sd_bus_message* answer, void* isAnswered, sd_bus_error* /*unused*
 void BusArguments::text(std::string_view text) {
   if (result_ < 0) return;
   textSize_ += text.size();
-  if (textSize_ > mostText) {
+  if (textSize_ > maximumText) {
     result_ = -EMSGSIZE;
   } else if (text.find('\0') != std::string_view::npos) {
     result_ = -EINVAL;  // It would end there.
@@ -97,7 +97,7 @@ Result<> SystemBus::queue(const BusSignal& signal, const std::function<void(BusA
 /// likes.
 Result<> SystemBus::deliver() {
   using Clock = std::chrono::steady_clock;
-  const Clock::time_point deadline = Clock::now() + patience;
+  const Clock::time_point deadline = Clock::now() + timeout;
   constexpr const char* bus = "org.freedesktop.DBus";
   bool isAnswered = false;
   sd_bus_slot* created = nullptr;

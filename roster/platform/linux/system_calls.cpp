@@ -1,0 +1,54 @@
+#include "roster/platform/linux/system_calls.h"
+
+#include <dlfcn.h>
+#include <sys/random.h>
+#include <sys/syscall.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <system_error>
+
+#include "roster/platform/system_log.h"
+
+namespace roster {
+
+Error systemError(std::string_view action, std::string_view object, int errorNumber) {
+  const std::error_code code(errorNumber, std::generic_category());
+  return {code, "could not " + std::string(action) + " " + std::string(object) + ": " + code.message()};
+}
+
+std::string trustedEnvironment(const char* name) {
+  const char* value = secure_getenv(name);
+  return value != nullptr ? value : "";
+}
+
+std::string environment(const char* name) {
+  const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nothing in this library changes it
+  return value != nullptr ? value : "";
+}
+
+std::string loaderError() {
+  const char* text = dlerror();  // NOLINT(concurrency-mt-unsafe): each thread has its own
+  return text == nullptr ? "the loader does not say why" : text;
+}
+
+bool drawRandomBytes(std::span<std::byte> bytes) {
+  const ssize_t drawn = retrying([&] { return getrandom(bytes.data(), bytes.size(), 0); });
+  return drawn == static_cast<ssize_t>(bytes.size());
+}
+
+Result<FileDescriptor> openProcess(std::int32_t identifier) {
+  FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, identifier, 0)));
+  if (!process) return systemError("open the process", std::to_string(identifier), errno);
+  return process;
+}
+
+void writeToSyslog(std::string_view line) {
+  constexpr std::size_t maximumLength = std::numeric_limits<int>::max();
+  syslog(LOG_USER | LOG_NOTICE, "%.*s", static_cast<int>(std::min(line.size(), maximumLength)), line.data());
+}
+
+}  // namespace roster
