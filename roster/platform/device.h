@@ -21,8 +21,8 @@ ROSTER_EXPORT std::string sharedPreferencesPath(std::string_view fileName);
 ROSTER_EXPORT std::string homeDirectory();
 
 /// What the device says about itself, by key: "CPUArchitecture" ("armv6", "x86_64"), "DeviceClass"
-/// ("handset"), and whatever the device's own description file adds. Nil when nobody knows. Asked anew at
-/// every call.
+/// ("handset"), and whatever the device's own description file adds. Nil when it is not known. Asked anew
+/// at every call.
 ROSTER_EXPORT String deviceInformation(std::string_view key);
 
 /// Features that device management may forbid.

@@ -56,10 +56,10 @@ consteval std::uint64_t layoutFingerprint() {
 }
 /// @endcond
 
-/// Tells how the code that is being compiled lays out the types of which everything consists that a plug-in
-/// and the library hand each other. Two that differ, as after -D_GLIBCXX_DEBUG or with another standard
-/// library on one side, would corrupt each other's memory. Records and stores are made of these types; a
-/// change of their own members changes `pluginEntryVersion`.
+/// A fingerprint of the sizes and alignments of the types that a plug-in and the library exchange, as this
+/// very code is compiled. A plug-in whose fingerprint is not the library's (built with -D_GLIBCXX_DEBUG, say,
+/// or with another standard library) is refused: the two would corrupt each other's memory. Records and
+/// stores are built from these types; a change of their own members changes `pluginEntryVersion` instead.
 constexpr std::uint64_t pluginLayout =
     layoutFingerprint<std::string, std::vector<std::string>, std::map<std::string, std::string>,
                       std::set<std::string>, std::function<void()>, std::shared_ptr<void>,

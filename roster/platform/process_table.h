@@ -20,7 +20,7 @@ struct Process {
 inline constexpr std::size_t processNameSize = 16;
 
 /// All processes of the device, in the order of their identifiers. One that has ended and is only waiting to
-/// be reaped is not among them. Fails when the system does not tell.
+/// be reaped is not among them. Fails when the system cannot list them.
 Result<std::vector<Process>> processTable();
 
 std::int32_t ownProcessIdentifier();

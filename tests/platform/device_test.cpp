@@ -7,6 +7,7 @@
 #include <set>
 #include <thread>
 
+#include "roster/value/value_description.h"
 #include "tests/support/temporary_device.h"
 
 namespace roster::testing {
@@ -22,7 +23,8 @@ TEST(DeviceRoot, IsAbsoluteWithoutSlashesAtTheEndAsIsTheHome) {
   };
   for (const auto& [variable, root] : cases) {
     device.setEnvironment("ROSTER_ROOT", variable);
-    EXPECT_EQ(sharedPreferencesPath("x.plist"), root + "/var/lib/roster/Preferences/x.plist");
+    EXPECT_EQ(sharedPreferencesPath("x.plist"), root + "/var/lib/roster/Preferences/x.plist")
+        << "ROSTER_ROOT=" << variable.value_or("(unset)");
   }
   EXPECT_EQ(homeDirectory(), device.home());
   device.setEnvironment("HOME", "relative");
@@ -60,8 +62,8 @@ TEST(Restriction, FollowsTheFileThroughEveryChange) {
                                            {0, 0}, {false, 2}, {"2", 0}, {std::int64_t{1} << 40, 0}};
   for (const auto& [value, answer] : answers) {
     device.writePropertyList(restrictionsFile, Dictionary{{"CloudBackup", value}, {"PhotoStream", 3}});
-    EXPECT_EQ(restriction(Feature::cloudBackup), answer);
-    EXPECT_EQ(restriction(Feature::photoStream), 3);
+    EXPECT_EQ(restriction(Feature::cloudBackup), answer) << describe(value);
+    EXPECT_EQ(restriction(Feature::photoStream), 3) << describe(value);
   }
   std::filesystem::remove(device.path(restrictionsFile));
   EXPECT_EQ(restriction(Feature::photoStream), 0);
@@ -69,7 +71,7 @@ TEST(Restriction, FollowsTheFileThroughEveryChange) {
   for (const char* damaged : {"bplist00 and then nothing", "<string>no dictionary</string>"}) {
     const std::string path = device.writeFile(restrictionsFile, damaged);
     log.clear();
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(restriction(Feature::photoStream), 0);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(restriction(Feature::photoStream), 0) << damaged;
     ASSERT_EQ(log.lines().size(), 1U) << damaged;
     EXPECT_NE(log.lines()[0].find(path), std::string::npos) << log.lines()[0];
   }

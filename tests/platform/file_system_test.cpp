@@ -19,14 +19,14 @@ namespace fs = std::filesystem;
 /// The call that fails, counted from now on over all that are watched, and how. Plain functions have no state
 /// of their own.
 int callsUntilFailure = 0;
-int failure = EIO;
+int failureErrno = EIO;
 
 template <auto member, class Result, class... Arguments>
 void watch(FileCalls& calls, Result (*call)(Arguments...)) {
   static const auto watched = call;
   calls.*member = [](Arguments... arguments) -> Result {
     if (--callsUntilFailure != 0) return watched(arguments...);
-    errno = failure;
+    errno = failureErrno;
     return -1;
   };
 }
@@ -35,8 +35,8 @@ FileCalls scriptedCalls() {
   FileCalls calls = fileCalls();
   // A few bytes at a time, so that the rest has to be written too.
   watch<&FileCalls::write>(
-      calls, +[](int file, const void* buffer, std::size_t size) {
-        return ::write(file, buffer, std::min<std::size_t>(size, 3));
+      calls, +[](int fd, const void* buffer, std::size_t size) {
+        return ::write(fd, buffer, std::min<std::size_t>(size, 3));
       });
   watch<&FileCalls::openat>(calls, calls.openat);
   watch<&FileCalls::close>(calls, calls.close);
@@ -106,15 +106,16 @@ TEST_F(FileSystem, LeavesTheOldFileWholeWhicheverStepFailsAndSurvivesInterruptio
   const FileCallsOverride calls(scriptedCalls());
   for (int step = 0; const auto& [action, isTriedAgain] : steps) {
     ++step;
-    for (const int number : {ENOSPC, EINTR}) {
-      if (number == EINTR && !isTriedAgain) continue;
+    for (const int errorNumber : {ENOSPC, EINTR}) {
+      if (errorNumber == EINTR && !isTriedAgain) continue;
+      SCOPED_TRACE(formatted("call %d, to %s, fails with errno %d", step, action, errorNumber));
       device_.writeFile(in("f"), "old");
       callsUntilFailure = step;
-      failure = number;
+      failureErrno = errorNumber;
       const Result<> replaced = replace(in("f"), "latest");
-      ASSERT_EQ(!replaced, number == ENOSPC) << action;
-      EXPECT_EQ(contents(in("f")), !replaced && action != "sync the folder" ? "old" : "latest") << action;
-      EXPECT_EQ(device_.fileNames(folder_), std::vector<std::string>{"f"}) << action;
+      ASSERT_EQ(!replaced, errorNumber == ENOSPC);
+      EXPECT_EQ(contents(in("f")), !replaced && action != "sync the folder" ? "old" : "latest");
+      EXPECT_EQ(device_.fileNames(folder_), std::vector<std::string>{"f"});
       if (replaced) continue;
       EXPECT_EQ(replaced.error().code, std::errc::no_space_on_device);
       const std::string text = errorOf(replaced);
@@ -128,26 +129,29 @@ TEST_F(FileSystem, NeverWidensAccessWhenTheOwnerCannotBeKept) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can make a file of somebody else";
   static int failures;
   FileCalls calls = fileCalls();
-  calls.fchown = [](int file, uid_t owner, gid_t group) {
-    errno = failure;
-    return failures-- > 0 ? -1 : ::fchown(file, owner, group);
+  calls.fchown = [](int fd, uid_t owner, gid_t group) {
+    errno = failureErrno;
+    return failures-- > 0 ? -1 : ::fchown(fd, owner, group);
   };
   const FileCallsOverride override(calls);
   const std::tuple<int, int, unsigned> cases[] = {{1, EPERM, 0640}, {2, EPERM, 0600}, {1, EIO, 0640}};
-  for (const auto& [count, number, mode] : cases) {
+  for (const auto& [count, errorNumber, mode] : cases) {
+    SCOPED_TRACE(formatted("%d times errno %d", count, errorNumber));
     fs::remove(in("f"));
     device_.writeFile(in("f"), "old");
     ASSERT_EQ(chown(in("f").c_str(), 1, 1), 0);
     fs::permissions(in("f"), fs::perms{0640});
     failures = count;
-    failure = number;
-    EXPECT_EQ(!replace(in("f"), "new"), failure == EIO);
+    failureErrno = errorNumber;
+    EXPECT_EQ(!replace(in("f"), "new"), errorNumber == EIO);
     EXPECT_EQ(modeOf(in("f")), mode);
   }
 }
 
-TEST_F(FileSystem, SaysWhatCannotBeReplacedOrRead) {
+TEST_F(FileSystem, SaysWhatIsThereAndWhyItCannotBeReplacedOrRead) {
   fs::create_directory(in("d"));
+  fs::create_symlink("nowhere", in("dangling"));
+  fs::create_symlink("loop", in("loop"));
   ASSERT_EQ(mkfifo(in("pipe").c_str(), 0600), 0);
   device_.writeFile(in("large"), "");
   fs::resize_file(in("large"), limits::maximumFileSize + 1);
@@ -156,16 +160,20 @@ TEST_F(FileSystem, SaysWhatCannotBeReplacedOrRead) {
   EXPECT_EQ(errorOf(replace(in("d/"), "")), "could not write " + in("d/") + ": it does not name a file");
   EXPECT_EQ(errorOf(replace(in("large/x"), "")),
             "could not open the folder " + in("large") + ": Not a directory");
-  const std::tuple<const char*, bool, const char*, const char*> cases[] = {
-      {"none", true, "open", "No such file or directory"},
-      {"large/none", true, "open", "Not a directory"},
-      {"pipe", false, "read", "it is not a regular file"},
-      {"large", false, "read", "it is too large"},
+  const std::tuple<const char*, FileType, const char*, const char*> cases[] = {
+      {"none", FileType::missing, "open", "No such file or directory"},
+      {"large/none", FileType::missing, "open", "Not a directory"},
+      {"dangling", FileType::missing, "open", "No such file or directory"},
+      {"loop", FileType::unknown, "open", "Too many levels of symbolic links"},
+      {"d", FileType::folder, "read", "it is not a regular file"},
+      {"pipe", FileType::other, "read", "it is not a regular file"},
+      {"large", FileType::regular, "read", "it is too large"},
   };
-  for (const auto& [name, isMissing, action, reason] : cases) {
+  for (const auto& [name, type, action, reason] : cases) {
     const Result<Bytes> file = readFile(in(name));
     ASSERT_FALSE(file) << name;
-    EXPECT_EQ(isMissingFile(file.error()), isMissing) << name;
+    EXPECT_EQ(fileType(in(name)), type) << name;
+    EXPECT_EQ(isMissingFile(file.error()), !fileExists(in(name))) << name;
     EXPECT_EQ(file.error().message, formatted("could not %s %s: %s", action, in(name), reason));
   }
 }
@@ -175,13 +183,13 @@ TEST_F(FileSystem, ReadsAFileThatChangesItsSizeMeanwhileInSpiteOfInterruptions) 
   device_.writeFile(in("f"), text);
   static off_t size;
   FileCalls calls = scriptedCalls();
-  calls.fstat = [](int file, struct stat* status) {
-    const int result = ::fstat(file, status);
+  calls.fstat = [](int fd, struct stat* status) {
+    const int result = ::fstat(fd, status);
     status->st_size = size;
     return result;
   };
   const FileCallsOverride override(calls);
-  failure = EINTR;
+  failureErrno = EINTR;
   for (const off_t claimed : {0, 3, 9999, 10000, 50000}) {
     size = claimed;
     callsUntilFailure = claimed == 0 ? 1 : 2;
@@ -198,7 +206,7 @@ TEST_F(FileSystem, KeepsAFileUnderASecondName) {
             "could not keep " + in("f") + " as " + in("linked") + ": File exists");
 
   const FileCallsOverride override(scriptedCalls());
-  failure = EIO;
+  failureErrno = EIO;
   // The fifth call closes the file that was read, which no longer matters.
   for (const int step : {1, 2, 3, 4, 6, 7, 8, 9, 10, 11, 12}) {
     callsUntilFailure = step;

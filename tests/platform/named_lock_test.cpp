@@ -60,15 +60,15 @@ TEST_F(NamedLockTest, IsMadeAlsoWhereAnEarlierProcessOfTheSameIdentifierDiedMaki
 }
 
 TEST_F(NamedLockTest, IsNeverAnythingButARegularFile) {
+  const auto failure = [] { return errorOf(takeNamedLock("Turn")); };
   fs::create_directories(path);
-  EXPECT_EQ(takeNamedLock("Turn").error().message, "could not use " + path + ": it is not a regular file");
+  EXPECT_EQ(failure(), "could not use " + path + ": it is not a regular file") << "but a folder";
   fs::remove(path);
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  EXPECT_EQ(takeNamedLock("Turn").error().message, "could not use " + path + ": it is not a regular file");
+  EXPECT_EQ(failure(), "could not use " + path + ": it is not a regular file") << "but a pipe";
   fs::remove(path);
   fs::create_symlink(device.writeFile("target", ""), path);
-  EXPECT_EQ(takeNamedLock("Turn").error().message,
-            "could not open " + path + ": Too many levels of symbolic links");
+  EXPECT_EQ(failure(), "could not open " + path + ": Too many levels of symbolic links");
 }
 
 }  // namespace

@@ -43,7 +43,7 @@ TEST_F(PluginTest, LeavesNoClassBehindWhenItFailsAndIsLoadedOnceItIsRepaired) {
   for (const auto& [fault, reason] : faults) {
     EXPECT_EQ(findClass("Repaired"), nullptr) << "before " << fault;
     device.setEnvironment("ROSTER_TEST_FAULT", fault);
-    EXPECT_EQ(failureOf(plugin("faulty")), reason);
+    EXPECT_EQ(failureOf(plugin("faulty")), reason) << fault;
   }
   EXPECT_NE(findClass("Repaired"), nullptr);
 }

@@ -44,7 +44,7 @@ TEST_F(Resources, SpeakTheUsersLanguageAndElseEnglish) {
   EXPECT_EQ(log.lines().size(), 0U);
   device.writeFile("resources/strings/fr/Words.plist", "<plist version=\"1.0\"><dict>");
   device.setEnvironment("LC_ALL", "fr");
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(localizedString("yes", "Words"), "yes");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(localizedString("yes", "Words"), "yes") << "call " << i;
   EXPECT_EQ(log.lines().size(), 1U) << "about the damaged table, once";
 }
 

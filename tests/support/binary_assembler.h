@@ -15,7 +15,9 @@ namespace roster::testing {
 
 inline std::string bigEndian(std::uint64_t number, unsigned width) {
   std::string bytes;
-  for (unsigned at = width; at-- > 0;) bytes += at < 8 ? static_cast<char>(number >> (8 * at)) : '\0';
+  for (unsigned byte = width; byte-- > 0;) {
+    bytes += byte < 8 ? static_cast<char>(number >> (8 * byte)) : '\0';
+  }
   return bytes;
 }
 

@@ -11,7 +11,7 @@ namespace roster::testing {
 
 namespace {
 
-constexpr std::uint64_t longTime = 30'000'000;  // microseconds
+constexpr std::uint64_t maximumWait = 30'000'000;  // microseconds
 
 int require(int result, const char* operation) {
   if (result < 0) throw std::system_error(-result, std::generic_category(), operation);
@@ -35,7 +35,7 @@ std::vector<std::string> contents(sd_bus_message* message) {
 
 PrivateBus::PrivateBus(const TemporaryDevice& device) {
   const std::string file = device.writeFile("run/bus.conf", configuration(device.busSocket()));
-  // The bus prints the number of its process once it listens.
+  // The bus prints its process identifier once it listens.
   const std::string command = "exec dbus-daemon --nofork --print-pid=1 --config-file='" + file + "'";
   output_ = popen(command.c_str(), "re");  // NOLINT(cert-env33-c): the path is the test's own
   std::array<char, 32> line{};
@@ -65,7 +65,7 @@ SignalListener::SignalListener(const std::string& interface) {
 std::vector<std::string> SignalListener::next() {
   while (heard_.empty()) {
     if (require(sd_bus_process(bus_.get(), nullptr), "could not process the test's bus") > 0) continue;
-    if (require(sd_bus_wait(bus_.get(), longTime), "could not wait for the test's bus") == 0)
+    if (require(sd_bus_wait(bus_.get(), maximumWait), "could not wait for the test's bus") == 0)
       throw std::runtime_error("no signal came");
   }
   std::vector<std::string> first = heard_.front();

@@ -32,7 +32,8 @@ class SignalListener {
   /// Hears every signal sent from now on.
   explicit SignalListener(const std::string& interface);
 
-  /// The next signal, waited for long: its path and member, then its text arguments. Throws when none comes.
+  /// The next signal, waited for as long as a slow machine may take: its path and member, then its text
+  /// arguments. Throws when none comes.
   std::vector<std::string> next();
 
  private:

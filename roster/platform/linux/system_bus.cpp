@@ -31,8 +31,8 @@ struct SlotCloser {
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };
 
-/// Hears the bus's answer to a question. A connection that ends gives all open questions an answer of its
-/// own.
+/// Notes that the bus has replied to a call. When the connection ends, sd-bus itself replies to all open
+/// calls; that does not count.
 int noteAnswer(sd_bus_message* answer, void* isAnswered, sd_bus_error* /*unused*/) {
   if (sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NO_REPLY) <= 0)
     *static_cast<bool*>(isAnswered) = true;
