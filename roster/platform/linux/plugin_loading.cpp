@@ -59,27 +59,26 @@ std::string hexadecimal(std::uint64_t number) {
   return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr};
 }
 
+Error refusal(const std::string& path, const std::string& reason) {
+  return {std::errc::executable_format_error, path + ": " + reason};
+}
+
 Result<const PluginEntry*> entryOf(void* library, const std::string& path) {
   void* symbol = dlsym(library, entryName);
-  if (symbol == nullptr || !isDefinedIn(library, symbol)) {
-    return Error(std::errc::executable_format_error, path + ": it has no entry " + entryName);
-  }
+  if (symbol == nullptr || !isDefinedIn(library, symbol))
+    return refusal(path, std::string("it has no entry ") + entryName);
   const PluginEntry* entry = reinterpret_cast<const PluginEntry* (*)()>(symbol)();
-  if (entry == nullptr) return Error(std::errc::executable_format_error, path + ": its entry tells nothing");
+  if (entry == nullptr) return refusal(path, "its entry tells nothing");
   if (entry->version != pluginEntryVersion) {
-    return Error(std::errc::executable_format_error,
-                 path + ": it was built for version " + std::to_string(entry->version) +
-                     " of the plug-in entry, not for version " + std::to_string(pluginEntryVersion));
+    return refusal(path, "it was built for version " + std::to_string(entry->version) +
+                             " of the plug-in entry, not for version " + std::to_string(pluginEntryVersion));
   }
   if (entry->layout != pluginLayout) {
-    return Error(std::errc::executable_format_error,
-                 path +
-                     ": it was built with other layouts of the classes that it shares with this library (" +
-                     hexadecimal(entry->layout) + ", not " + hexadecimal(pluginLayout) +
-                     "), as with other compiler flags like -D_GLIBCXX_DEBUG");
+    return refusal(path, "it was built with other layouts of the classes that it shares with this library (" +
+                             hexadecimal(entry->layout) + ", not " + hexadecimal(pluginLayout) +
+                             "), as with other compiler flags like -D_GLIBCXX_DEBUG");
   }
-  if (entry->registerClasses == nullptr)
-    return Error(std::errc::executable_format_error, path + ": its entry registers no classes");
+  if (entry->registerClasses == nullptr) return refusal(path, "its entry registers no classes");
   return entry;
 }
 
@@ -93,7 +92,7 @@ Result<PluginClasses> classesOf(void* library, const std::string& path) {
       (*entry)->registerClasses(*classes);
     }
   });
-  if (failure) return Error(std::errc::executable_format_error, path + ": its entry failed: " + *failure);
+  if (failure) return refusal(path, "its entry failed: " + *failure);
   return classes;
 }
 
