@@ -43,6 +43,7 @@ TEST_F(DeviceLocalAccountTest, HasAnIdentityThatNoPropertyChanges) {
   const auto record = BasicAccount::accountWithProperties(odd);
   const std::shared_ptr<DeviceLocalAccount> kiosk = KioskAccount::accountWithBasicAccount(record);
   for (const auto& account : {DeviceLocalAccount::accountWithBasicAccount(record), kiosk}) {
+    SCOPED_TRACE(account == kiosk ? "kiosk" : "own class");
     EXPECT_EQ(account->identifier(), "DeviceLocalAccount");
     EXPECT_EQ(account->syncStoreIdentifier(), "DeviceLocalAccount");
     EXPECT_EQ(account->displayName(), account == kiosk ? "In This Kiosk" : "On My Tablet");
