@@ -92,7 +92,7 @@ TEST_F(BasicAccountTest, AnswersWithTheWholeChainOfParents) {
   middle->setParentAccount(std::move(top));
   child->setParentAccount(middle);
   EXPECT_EQ(child->accountPropertyForKey("Port"), Value(993));
-  EXPECT_EQ(child->typeString(), "T") << "a number is no text, and hides none";
+  EXPECT_EQ(child->typeString(), "T") << "a number does not hide the parent's text";
   child->setDisplayName("Top");
   middle->setParentAccount(nullptr);
   EXPECT_EQ(child->displayName(), "Top") << "the child's own, though it equalled its parent's";

@@ -151,7 +151,7 @@ TEST_F(CreatorsTest, OfSyncAccountsServeRefreshes) {
   registerClass(ClassObject("Late").answering(SyncAccountCreationProtocol{second}));
   writeCreators({{"T", array(sync("Late"))}, {"None", array(full("Self"))}, {"Lost", array(sync("Nobody"))}});
   EXPECT_EQ(refreshed(*record("None")), std::vector<bool>(6, false));
-  EXPECT_EQ(log.lines(), Lines()) << "no sync account is nothing to tell of";
+  EXPECT_EQ(log.lines(), Lines()) << "an account without a sync account is no fault";
   const AccountPtr account = record("T");
   EXPECT_EQ(account->_cachedSyncAccount(), nullptr);
   EXPECT_EQ(refreshed(*account), (std::vector{true, true, false, false, true, true}));

@@ -51,7 +51,7 @@ TEST_F(Enablement, ProvisionedLiesWithinSupportedAndEnabledWithinProvisioned) {
                         {"empty list provisioned", Array(), dataclassArray("Mail"), "", ""},
                         {"unsupported", dataclassArray("Backup Notes x.y Mail Backup"),
                          dataclassArray("Calendars Backup"), "Mail Backup", "Backup"},
-                        {"elements that are no texts", mailAndNumber, mailAndNumber, "Mail", "Mail"},
+                        {"elements of other types", mailAndNumber, mailAndNumber, "Mail", "Mail"},
                         {"no lists", "Mail", Dictionary{{"Mail", true}}, "Mail Calendars Backup", "nil"}};
   for (const Case& row : cases) {
     SCOPED_TRACE(row.name);
@@ -71,7 +71,7 @@ TEST_F(Enablement, AChildFollowsItsParentWhileThatHasAnythingEnabled) {
   EXPECT_EQ(shortNames(child->provisionedDataclasses()), "Mail");
 
   child->setAccountPropertyForKey("Calendars", "Provisioned Dataclasses");
-  EXPECT_EQ(shortNames(child->provisionedDataclasses()), "Mail") << "a text is no list, and hides none";
+  EXPECT_EQ(shortNames(child->provisionedDataclasses()), "Mail") << "a text does not hide the parent's list";
   parent->setAccountPropertyForKey(dataclassArray("Backup"), "Enabled Dataclasses");
   EXPECT_EQ(shortNames(parent->enabledDataclasses()), "");
   EXPECT_EQ(shortNames(child->enabledDataclasses()), "Mail") << "an empty list does not lead";

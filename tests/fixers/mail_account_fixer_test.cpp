@@ -32,23 +32,21 @@ TEST_F(MailAccountFixer, TakesTheClassFromTheFirstMarkerOfItsTableThatThePathHol
     FixResult result;
     const char* classAfter;
   };
-  constexpr FixResult kept = FixResult::nothingDone;
-  constexpr FixResult fixed = FixResult::repaired;
-  constexpr FixResult lost = FixResult::unrepairable;
+  using enum FixResult;
   const Case cases[] = {
-      {"another type", "Exchange", "Old", "Mail/IMAP-x", kept, "Old"},
-      {"a known class", "Mail", "IMAPAccount", "Mail/POP-x", kept, "IMAPAccount"},
-      {"Dotlet before Nuvola", "Mail", "Old", "Mail/Dotlet-a/Mail/Nuvola-b", fixed, "WicketAccount"},
-      {"Nuvola before AOL", "Mail", "Old", "Mail/AOL-a/Mail/Nuvola-b", fixed, "NuvolaAccount"},
-      {"AOL before IMAP", "Nuvola", "Old", "/Mail/IMAP-a/Mail/AOL-b", fixed, "AOLAccount"},
-      {"local mailboxes", "Mail", "Old", "/home/Mail/Mailboxes", fixed, "LocalAccount"},
-      {"Gmail before IMAP", "Mail", "Old", "Mail/IMAP-x.gmail.com@imap.gmail.com", fixed, "GmailAccount"},
-      {"Yahoo before IMAP", "Mail", "Old", "Mail/IMAP-x@imap.mail.yahoo.com", fixed, "YahooAccount"},
-      {"POP before IMAP", "Mail", "Old", "Mail/IMAP-a/Mail/POP-b", fixed, "POPAccount"},
-      {"IMAP", "Mail", "Old", "Mail/IMAP-", fixed, "IMAPAccount"},
-      {"case counts", "Mail", "imapaccount", "mail/imap-x", lost, "imapaccount"},
-      {"no text", "Mail", "Old", array("Mail/IMAP-x"), lost, "Old"},
-      {"no path", "Nuvola", "Old", {}, lost, "Old"}};
+      {"another type", "Exchange", "Old", "Mail/IMAP-x", nothingDone, "Old"},
+      {"a known class", "Mail", "IMAPAccount", "Mail/POP-x", nothingDone, "IMAPAccount"},
+      {"Dotlet before Nuvola", "Mail", "Old", "Mail/Dotlet-a/Mail/Nuvola-b", repaired, "WicketAccount"},
+      {"Nuvola before AOL", "Mail", "Old", "Mail/AOL-a/Mail/Nuvola-b", repaired, "NuvolaAccount"},
+      {"AOL before IMAP", "Nuvola", "Old", "/Mail/IMAP-a/Mail/AOL-b", repaired, "AOLAccount"},
+      {"local mailboxes", "Mail", "Old", "/home/Mail/Mailboxes", repaired, "LocalAccount"},
+      {"Gmail before IMAP", "Mail", "Old", "Mail/IMAP-x.gmail.com@imap.gmail.com", repaired, "GmailAccount"},
+      {"Yahoo before IMAP", "Mail", "Old", "Mail/IMAP-x@imap.mail.yahoo.com", repaired, "YahooAccount"},
+      {"POP before IMAP", "Mail", "Old", "Mail/IMAP-a/Mail/POP-b", repaired, "POPAccount"},
+      {"IMAP", "Mail", "Old", "Mail/IMAP-", repaired, "IMAPAccount"},
+      {"case counts", "Mail", "imapaccount", "mail/imap-x", unrepairable, "imapaccount"},
+      {"no text", "Mail", "Old", array("Mail/IMAP-x"), unrepairable, "Old"},
+      {"no path", "Nuvola", "Old", {}, unrepairable, "Old"}};
   for (const Case& row : cases) {
     SCOPED_TRACE(row.name);
     log.clear();
@@ -57,7 +55,7 @@ TEST_F(MailAccountFixer, TakesTheClassFromTheFirstMarkerOfItsTableThatThePathHol
     EXPECT_EQ(made->accountClass().view(), row.classAfter);
     const Lines line = {formatLogLine("Could not fix the class of the mail account: %@",
                                       std::array{LogArgument(made->properties())})};
-    EXPECT_EQ(log.lines(), row.result == lost ? line : Lines());
+    EXPECT_EQ(log.lines(), row.result == unrepairable ? line : Lines());
   }
   log.clear();
   for (const bool areSaved : {false, true}) fixer.accountsHaveBeenSaved(areSaved);
