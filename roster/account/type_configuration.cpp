@@ -18,7 +18,8 @@ namespace {
 
 constexpr std::string_view sourceFile = "BasicAccount";
 constexpr std::string_view initializeName = "+[BasicAccount initialize]";
-/// More than a map looks through one by one: every record that is made asks for its type.
+/// More entries than a map searches one by one, so that the table is hashed: every new record looks up its
+/// type.
 constexpr std::size_t hashedTableSize = 17;
 constexpr std::string_view nameTable = "BasicAccount";
 constexpr std::string_view dataclassPrefix = "com.nimbal.Dataclass.";
