@@ -6,7 +6,7 @@ install(TARGETS roster EXPORT rosterTargets
 if(TARGET rosterctl)
   install(TARGETS rosterctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
-# Beside the library, where it looks for them first: an installation may be moved as a whole.
+# Beside the library, where it looks first, so that an installation can be moved as a whole.
 set(resources_dir ${CMAKE_INSTALL_LIBDIR}/roster)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/roster)
@@ -17,7 +17,7 @@ write_basic_package_version_file(rosterConfigVersion.cmake COMPATIBILITY SameMaj
 install(FILES ${PROJECT_BINARY_DIR}/rosterConfig.cmake ${PROJECT_BINARY_DIR}/rosterConfigVersion.cmake
   DESTINATION ${package_dir})
 
-# Relative to the file itself, so that an installation may be moved.
+# Relative to the file itself, so that an installation can be moved.
 file(RELATIVE_PATH prefix_from_pc ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 string(REGEX REPLACE "/$" "" prefix_from_pc ${prefix_from_pc})
 configure_file(cmake/roster.pc.in roster.pc @ONLY)

@@ -1,4 +1,4 @@
-# The version stands once, where clients can compile against it: in roster/roster.h.
+# The version is stated once, where clients can compile against it: in roster/roster.h.
 file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/../roster/roster.h version_lines REGEX "^#define ROSTER_VERSION_")
 foreach(part IN ITEMS MAJOR MINOR PATCH)
   if(NOT version_lines MATCHES "ROSTER_VERSION_${part} ([0-9]+)")

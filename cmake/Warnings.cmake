@@ -1,5 +1,5 @@
-# Link roster_warnings privately to hold a target to the house's warnings. They are errors when Roster is built for
-# itself; --compile-no-warning-as-error lets a packager with another compiler go on.
+# Link roster_warnings privately to compile a target with the project's warnings. They are errors when Roster is the
+# top-level project; --compile-no-warning-as-error lets a packager with another compiler continue.
 if(PROJECT_IS_TOP_LEVEL AND NOT DEFINED CMAKE_COMPILE_WARNING_AS_ERROR)
   set(CMAKE_COMPILE_WARNING_AS_ERROR ON)
 endif()

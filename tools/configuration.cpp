@@ -1,6 +1,5 @@
 #include "roster/account/basic_account.h"
-#include "roster/platform/property_list_file.h"
-#include "roster/platform/resources.h"
+#include "roster/platform/assertion.h"
 #include "tools/command_error.h"
 #include "tools/commands.h"
 #include "tools/session.h"
@@ -13,17 +12,12 @@ namespace {
 
 using nlohmann::ordered_json;
 
-/// The types that the configuration has an entry for, in its order.
-StringList configuredTypes() {
-  const std::string path = resourcePath("AccountTypesProperties", "plist");
-  if (path.empty()) throw CommandError("AccountTypesProperties.plist", "the library's resources are missing");
-  const Result<Dictionary> table = readDictionaryFile(path);
-  if (!table) throw CommandError("could not read the account types", table.error().message);
-  StringList types;
-  for (const DictionaryEntry& entry : *table) {
-    if (BasicAccount::_isValidAccountType(entry.key)) types.push_back(entry.key.str());
+const StringList& knownTypes() {
+  try {
+    return BasicAccount::allAccountTypes();
+  } catch (const AssertionFailure& failure) {
+    throw CommandError("could not read the account types", failure.report().message);
   }
-  return types;
 }
 
 StringList actionsToEnable(const std::string& dataclass, const std::string& type) {
@@ -78,7 +72,7 @@ void addRows(const std::string& type, Table& table) {
 int types(const Options& options) {
   ordered_json array = ordered_json::array();
   Table table({"TYPE", "DATACLASS", "WHEN SWITCHED ON", "WHEN SWITCHED OFF", "WHEN DELETED", "REMINDERS"});
-  for (const std::string& type : configuredTypes()) {
+  for (const std::string& type : knownTypes()) {
     if (options.isJson) {
       array.push_back(jsonFromType(type));
     } else {

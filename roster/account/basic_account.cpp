@@ -14,33 +14,23 @@ constexpr std::string_view initWithTypeName = "-[BasicAccount _initWithType:clas
 
 }  // namespace
 
-std::shared_ptr<BasicAccount> BasicAccount::accountWithTypeClass(std::string_view type,
-                                                                 std::string_view accountClass) {
+AccountPtr BasicAccount::accountWithTypeClass(std::string_view type, std::string_view accountClass) {
   return _initWithTypeClass(type, accountClass);
 }
 
-std::shared_ptr<BasicAccount> BasicAccount::accountWithProperties(const Dictionary& properties) {
+AccountPtr BasicAccount::accountWithProperties(const Dictionary& properties) {
   return initWithProperties(properties);
 }
 
-std::shared_ptr<BasicAccount> BasicAccount::initWithProperties(const Dictionary& properties) {
+AccountPtr BasicAccount::initWithProperties(const Dictionary& properties) {
   return makeWithProperties<BasicAccount>(properties);
 }
 
-std::shared_ptr<BasicAccount> BasicAccount::_initWithTypeClass(std::string_view type,
-                                                               std::string_view accountClass) {
+AccountPtr BasicAccount::_initWithTypeClass(std::string_view type, std::string_view accountClass) {
   return makeWithTypeClass<BasicAccount>(type, accountClass);
 }
 
-std::shared_ptr<BasicAccount> BasicAccount::_initWithPropertiesInArena(const Dictionary& properties,
-                                                                       const RecordArena& arena) {
-  initialize();
-  auto account =
-      std::allocate_shared<BasicAccount>(RecordArena::Allocator<BasicAccount>(arena), Allocation{});
-  return account->takeProperties(properties) ? account : nullptr;
-}
-
-std::shared_ptr<BasicAccount> BasicAccount::init() {
+AccountPtr BasicAccount::init() {
   assertionFailed("-[BasicAccount init]", sourceFile, "Don't use this method");
   return nullptr;
 }
@@ -98,6 +88,12 @@ bool BasicAccount::takeProperties(const Dictionary& properties) {
   }
   return true;
 }
+
+const Dictionary& BasicAccount::currentProperties() const {
+  return _properties ? *_properties : _originalProperties;
+}
+
+Dictionary BasicAccount::propertiesToSave() const { return currentProperties(); }
 
 MutableDictionary BasicAccount::properties() const {
   if (!_properties) _properties.emplace(_originalProperties);
@@ -167,7 +163,7 @@ String BasicAccount::parentAccountIdentifier() const {
 
 void BasicAccount::setOriginalProperties(const Dictionary& properties) {
   if (properties.sharesContentsWith(_originalProperties)) return;
-  static_cast<void>(this->properties());  // what the record holds stays as it is
+  static_cast<void>(this->properties());  // the live properties no longer follow the originals
   _originalProperties = properties.deepCopy();
 }
 

@@ -3,10 +3,30 @@
 #include <algorithm>
 
 #include "roster/account/basic_account.h"
+#include "roster/account/vocabulary.h"
 #include "roster/platform/plugin.h"
 #include "roster/platform/system_log.h"
 
 namespace roster {
+
+CreatorEntry::CreatorEntry(const Value& element) {
+  const std::optional<Dictionary> entry = element.dictionary();
+  if (!entry) return;
+  creatorType = entry->find("Type").string();
+  description = entry->find("Description").dictionary();
+}
+
+Value CreatorEntry::described(std::string_view key) const {
+  return description ? description->find(key) : Value();
+}
+
+String CreatorEntry::framework() const { return described("Framework").string(); }
+
+String CreatorEntry::className() const { return described("Class").string(); }
+
+std::optional<Array> CreatorEntry::supportedDataclasses() const {
+  return described(kAccountSupportedDataclasses).array();
+}
 
 Result<> loadCreatorFramework(std::string_view path) {
   const auto isAscii = [](unsigned char character) { return character < 0x80; };
@@ -20,9 +40,7 @@ std::optional<Array> creatorEntriesForAccountType(std::string_view type) {
   return table == nullptr ? std::nullopt : table->find(type).array();
 }
 
-}  // namespace roster
-
-namespace roster::creator_faults {
+namespace creator_faults {
 
 namespace {
 
@@ -65,4 +83,5 @@ std::string unknownClass(std::string_view creatorType, const String& className) 
   return formatted("The framework/bundle where %@ is defined has not been loaded", className);
 }
 
-}  // namespace roster::creator_faults
+}  // namespace creator_faults
+}  // namespace roster

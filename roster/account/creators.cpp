@@ -88,7 +88,7 @@ std::shared_ptr<AccountFullAccountProtocol> BasicAccount::fullAccountUsingLoader
     const ClassObject* creator = findClass(className);
     if (creator == nullptr) {
       assertionFailed(fullAccountOperation, sourceFile,
-                      formatted("The framework/bundle where %@ is defined has not been loaded", className));
+                      creator_faults::unknownClass(fullAccountCreatorType, className));
       return nullptr;
     }
     std::shared_ptr<AccountFullAccountProtocol> made =
@@ -135,10 +135,8 @@ std::shared_ptr<AccountRefreshProtocol> BasicAccount::_cachedSyncAccount() {
   if (className.isNil()) return nullptr;
   const ClassObject* creator = findClass(className);
   if (creator == nullptr) {
-    systemLog(
-        "ERROR: The framework/bundle where %@ is defined has not been loaded, so there is no syncable "
-        "account for basic account with properties %@",
-        className, properties());
+    systemLog("ERROR: %@, so there is no syncable account for basic account with properties %@",
+              creator_faults::unknownClass(syncAccountCreatorType, className), properties());
     return nullptr;
   }
   _syncAccount = madeBy(*creator, [&] {

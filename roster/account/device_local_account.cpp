@@ -30,7 +30,7 @@ std::string suffixOf(std::string_view deviceClass) {
   return suffix;
 }
 
-/// The key under which the host-sync service keeps what it says about a dataclass; nil when it says nothing.
+/// The key under which the host-sync service reports on a dataclass; nil for one that it does not report on.
 String tetheredSyncKey(std::string_view dataclass) {
   const std::array<std::pair<std::string_view, std::string_view>, 6> keys{{
       {kAccountDataclassMail, "Mail Accounts"},
@@ -54,8 +54,8 @@ String textForSource(const String& source, std::string_view dotletKey, std::stri
   return _deviceSpecificLocalizedString(deviceKey);
 }
 
-/// The creators table names the class for the on-device type, as it names the classes of plug-ins.
-// NOLINTNEXTLINE(cert-err58-cpp): without memory for it, nothing can start
+/// The account-creators table names this class for the on-device type, as it names the classes of plug-ins.
+// NOLINTNEXTLINE(cert-err58-cpp): it throws only when memory runs out before the program starts
 const bool isRegistered =
     registerClass(ClassObject(std::string(DeviceLocalAccount::className))
                       .answering(AccountCreationProtocol{.accountWithBasicAccount =
@@ -78,6 +78,12 @@ String _getTetheredSourceForDataClassFromGatehouse(std::string_view dataclass) {
   String system = entry ? entry->find("SyncingOS").string() : String();
   return system.isNil() ? String(noComputer) : system;
 }
+
+String DeviceLocalAccount::_identifier() { return className; }
+
+String DeviceLocalAccount::identifier() const { return _identifier(); }
+
+String DeviceLocalAccount::syncStoreIdentifier() const { return identifier(); }
 
 String DeviceLocalAccount::typeString() { return _deviceSpecificLocalizedString("ON_MY_DEVICE_TYPE"); }
 

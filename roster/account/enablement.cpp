@@ -27,7 +27,7 @@ StringList intersection(const StringList& list, const StringList& allowed) {
   return common;
 }
 
-/// A set written as an array: each text once. Elements that are no texts are not ours to judge and stay.
+/// A set written as an array: each text once. Elements that are not texts are kept as they are.
 std::vector<Value> setMembers(const Value& stored) {
   std::vector<Value> members;
   std::set<std::string, std::less<>> seen;
@@ -93,10 +93,10 @@ void BasicAccount::setEnabledForDataclass(bool isEnabled, std::string_view datac
 
 void BasicAccount::_forcedSetEnabledForDataclass(bool isEnabled, std::string_view dataclass) {
   std::vector<Value> members = setMembers(properties().find(kAccountEnabledDataclasses));
-  const auto place = std::find_if(members.begin(), members.end(),
+  const auto found = std::find_if(members.begin(), members.end(),
                                   [&](const Value& member) { return member.string() == dataclass; });
-  if (isEnabled && place == members.end()) members.emplace_back(dataclass);
-  if (!isEnabled && place != members.end()) members.erase(place);
+  if (isEnabled && found == members.end()) members.emplace_back(dataclass);
+  if (!isEnabled && found != members.end()) members.erase(found);
   setAccountPropertyForKey(Array(std::move(members)), kAccountEnabledDataclasses);
 }
 

@@ -13,8 +13,8 @@ namespace roster {
 /// A list of strings out of a property list: dataclasses or actions.
 using StringList = std::vector<std::string>;
 
-/// The strings of an array value, in order; elements of other types are left out. Nothing when it is no
-/// array.
+/// The strings of an array value, in order; elements of other types are left out. Nothing when the
+/// value is not an array.
 inline std::optional<StringList> stringList(const Value& value) {
   const std::optional<Array> array = value.array();
   if (!array) return std::nullopt;

@@ -16,16 +16,24 @@ namespace roster {
 
 namespace {
 
-using TypeTable = OrderedMap<Dictionary>;
-
 constexpr std::string_view sourceFile = "BasicAccount";
 constexpr std::string_view initializeName = "+[BasicAccount initialize]";
-/// More than a map looks through one by one: every record that is made asks for its type.
+/// More entries than a map searches one by one, so that the table is hashed: every new record looks up its
+/// type.
 constexpr std::size_t hashedTableSize = 17;
+constexpr std::string_view nameTable = "BasicAccount";
+constexpr std::string_view dataclassPrefix = "com.nimbal.Dataclass.";
+
+/// The types that the library knows, as the device is configured.
+struct TypeTable {
+  OrderedMap<Dictionary> entries;
+  /// The names of the entries, in canonical order.
+  StringList names;
+};
 
 /// The type configuration of this process: built under the lock, then only read, and never released.
 struct TypeConfiguration {
-  /// Recursive, because whoever receives assertions and log lines may itself ask about a type.
+  /// Recursive, because a handler of assertions or of log lines may itself ask about a type.
   std::recursive_mutex lock;
   bool isLoading = false;
   std::atomic<const TypeTable*> table = nullptr;
@@ -50,29 +58,21 @@ TypeConfiguration& typeConfiguration() {
   return configuration;
 }
 
-/// The library's own text for each entry that names a known dataclass; the others are dropped.
+/// Those of the configured entries that name a known dataclass.
 std::vector<Value> knownDataclasses(const Value& configured, bool isMultitasking) {
-  const std::array known = {
-      kAccountDataclassContacts,    kAccountDataclassBookmarks,     kAccountDataclassCalendars,
-      kAccountDataclassReminders,   kAccountDataclassMail,          kAccountDataclassNotes,
-      kAccountDataclassMediaStream, kAccountDataclassDeviceLocator, kAccountDataclassContactsSearch,
-      kAccountDataclassBackup,      kAccountDataclassUbiquity,      kAccountDataclassKeyValue,
-      kAccountDataclassSatchel,     kAccountDataclassSharedStreams,
-  };
   std::vector<Value> kept;
   for (const std::string& entry : stringList(configured).value_or(StringList())) {
-    const auto* match = std::find(known.begin(), known.end(), entry);
-    if (match == known.end()) continue;
+    if (!contains(BasicAccount::allSupportedDataclasses(), entry)) continue;
     // Notes sync in the background, which takes a device that can run more than one program.
-    if (*match == kAccountDataclassNotes && !isMultitasking) continue;
-    kept.emplace_back(*match);
+    if (entry == kAccountDataclassNotes && !isMultitasking) continue;
+    kept.emplace_back(entry);
   }
   return kept;
 }
 
-std::unique_ptr<TypeTable> rewrittenTable(const Dictionary& resource, bool isMultitasking) {
-  auto table = std::make_unique<TypeTable>();
-  table->reserve(std::max(resource.size(), hashedTableSize));
+OrderedMap<Dictionary> rewrittenEntries(const Dictionary& resource, bool isMultitasking) {
+  OrderedMap<Dictionary> entries;
+  entries.reserve(std::max(resource.size(), hashedTableSize));
   for (const DictionaryEntry& entry : resource) {
     const std::optional<Dictionary> configured = entry.value.dictionary();
     if (!configured) continue;
@@ -82,9 +82,38 @@ std::unique_ptr<TypeTable> rewrittenTable(const Dictionary& resource, bool isMul
     // A type of which nothing is left keeps what it listed, so that it does not turn into a type without
     // dataclasses.
     if (!known.empty()) rewritten.set(kPropertiesSupportedDataclasses, Array(std::move(known)));
-    table->set(entry.key, rewritten.deepCopy());
+    entries.set(entry.key, rewritten.deepCopy());
   }
-  return table;
+  return entries;
+}
+
+/// The names under which the resource describes types: those of the vocabulary first, in its order.
+StringList typeNames(const Dictionary& resource) {
+  const std::array canonical = {kSubscribedCalendarAccountType,
+                                kCalDAVAccountType,
+                                kCardDAVAccountType,
+                                kBookmarkDAVAccountType,
+                                kSMTPAccountType,
+                                kExchangeAccountType,
+                                kLDAPAccountType,
+                                kMailAccountType,
+                                kNuvolaAccountType,
+                                kGmailAccountType,
+                                kYahooAccountType,
+                                kOnMyDeviceAccountType,
+                                kIMAPNotesAccountType,
+                                kNimbalAccountType,
+                                kFjordIMAPAccountType};
+  StringList names;
+  for (const std::string_view name : canonical) {
+    if (resource.find(name).isDictionary()) names.emplace_back(name);
+  }
+  for (const DictionaryEntry& entry : resource) {
+    const std::string_view name = entry.key;
+    const bool isType = !name.empty() && entry.value.isDictionary();
+    if (isType && !contains(names, name)) names.emplace_back(name);
+  }
+  return names;
 }
 
 std::optional<Dictionary> typeTableResource() {
@@ -104,8 +133,14 @@ std::optional<Dictionary> typeTableResource() {
 Dictionary typeEntry(std::string_view type) {
   BasicAccount::initialize();
   const TypeTable* table = typeConfiguration().table.load(std::memory_order_acquire);
-  const Dictionary* entry = table == nullptr ? nullptr : table->find(type);
+  const Dictionary* entry = table == nullptr ? nullptr : table->entries.find(type);
   return entry == nullptr ? Dictionary() : *entry;
+}
+
+/// The name for people that the library's texts give; nil when they give none.
+String localizedName(std::string_view keyPrefix, std::string_view name) {
+  const std::string text = localizedString(std::string(keyPrefix).append(name), nameTable);
+  return text.empty() ? String() : String(text);
 }
 
 /// A resource that is a dictionary; nothing, without a message, when it is missing or unreadable.
@@ -116,8 +151,7 @@ std::optional<Dictionary> dictionaryResource(std::string_view name) {
   return resource ? std::optional(*std::move(resource)) : std::nullopt;
 }
 
-/// A switch of one dataclass. The table is read once, and a failure to read it is final: all switches are
-/// then off.
+/// A switch of one dataclass. The table is read once; when that fails, all switches stay off.
 bool dataclassSwitch(std::string_view dataclass, std::string_view name) {
   static const Dictionary& table = immortal(BasicAccount::_dataclassesProperties().value_or(Dictionary()));
   const std::optional<Dictionary> entry = table.find(dataclass).dictionary();
@@ -140,8 +174,9 @@ void BasicAccount::initialize(bool (*isMultitaskingEnabledInClass)()) {
   if (configuration.isLoading || configuration.table.load(std::memory_order_relaxed) != nullptr) return;
   const LoadInProgress inProgress(configuration);
   if (const std::optional<Dictionary> resource = typeTableResource()) {
-    configuration.table.store(rewrittenTable(*resource, isMultitaskingEnabledInClass()).release(),
-                              std::memory_order_release);
+    auto table = std::make_unique<const TypeTable>(
+        TypeTable{rewrittenEntries(*resource, isMultitaskingEnabledInClass()), typeNames(*resource)});
+    configuration.table.store(table.release(), std::memory_order_release);
   }
 }
 
@@ -216,7 +251,23 @@ bool BasicAccount::_isValidAccountType(std::string_view type) {
   if (type.empty()) return false;
   initialize();
   const TypeTable* table = typeConfiguration().table.load(std::memory_order_acquire);
-  return table != nullptr && table->contains(type);
+  return table != nullptr && table->entries.contains(type);
+}
+
+const StringList& BasicAccount::allAccountTypes() {
+  static const StringList& none = immortal(StringList());
+  initialize();
+  const TypeTable* table = typeConfiguration().table.load(std::memory_order_acquire);
+  return table == nullptr ? none : table->names;
+}
+
+String BasicAccount::localizedNameForAccountType(std::string_view type) {
+  return localizedName("ACCOUNT_TYPE_", type);
+}
+
+String BasicAccount::localizedNameForDataclass(std::string_view dataclass) {
+  if (!dataclass.starts_with(dataclassPrefix)) return {};
+  return localizedName("DATACLASS_", dataclass.substr(dataclassPrefix.size()));
 }
 
 std::optional<Dictionary> BasicAccount::_dataclassesProperties() {

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "roster/account/basic_account.h"
 #include "roster/base/process_wide.h"
 #include "roster/platform/bus_signals.h"
 #include "roster/platform/system_log.h"
@@ -15,8 +16,8 @@ struct PathMarker {
   std::string_view accountClass;
 };
 
-/// What a stored path says about the class, most telling first: a provider's account lies in a folder of its
-/// protocol, so the general markers come last.
+/// Which class a marker in the stored path implies, the most specific marker first: a provider's account lies
+/// in a folder of its protocol, so the general markers come last.
 constexpr std::array _pathToClassMap = {
     PathMarker{"Mail/Dotlet-", "WicketAccount"},
     PathMarker{"Mail/Nuvola-", "NuvolaAccount"},
@@ -36,9 +37,16 @@ constexpr std::string_view mailAccountsKey = "MailAccounts";
 
 void reportMailAccountClassFound(const Dictionary&, std::string_view) {}
 
-RSRuntimeFixMailAccount::RSRuntimeFixMailAccount()
-    : _supportedMailClasses{"WicketAccount", "NuvolaAccount", "POPAccount",   "IMAPAccount",
-                            "AOLAccount",    "LocalAccount",  "GmailAccount", "YahooAccount"} {}
+struct RSRuntimeFixMailAccount::State {
+  std::set<std::string, std::less<>> _supportedMailClasses = {
+      "WicketAccount", "NuvolaAccount", "POPAccount",   "IMAPAccount",
+      "AOLAccount",    "LocalAccount",  "GmailAccount", "YahooAccount"};
+  bool _shouldNotifyInkwell = false;
+};
+
+RSRuntimeFixMailAccount::RSRuntimeFixMailAccount() : _state(std::make_unique<State>()) {}
+
+RSRuntimeFixMailAccount::~RSRuntimeFixMailAccount() = default;
 
 const std::set<std::string, std::less<>>& RSRuntimeFixMailAccount::supportedAccountTypes() const {
   static const auto& _supportedAccounts = immortal(
@@ -49,8 +57,8 @@ const std::set<std::string, std::less<>>& RSRuntimeFixMailAccount::supportedAcco
 FixResult RSRuntimeFixMailAccount::fixBasicAccountIfNeededLoggingMessage(const AccountPtr& account,
                                                                          std::string_view message) {
   if (!supportedAccountTypes().contains(account->type().view())) return FixResult::nothingDone;
-  if (_supportedMailClasses.contains(account->accountClass().view())) return FixResult::nothingDone;
-  _shouldNotifyInkwell = true;
+  if (_state->_supportedMailClasses.contains(account->accountClass().view())) return FixResult::nothingDone;
+  _state->_shouldNotifyInkwell = true;
   if (!message.empty()) reportMailAccountClassFound(account->properties(), message);
   return _cleanupAccountClass(account) ? FixResult::repaired : FixResult::unrepairable;
 }
@@ -67,8 +75,8 @@ bool RSRuntimeFixMailAccount::_cleanupAccountClass(const AccountPtr& account) {
 }
 
 void RSRuntimeFixMailAccount::accountsHaveBeenSaved(bool areSaved) {
-  if (_shouldNotifyInkwell && areSaved) broadcastPreferencesChanged(mailApplication, mailAccountsKey);
-  _shouldNotifyInkwell = false;
+  if (_state->_shouldNotifyInkwell && areSaved) broadcastPreferencesChanged(mailApplication, mailAccountsKey);
+  _state->_shouldNotifyInkwell = false;
 }
 
 }  // namespace roster

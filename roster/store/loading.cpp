@@ -1,3 +1,4 @@
+#include "roster/account/record_arena.h"
 #include "roster/fixers/mail_account_fixer.h"
 #include "roster/notify/snapshot.h"
 #include "roster/platform/device.h"
@@ -52,8 +53,7 @@ void AccountsManager::_initWithAccountsInfo(const Array& accounts) {
   const RecordArena arena(accounts.size());
   for (const Value& element : accounts) {
     const std::optional<Dictionary> properties = salvage.usable(element).dictionary();
-    const AccountPtr account =
-        properties ? BasicAccount::_initWithPropertiesInArena(*properties, arena) : nullptr;
+    const AccountPtr account = properties ? arena.accountWithProperties(*properties) : nullptr;
     if (!account) {
       systemLog("[%s] ERROR: Failed to create a BasicAccount from %@",
                 "-[AccountsManager _initWithAccountsInfo:]", element);

@@ -44,19 +44,22 @@ TEST_F(BasicAccountTest, AssertsWhatOnlyAProgrammerCanGetWrong) {
 
 TEST_F(BasicAccountTest, GetsASyncIdentifierOnlyTogetherWithAnIdentifier) {
   struct Case {
+    const char* name;
     Value identifier, sync;
     bool isIdentifierKept, isSyncKept;
   };
-  const Case cases[] = {{{}, {}, false, false}, {{}, "S", false, true}, {"I", {}, true, true},
-                        {"I", "S", true, true}, {"", {}, true, true},   {3, 4, false, false}};
+  const Case cases[] = {{"neither", {}, {}, false, false},        {"sync only", {}, "S", false, true},
+                        {"identifier only", "I", {}, true, true}, {"both", "I", "S", true, true},
+                        {"empty identifier", "", {}, true, true}, {"no texts", 3, 4, false, false}};
   for (const Case& row : cases) {
+    SCOPED_TRACE(row.name);
     const auto made = account({{"Identifier", row.identifier}, {"Sync Identifier", row.sync}});
     const Value identifier = made->properties().find("Identifier");
     EXPECT_TRUE(identifier.isString());
     EXPECT_EQ(identifier == row.identifier, row.isIdentifierKept);
     EXPECT_EQ(made->properties().find("Sync Identifier"), row.isSyncKept ? row.sync : identifier);
-    EXPECT_EQ(made->originalProperties().find("Identifier"), row.identifier)
-        << "the original is what was given";
+    // The originals are what was given.
+    EXPECT_EQ(made->originalProperties().find("Identifier"), row.identifier);
     EXPECT_EQ(made->originalProperties().find("Sync Identifier"), row.sync);
   }
   const auto fresh = BasicAccount::accountWithTypeClass("Gmail", "X");
@@ -89,7 +92,7 @@ TEST_F(BasicAccountTest, AnswersWithTheWholeChainOfParents) {
   middle->setParentAccount(std::move(top));
   child->setParentAccount(middle);
   EXPECT_EQ(child->accountPropertyForKey("Port"), Value(993));
-  EXPECT_EQ(child->typeString(), "T") << "a number is no text, and hides none";
+  EXPECT_EQ(child->typeString(), "T") << "a number does not hide the parent's text";
   child->setDisplayName("Top");
   middle->setParentAccount(nullptr);
   EXPECT_EQ(child->displayName(), "Top") << "the child's own, though it equalled its parent's";

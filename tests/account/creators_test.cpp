@@ -4,7 +4,6 @@ namespace roster::testing {
 namespace {
 
 using Lines = std::vector<std::string>;
-using Record = AccountPtr;
 using FullAccount = std::shared_ptr<AccountFullAccountProtocol>;
 
 const std::string lookUp =
@@ -39,7 +38,7 @@ TEST_F(CreatorsTest, AreFoundInACompleteTableAndMakeSomething) {
       {array(7, creatorEntry("fullaccount", "Self", {})), formatted(notLoaded, String())}};
   const auto nobody = [](std::string_view) { return findClass("Nobody"); };
   const auto mute = [](std::string_view) { return findClass("Mute"); };
-  const auto fail = [](const Record&) -> FullAccount { throw std::runtime_error("no wire"); };
+  const auto fail = [](const AccountPtr&) -> FullAccount { throw std::runtime_error("no wire"); };
   registerClass(ClassObject("Mute"));
   registerCreator("Idle", {});
   registerCreator("Nil class", {nobody});
@@ -54,9 +53,11 @@ TEST_F(CreatorsTest, AreFoundInACompleteTableAndMakeSomething) {
   writeCreators(table);
   for (std::size_t i = 0; i < cases.size(); ++i) {
     const std::string type = "T" + std::to_string(i);
+    const std::string expected = formatted(cases[i].second, type);
+    SCOPED_TRACE(expected);
     assertions.clear();
-    EXPECT_EQ(record(type)->fullAccountUsingLoader(nullptr), nullptr) << i;
-    EXPECT_EQ(assertions.at(0), formatted(cases[i].second, type)) << i;
+    EXPECT_EQ(record(type)->fullAccountUsingLoader(nullptr), nullptr);
+    EXPECT_EQ(assertions.at(0), expected);
   }
   const std::string failed = "ERROR: The account creator ";
   EXPECT_EQ(log.lines(), (Lines{failed + "Unmade failed: the class Mute does not answer initWithProperties:",
@@ -66,11 +67,11 @@ TEST_F(CreatorsTest, AreFoundInACompleteTableAndMakeSomething) {
 TEST_F(CreatorsTest, AreAllLoadedAndTheLastIsUsed) {
   writeCreators({{"T", array(full("PluginCreator", plugin("good")), sync("S", "/no.so"), full("Self"))},
                  {"P", array(full("Self"), full("PluginCreator", plugin("good")))}});
-  const Record account = record("T");
+  const AccountPtr account = record("T");
   EXPECT_EQ(account->fullAccountUsingLoader(nullptr), account);
   EXPECT_NE(findClass("PluginCreator"), nullptr);
-  const Record parent = record("P");
-  const Record child = record("P");
+  const AccountPtr parent = record("P");
+  const AccountPtr child = record("P");
   child->setParentAccount(parent);
   child->setDisplayName("child");
   const auto made = std::dynamic_pointer_cast<BasicAccount>(child->fullAccountUsingLoader(nullptr));
@@ -79,7 +80,7 @@ TEST_F(CreatorsTest, AreAllLoadedAndTheLastIsUsed) {
   EXPECT_EQ(made->properties(), child->properties());
   std::vector<std::int32_t> results;
   const auto handler = [&](std::int32_t result) { results.push_back(result); };
-  for (const Record& each : {child, made}) each->renewAccountCredentialsWithHandler(handler);
+  for (const AccountPtr& each : {child, made}) each->renewAccountCredentialsWithHandler(handler);
   EXPECT_EQ(results, (std::vector{3, 42}));
 }
 
@@ -87,7 +88,7 @@ TEST_F(CreatorsTest, NeedNoLibraryWhenALoaderHasMadeThemAvailable) {
   writeCreators({{"T", array(full("Nobody", "/no.so"), full("Self", {}), sync("Self", {}))}});
   ScriptedLoader loader(true);
   ScriptedLoader refusing(false);
-  const Record account = record("T");
+  const AccountPtr account = record("T");
   EXPECT_EQ(account->fullAccountUsingLoader(&refusing), nullptr);
   EXPECT_NE(assertions.at(0).find("/no.so"), std::string::npos);
   EXPECT_EQ(account->fullAccountUsingLoader(&loader), account) << "a failure is not kept";
@@ -102,15 +103,15 @@ TEST_F(CreatorsTest, AreAskedAgainUntilThereIsAFullAccountWhichDiesWithItsRecord
   const Dictionary table{{"T", array(full("Fickle"))}};
   writeTypes(table);
   int calls = 0;
-  const auto second = [&](const Record& account) { return ++calls == 1 ? nullptr : account; };
+  const auto second = [&](const AccountPtr& account) { return ++calls == 1 ? nullptr : account; };
   registerCreator("Fickle", {.accountWithBasicAccount = second});
-  Record account = record("T");
+  AccountPtr account = record("T");
   EXPECT_EQ(account->fullAccountUsingLoader(nullptr), nullptr);
   EXPECT_EQ(assertions.at(0), notFound + "the information for the type T");
   writeCreators(table);
   EXPECT_EQ(account->fullAccountUsingLoader(nullptr), nullptr);
   writeCreators({});
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(account->fullAccountUsingLoader(nullptr), account);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(account->fullAccountUsingLoader(nullptr), account) << i;
   EXPECT_EQ(calls, 2) << "neither is the table read again, nor the full account made again";
   const std::weak_ptr<BasicAccount> watched = account;
   account.reset();
@@ -146,12 +147,12 @@ std::vector<bool> refreshed(BasicAccount& account) {
 
 TEST_F(CreatorsTest, OfSyncAccountsServeRefreshes) {
   int made = 0;
-  const auto second = [&](const Record&) { return ++made == 1 ? nullptr : record<SyncAccount>("T"); };
+  const auto second = [&](const AccountPtr&) { return ++made == 1 ? nullptr : record<SyncAccount>("T"); };
   registerClass(ClassObject("Late").answering(SyncAccountCreationProtocol{second}));
   writeCreators({{"T", array(sync("Late"))}, {"None", array(full("Self"))}, {"Lost", array(sync("Nobody"))}});
   EXPECT_EQ(refreshed(*record("None")), std::vector<bool>(6, false));
-  EXPECT_EQ(log.lines(), Lines()) << "no sync account is nothing to tell of";
-  const Record account = record("T");
+  EXPECT_EQ(log.lines(), Lines()) << "an account without a sync account is no fault";
+  const AccountPtr account = record("T");
   EXPECT_EQ(account->_cachedSyncAccount(), nullptr);
   EXPECT_EQ(refreshed(*account), (std::vector{true, true, false, false, true, true}));
   EXPECT_EQ(made, 2) << "a failure is not kept, a sync account is";

@@ -43,6 +43,7 @@ TEST_F(DeviceLocalAccountTest, HasAnIdentityThatNoPropertyChanges) {
   const auto record = BasicAccount::accountWithProperties(odd);
   const std::shared_ptr<DeviceLocalAccount> kiosk = KioskAccount::accountWithBasicAccount(record);
   for (const auto& account : {DeviceLocalAccount::accountWithBasicAccount(record), kiosk}) {
+    SCOPED_TRACE(account == kiosk ? "kiosk" : "own class");
     EXPECT_EQ(account->identifier(), "DeviceLocalAccount");
     EXPECT_EQ(account->syncStoreIdentifier(), "DeviceLocalAccount");
     EXPECT_EQ(account->displayName(), account == kiosk ? "In This Kiosk" : "On My Tablet");
@@ -57,6 +58,7 @@ TEST_F(DeviceLocalAccountTest, HasAnIdentityThatNoPropertyChanges) {
 
 TEST_F(DeviceLocalAccountTest, HasWordsForEveryDeviceInEveryLanguage) {
   for (const std::string language : {"en", "de", "es", "fr", "ja"}) {
+    SCOPED_TRACE(language);
     device.setEnvironment("LC_ALL", language + ".UTF-8");
     const std::string path = resourcePath("strings/" + language + "/DeviceLocalAccount", "plist");
     const Dictionary texts = *readDictionaryFile(path);
@@ -66,7 +68,7 @@ TEST_F(DeviceLocalAccountTest, HasWordsForEveryDeviceInEveryLanguage) {
          {"ON_MY_DEVICE_TYPE_", "ON_MY_DEVICE_TYPE_MID_SENTENCE_", "ON_YOUR_DEVICE_TYPE_MID_SENTENCE_"}) {
       for (const char* name : {"VIREO", "VIREO_SIMULATOR", "HANDSET", "TABLET", "LAPTOP", "CONVERTIBLE",
                                "DESKTOP", "SERVER", "WATCH", "EMBEDDED", "VM", "CONTAINER"}) {
-        EXPECT_FALSE(texts.find(key + name).string().isEmpty()) << language << " " << key << name;
+        EXPECT_FALSE(texts.find(key + name).string().isEmpty()) << key << name;
       }
     }
   }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "roster/account/basic_account.h"
+#include "roster/value/value_description.h"
 #include "tests/support/own_process.h"
 #include "tests/support/values.h"
 
@@ -39,19 +40,21 @@ TEST_F(Enablement, ListsAreInCanonicalOrderWithUnknownNamesBehindAsGiven) {
 
 TEST_F(Enablement, ProvisionedLiesWithinSupportedAndEnabledWithinProvisioned) {
   struct Case {
+    const char* name;
     Value provisioned, enabled;
     const char* isProvisioned;
     const char* isEnabled;
   };
   const Value mailAndNumber = array(5, dataclass("Mail"), dataclassArray("Backup"));
-  const Case cases[] = {{{}, {}, "Mail Calendars Backup", "nil"},
-                        {{}, Array(), "Mail Calendars Backup", ""},
-                        {Array(), dataclassArray("Mail"), "", ""},
-                        {dataclassArray("Backup Notes x.y Mail Backup"), dataclassArray("Calendars Backup"),
-                         "Mail Backup", "Backup"},
-                        {mailAndNumber, mailAndNumber, "Mail", "Mail"},
-                        {"Mail", Dictionary{{"Mail", true}}, "Mail Calendars Backup", "nil"}};
+  const Case cases[] = {{"nothing stored", {}, {}, "Mail Calendars Backup", "nil"},
+                        {"empty list enabled", {}, Array(), "Mail Calendars Backup", ""},
+                        {"empty list provisioned", Array(), dataclassArray("Mail"), "", ""},
+                        {"unsupported", dataclassArray("Backup Notes x.y Mail Backup"),
+                         dataclassArray("Calendars Backup"), "Mail Backup", "Backup"},
+                        {"elements of other types", mailAndNumber, mailAndNumber, "Mail", "Mail"},
+                        {"no lists", "Mail", Dictionary{{"Mail", true}}, "Mail Calendars Backup", "nil"}};
   for (const Case& row : cases) {
+    SCOPED_TRACE(row.name);
     const auto made = account("Some", row.provisioned, row.enabled);
     EXPECT_EQ(shortNames(made->provisionedDataclasses()), row.isProvisioned);
     EXPECT_EQ(shortNames(made->enabledDataclasses()), row.isEnabled);
@@ -68,7 +71,7 @@ TEST_F(Enablement, AChildFollowsItsParentWhileThatHasAnythingEnabled) {
   EXPECT_EQ(shortNames(child->provisionedDataclasses()), "Mail");
 
   child->setAccountPropertyForKey("Calendars", "Provisioned Dataclasses");
-  EXPECT_EQ(shortNames(child->provisionedDataclasses()), "Mail") << "a text is no list, and hides none";
+  EXPECT_EQ(shortNames(child->provisionedDataclasses()), "Mail") << "a text does not hide the parent's list";
   parent->setAccountPropertyForKey(dataclassArray("Backup"), "Enabled Dataclasses");
   EXPECT_EQ(shortNames(parent->enabledDataclasses()), "");
   EXPECT_EQ(shortNames(child->enabledDataclasses()), "Mail") << "an empty list does not lead";
@@ -80,23 +83,25 @@ TEST_F(Enablement, AChildFollowsItsParentWhileThatHasAnythingEnabled) {
 
 TEST_F(Enablement, SwitchingStoresASetAndLeavesWhatIsNoDataclass) {
   struct Case {
+    const char* name;
     Value before;
     bool isEnabled;
-    const char* name;
+    const char* dataclass;
     Value after;
   };
   const Value odd = array(5, dataclass("Mail"), dataclass("Mail"), "x.y", 5.5);
   const Case cases[] = {
-      {{}, true, "Mail", dataclassArray("Mail")},
-      {{}, false, "Mail", Array()},
-      {dataclassArray("Notes"), false, "Notes", dataclassArray("Notes")},
-      {dataclassArray("Mail Mail Backup"), true, "Mail", dataclassArray("Mail Backup")},
-      {odd, true, "Calendars", array(5, dataclass("Mail"), "x.y", 5.5, dataclass("Calendars"))},
-      {odd, false, "Mail", array(5, "x.y", 5.5)}};
-  for (std::size_t i = 0; i < std::size(cases); ++i) {
-    const auto made = account("Some", Array(), cases[i].before);
-    made->setEnabledForDataclass(cases[i].isEnabled, dataclass(cases[i].name));
-    EXPECT_EQ(made->properties().find("Enabled Dataclasses"), cases[i].after) << i;
+      {"on without a list", {}, true, "Mail", dataclassArray("Mail")},
+      {"off without a list", {}, false, "Mail", Array()},
+      {"unsupported", dataclassArray("Notes"), false, "Notes", dataclassArray("Notes")},
+      {"on already, twice", dataclassArray("Mail Mail Backup"), true, "Mail", dataclassArray("Mail Backup")},
+      {"on beside odd elements", odd, true, "Calendars",
+       array(5, dataclass("Mail"), "x.y", 5.5, dataclass("Calendars"))},
+      {"off beside odd elements", odd, false, "Mail", array(5, "x.y", 5.5)}};
+  for (const Case& row : cases) {
+    const auto made = account("Some", Array(), row.before);
+    made->setEnabledForDataclass(row.isEnabled, dataclass(row.dataclass));
+    EXPECT_EQ(made->properties().find("Enabled Dataclasses"), row.after) << row.name;
   }
 }
 
@@ -119,7 +124,7 @@ TEST_F(Enablement, RestrictionsTakeDataclassesAwayFromOneQueryToTheNext) {
   const auto made = account("All", {}, dataclassArray(all));
   for (const auto& [restrictions, left] : cases) {
     device.writePropertyList("etc/roster/restrictions.plist", restrictions);
-    EXPECT_EQ(shortNames(made->enabledDataclasses()), left);
+    EXPECT_EQ(shortNames(made->enabledDataclasses()), left) << describe(restrictions);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include "roster/account/basic_account.h"
 #include "roster/platform/assertion.h"
+#include "roster/platform/property_list_file.h"
 #include "roster/platform/resources.h"
 #include "tests/support/own_process.h"
 #include "tests/support/values.h"
@@ -26,7 +27,8 @@ class TypeConfiguration : public OwnProcessTest {
         {"Supported Dataclasses", "Mail"}, {"Enable Actions", 1}, {"Show Reminders Separately", array()}};
     const Dictionary types = {{"Mixed", mixed},       {"Notes and alien", type("Notes x.y")},
                               {"Bare", Dictionary()}, {"Wrong", wrong},
-                              {"No entry", "Mail"},   {"", Dictionary()}};
+                              {"No entry", "Mail"},   {"", Dictionary()},
+                              {"Yahoo", wrong},       {"CalDAV", wrong}};
     writeResource("AccountTypesProperties", types);
   }
   static std::string supported(std::string_view type) {
@@ -37,18 +39,21 @@ class TypeConfiguration : public OwnProcessTest {
 TEST_F(TypeConfiguration, KeepsKnownDataclassesInTheirOrderUnlessNoneIsLeft) {
   for (const char* architecture : {"armv6", "armv7", ""}) {
     device.writePropertyList("etc/roster/device.plist", Dictionary{{"CPUArchitecture", architecture}});
-    EXPECT_EQ(BasicAccount::isMultitaskingEnabled(), std::string_view(architecture) != "armv6");
+    EXPECT_EQ(BasicAccount::isMultitaskingEnabled(), std::string_view(architecture) != "armv6")
+        << architecture;
   }
   writeTypes();
   EXPECT_EQ(supported("Mixed"), "Satchel Notes Mail Calendars Mail");
   EXPECT_EQ(supported("Notes and alien"), "Notes");
   for (const char* type : {"Bare", "Wrong"}) {
-    EXPECT_EQ(supported(type), "nil");
-    EXPECT_TRUE(BasicAccount::_isValidAccountType(type));
+    EXPECT_EQ(supported(type), "nil") << type;
+    EXPECT_TRUE(BasicAccount::_isValidAccountType(type)) << type;
   }
+  EXPECT_EQ(BasicAccount::allAccountTypes(),
+            (StringList{"CalDAV", "Yahoo", "Mixed", "Notes and alien", "Bare", "Wrong"}));
   writeResource("AccountTypesProperties", Dictionary{{"Fax", Dictionary()}});
   for (const char* type : {"", "mixed", "No entry", "Fax"}) {
-    EXPECT_EQ(supported(type), "nil");
+    EXPECT_EQ(supported(type), "nil") << type;
     EXPECT_FALSE(BasicAccount::_isValidAccountType(type)) << type << ": the table is read once";
   }
 }
@@ -103,24 +108,27 @@ TEST_F(TypeConfiguration, WithdrawsOneKeepLocalDataWhereADataclassHasOneStore) {
 
 TEST_F(TypeConfiguration, ThatIsBrokenIsAssertedAndReadAgainOnceItIsRepaired) {
   struct Case {
+    const char* name;
     const char* contents;
     const char* message;
     const char* cause;
   };
   constexpr const char* couldNotLoad = "Could not load the dataclasses configuration file";
-  const Case cases[] = {{nullptr, "Could not find AccountTypesProperties.plist", ""},
-                        {"", couldNotLoad, "it is empty"},
-                        {"<plist>", couldNotLoad, "line 1"},
-                        {"<plist><array/></plist>", couldNotLoad, "does not hold a dictionary"}};
+  const Case cases[] = {{"missing", nullptr, "Could not find AccountTypesProperties.plist", ""},
+                        {"empty", "", couldNotLoad, "it is empty"},
+                        {"cut off", "<plist>", couldNotLoad, "line 1"},
+                        {"array", "<plist><array/></plist>", couldNotLoad, "does not hold a dictionary"}};
   const std::string path = device.path("resources/AccountTypesProperties.plist");
-  for (const auto& [contents, message, cause] : cases) {
+  for (const auto& [name, contents, message, cause] : cases) {
+    SCOPED_TRACE(name);
     if (contents != nullptr) device.writeFile(path, contents);
     // Where the library is installed, its resources stand in for a missing file.
     if (contents == nullptr && !resourcePath("AccountTypesProperties", "plist").empty()) continue;
     std::vector<std::string> reports;
     setAssertionHandler([&](const AssertionReport& report) {
       reports.push_back(report.operation + " " + report.sourceFile + ": " + report.message);
-      EXPECT_FALSE(BasicAccount::_isValidAccountType("Mixed")) << "a handler may ask, and hangs nobody";
+      EXPECT_FALSE(BasicAccount::_isValidAccountType("Mixed")) << "a handler may ask without a deadlock";
+      EXPECT_EQ(BasicAccount::allAccountTypes(), StringList());
     });
     EXPECT_EQ(supported("Mixed"), "nil") << "a handler that returns leaves a library without types";
     setAssertionHandler({});
@@ -129,25 +137,45 @@ TEST_F(TypeConfiguration, ThatIsBrokenIsAssertedAndReadAgainOnceItIsRepaired) {
     for (const std::string& line : log.lines()) {
       EXPECT_TRUE(line.find(path) != std::string::npos && line.find(cause) != std::string::npos) << line;
     }
-    EXPECT_THROW(BasicAccount::accountWithProperties({}), AssertionFailure);
+    EXPECT_THROW(static_cast<void>(BasicAccount::accountWithProperties({})), AssertionFailure);
     log.clear();
   }
   writeTypes();
   EXPECT_TRUE(BasicAccount::_isValidAccountType("Mixed")) << "the lock did not outlive the exception";
 }
 
-TEST(ShippedConfiguration, KnowsEveryTypeAndDataclass) {
-  const TemporaryDevice device;
-  for (const std::string_view type :
-       {kSubscribedCalendarAccountType, kCalDAVAccountType, kCardDAVAccountType, kBookmarkDAVAccountType,
-        kSMTPAccountType, kExchangeAccountType, kLDAPAccountType, kMailAccountType, kNuvolaAccountType,
-        kGmailAccountType, kYahooAccountType, kOnMyDeviceAccountType, kIMAPNotesAccountType,
-        kNimbalAccountType, kFjordIMAPAccountType}) {
-    EXPECT_TRUE(BasicAccount::_isValidAccountType(type)) << type;
-  }
+TEST(ShippedConfiguration, KnowsEveryTypeAndDataclassAndNamesThemInEveryLanguage) {
+  TemporaryDevice device;
+  const StringList& types = BasicAccount::allAccountTypes();
+  const StringList& dataclasses = BasicAccount::allSupportedDataclasses();
+  EXPECT_EQ(shortNames(types),
+            "Subscribed Calendar CalDAV CardDAV BookmarkDAV SMTP Exchange LDAP Mail Nuvola Gmail Yahoo "
+            "OnMyDevice IMAPNotes NimbalAccount FjordIMAP");
   const Dictionary table = BasicAccount::_dataclassesProperties().value_or(Dictionary());
-  for (const std::string& name : BasicAccount::allSupportedDataclasses()) {
-    EXPECT_TRUE(table.contains(name)) << name;
+  for (const std::string& name : dataclasses) EXPECT_TRUE(table.contains(name)) << name;
+
+  for (const std::string language : {"en", "de", "es", "fr", "ja"}) {
+    SCOPED_TRACE(language);
+    device.setEnvironment("LC_ALL", language + ".UTF-8");
+    // In a text that this file lacks, the library falls back on English.
+    const Dictionary texts =
+        *readDictionaryFile(resourcePath("strings/" + language + "/BasicAccount", "plist"));
+    EXPECT_EQ(texts.size(), types.size() + dataclasses.size());
+    const auto expectName = [&](const String& name, const std::string& key) {
+      EXPECT_FALSE(name.isEmpty() || name.str() == key) << key;
+      EXPECT_EQ(texts.find(key), name.value()) << key;
+    };
+    for (const std::string& type : types) {
+      expectName(BasicAccount::localizedNameForAccountType(type), "ACCOUNT_TYPE_" + type);
+    }
+    for (const std::string& name : dataclasses) {
+      expectName(BasicAccount::localizedNameForDataclass(name),
+                 "DATACLASS_" + name.substr(dataclassPrefix.size()));
+    }
+  }
+  for (const char* unknown : {"", "Fax", "mail", "com.nimbal.Dataclass.", "com.nimbal.Dataclass.Fax"}) {
+    EXPECT_TRUE(BasicAccount::localizedNameForAccountType(unknown).isNil()) << unknown;
+    EXPECT_TRUE(BasicAccount::localizedNameForDataclass(unknown).isNil()) << unknown;
   }
 }
 

@@ -8,9 +8,9 @@ namespace roster::testing {
 namespace {
 
 using Lines = std::vector<std::string>;
-using ValueAndIsOn = std::pair<std::string, bool>;
+using Row = std::tuple<std::string, std::string, bool>;
 
-class DebugLog : public OwnProcessTest, public ::testing::WithParamInterface<ValueAndIsOn> {
+class DebugLog : public OwnProcessTest, public ::testing::WithParamInterface<Row> {
  protected:
   void setPreference(const std::string& value) const {
     device.writeFile("home/user/Library/Preferences/GlobalPreferences.plist",
@@ -28,7 +28,7 @@ class DebugLog : public OwnProcessTest, public ::testing::WithParamInterface<Val
 };
 
 TEST_P(DebugLog, FollowsThePreferenceAsItWasAtTheFirstMessage) {
-  const auto& [value, isOn] = GetParam();
+  const auto& [name, value, isOn] = GetParam();
   const Lines all = {"Inserting account:", "Mail:{Type = \"Mail\"}", "Merging inmem 1 orig two onDisk (null)",
                      "an error"};
   const Lines expected = isOn ? all : Lines{"an error"};
@@ -40,9 +40,10 @@ TEST_P(DebugLog, FollowsThePreferenceAsItWasAtTheFirstMessage) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Preferences, DebugLog,
-                         ::testing::Values(ValueAndIsOn{"<true/>", true},
-                                           ValueAndIsOn{"<integer>2</integer>", true},
-                                           ValueAndIsOn{"<string>no</string>", false}));
+                         ::testing::Values(Row{"True", "<true/>", true},
+                                           Row{"Two", "<integer>2</integer>", true},
+                                           Row{"No", "<string>no</string>", false}),
+                         [](const auto& row) { return std::get<0>(row.param); });
 
 }  // namespace
 }  // namespace roster::testing

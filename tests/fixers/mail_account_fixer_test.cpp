@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "roster/account/basic_account.h"
 #include "tests/support/temporary_device.h"
 #include "tests/support/values.h"
 
@@ -24,37 +25,37 @@ class MailAccountFixer : public ::testing::Test {
 
 TEST_F(MailAccountFixer, TakesTheClassFromTheFirstMarkerOfItsTableThatThePathHolds) {
   struct Case {
+    const char* name;
     const char* type;
     const char* accountClass;
     Value path;
     FixResult result;
     const char* classAfter;
   };
-  constexpr FixResult kept = FixResult::nothingDone;
-  constexpr FixResult fixed = FixResult::repaired;
-  constexpr FixResult lost = FixResult::unrepairable;
-  const Case cases[] = {{"Exchange", "Old", "Mail/IMAP-x", kept, "Old"},
-                        {"Mail", "IMAPAccount", "Mail/POP-x", kept, "IMAPAccount"},
-                        {"Mail", "Old", "Mail/Dotlet-a/Mail/Nuvola-b", fixed, "WicketAccount"},
-                        {"Mail", "Old", "Mail/AOL-a/Mail/Nuvola-b", fixed, "NuvolaAccount"},
-                        {"Nuvola", "Old", "/Mail/IMAP-a/Mail/AOL-b", fixed, "AOLAccount"},
-                        {"Mail", "Old", "/home/Mail/Mailboxes", fixed, "LocalAccount"},
-                        {"Mail", "Old", "Mail/IMAP-x.gmail.com@imap.gmail.com", fixed, "GmailAccount"},
-                        {"Mail", "Old", "Mail/IMAP-x@imap.mail.yahoo.com", fixed, "YahooAccount"},
-                        {"Mail", "Old", "Mail/IMAP-a/Mail/POP-b", fixed, "POPAccount"},
-                        {"Mail", "Old", "Mail/IMAP-", fixed, "IMAPAccount"},
-                        {"Mail", "imapaccount", "mail/imap-x", lost, "imapaccount"},
-                        {"Mail", "Old", array("Mail/IMAP-x"), lost, "Old"},
-                        {"Nuvola", "Old", {}, lost, "Old"}};
-  for (std::size_t i = 0; i < std::size(cases); ++i) {
-    const Case& row = cases[i];
+  using enum FixResult;
+  const Case cases[] = {
+      {"another type", "Exchange", "Old", "Mail/IMAP-x", nothingDone, "Old"},
+      {"a known class", "Mail", "IMAPAccount", "Mail/POP-x", nothingDone, "IMAPAccount"},
+      {"Dotlet before Nuvola", "Mail", "Old", "Mail/Dotlet-a/Mail/Nuvola-b", repaired, "WicketAccount"},
+      {"Nuvola before AOL", "Mail", "Old", "Mail/AOL-a/Mail/Nuvola-b", repaired, "NuvolaAccount"},
+      {"AOL before IMAP", "Nuvola", "Old", "/Mail/IMAP-a/Mail/AOL-b", repaired, "AOLAccount"},
+      {"local mailboxes", "Mail", "Old", "/home/Mail/Mailboxes", repaired, "LocalAccount"},
+      {"Gmail before IMAP", "Mail", "Old", "Mail/IMAP-x.gmail.com@imap.gmail.com", repaired, "GmailAccount"},
+      {"Yahoo before IMAP", "Mail", "Old", "Mail/IMAP-x@imap.mail.yahoo.com", repaired, "YahooAccount"},
+      {"POP before IMAP", "Mail", "Old", "Mail/IMAP-a/Mail/POP-b", repaired, "POPAccount"},
+      {"IMAP", "Mail", "Old", "Mail/IMAP-", repaired, "IMAPAccount"},
+      {"case counts", "Mail", "imapaccount", "mail/imap-x", unrepairable, "imapaccount"},
+      {"no text", "Mail", "Old", array("Mail/IMAP-x"), unrepairable, "Old"},
+      {"no path", "Nuvola", "Old", {}, unrepairable, "Old"}};
+  for (const Case& row : cases) {
+    SCOPED_TRACE(row.name);
     log.clear();
     const auto made = account(row.type, row.accountClass, row.path);
-    EXPECT_EQ(fixer.fixBasicAccountIfNeededLoggingMessage(made, "loading accounts"), row.result) << i;
-    EXPECT_EQ(made->accountClass().view(), row.classAfter) << i;
+    EXPECT_EQ(fixer.fixBasicAccountIfNeededLoggingMessage(made, "loading accounts"), row.result);
+    EXPECT_EQ(made->accountClass().view(), row.classAfter);
     const Lines line = {formatLogLine("Could not fix the class of the mail account: %@",
                                       std::array{LogArgument(made->properties())})};
-    EXPECT_EQ(log.lines(), row.result == lost ? line : Lines()) << i;
+    EXPECT_EQ(log.lines(), row.result == unrepairable ? line : Lines());
   }
   log.clear();
   for (const bool areSaved : {false, true}) fixer.accountsHaveBeenSaved(areSaved);
