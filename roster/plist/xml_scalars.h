@@ -1,10 +1,7 @@
 #pragma once
 
-#include <optional>
-#include <string>
 #include <string_view>
 
-#include "roster/base/export.h"
 #include "roster/base/result.h"
 #include "roster/value/value.h"
 
@@ -23,10 +20,10 @@ Result<Value> realFromXml(std::string_view text);
 /// A date as in "2024-02-29T12:00:00Z".
 Result<Value> dateFromXml(std::string_view text);
 
-/// Bytes in base64 with white space anywhere. The text is used as the room to decode in; its contents are
-/// lost.
-ROSTER_EXPORT Result<Value> dataFromXml(std::string& text);
+/// Bytes in base64, with white space anywhere.
+Result<Value> dataFromXml(std::string_view text);
 
+/// Whether the text has no character but white space.
 bool isXmlSpace(std::string_view text);
 
 }  // namespace roster
