@@ -12,8 +12,8 @@ namespace roster {
 
 namespace {
 
-/// What cannot be looked at does not count: the registry would be removed for it. Nor does a path relative to
-/// wherever the process happens to stand, which a user without a home has.
+/// What cannot be looked at does not count: the registry would be removed for it. Nor does a relative path,
+/// which is what a user without a home has.
 bool isThere(const std::string& path) {
   std::error_code error;
   return path.starts_with('/') && std::filesystem::exists(path, error);

@@ -16,16 +16,14 @@ namespace roster {
 /// lies deeper is passed over, and the containers around it get a fault.
 class XmlBuilder {
  public:
-  // Each of these is false when the document must be refused; `error` then says why, and nothing may be
-  // called but it.
+  // Each of these fails when the document must be refused; nothing may be called afterwards. The error
+  // completes "line 12: ...".
 
-  bool startElement(std::string_view name);
+  [[nodiscard]] Result<> startElement(std::string_view name);
   /// Ends the element that was started last. That names match is the XML parser's business.
-  bool endElement();
+  [[nodiscard]] Result<> endElement();
   /// Text arrives in pieces of any size.
-  bool addText(std::string_view piece);
-
-  const std::string& error() const { return error_; }
+  [[nodiscard]] Result<> addText(std::string_view piece);
 
   /// The top value, after the last element has ended.
   Value takeValue() { return std::move(top_); }
@@ -51,11 +49,10 @@ class XmlBuilder {
     String key;
   };
 
-  bool refuse(std::string error);
-  bool startKey();
-  bool startValue(Element element);
-  bool endLeaf();
-  bool endContainer();
+  Result<> startKey();
+  Result<> startValue(Element element);
+  Result<> endLeaf();
+  Result<> endContainer();
   Result<Value> leafValue(Element element);
   void add(Value value);
   String internedKey();
@@ -70,7 +67,6 @@ class XmlBuilder {
   Value top_;
   /// The same few keys stand in every record of a registry; each is one String.
   OrderedMap<String> keys_;
-  std::string error_;
 };
 
 }  // namespace roster

@@ -28,11 +28,11 @@ std::string quoted(std::string_view text) {
 }
 
 Error unreadable(std::string_view text, const std::string& what) {
-  return Error(std::errc::bad_message, quoted(text) + " is not " + what);
+  return {std::errc::bad_message, quoted(text) + " is not " + what};
 }
 
 Error outOfRange(std::string_view text, const std::string& what) {
-  return Error(std::errc::bad_message, what + " out of range: " + quoted(text));
+  return {std::errc::bad_message, what + " out of range: " + quoted(text)};
 }
 
 }  // namespace

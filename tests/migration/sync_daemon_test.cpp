@@ -132,6 +132,7 @@ TEST_F(MigrationDaemonTest, LeavesTheWebEnginesLockAsItWasThoughTheEventLoopLets
   ASSERT_NE(engine, nullptr);
   const auto release = reinterpret_cast<void (*)()>(dlsym(engine, "webEngineReleaseThreadLock"));
   for (const bool wasHeld : {false, true}) {
+    SCOPED_TRACE(wasHeld ? "held before" : "free before");
     const pid_t daemon = startDaemon();
     ASSERT_TRUE(!wasHeld || takeWebEngineThreadLock());
     later([&] {
@@ -151,7 +152,7 @@ TEST_F(MigrationDaemonTest, FailsAnAssertionAndFreesTheLockWhenTheWebEngineIsNon
   const std::string engine = device.writeFile("resources/WebEngine.so", "not a library");
   writeRegistry(11);
   const pid_t daemon = startDaemon();
-  EXPECT_THROW(migrateIfNeeded(), AssertionFailure);
+  EXPECT_THROW(static_cast<void>(migrateIfNeeded()), AssertionFailure);
   EXPECT_EQ(linesWith(log.lines(), "AccountsManager.cpp"), 1U);
   EXPECT_EQ(linesWith(log.lines(), "the web engine's thread lock: " + engine + ": file too short"), 1U);
   EXPECT_TRUE(isLockFree());
