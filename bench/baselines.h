@@ -4,19 +4,20 @@
 
 namespace roster::bench {
 
-/// What no implementation can do without: the bytes of the file in memory that nobody used before.
+/// The baseline of a load: reads the file into memory that the process has not used before.
 void readIntoFreshMemory(const std::string& path);
-/// Gives the memory of the last call back; kept out of what is measured.
+/// Returns the memory of the last call to the system; not part of what is measured.
 void releaseFreshMemory();
 
-/// What no save that survives a power cut can do without: the bytes in a new file, synced, renamed over the
-/// old one, and the folder synced.
+/// The baseline of a save that survives a power cut: writes the bytes to a new file, syncs it, renames it
+/// over the old one and syncs the folder.
 void writeDurably(const std::string& path, const std::string& bytes);
 
-/// The memory that this process has at most used so far, and uses now, in bytes.
+/// The most memory that this process has used since the peak was forgotten, in bytes.
 std::size_t peakMemory();
-/// Lets the peak begin anew with what is used now.
+/// Resets the peak to what is used now.
 void forgetPeakMemory();
+/// The memory that this process uses now, in bytes.
 std::size_t currentMemory();
 
 }  // namespace roster::bench

@@ -51,7 +51,7 @@ inline void use(std::string_view file) {
     MutableDictionary changed(*dictionary);
     changed.set("another", *value);
     require(!changed.empty() && changed.find("another").isDictionary(), "a change is seen");
-    binaryPropertyList(changed);
+    static_cast<void>(binaryPropertyList(changed));
   }
   const Result<std::string> written = binaryPropertyList(*value);
   if (!isSound) return;
