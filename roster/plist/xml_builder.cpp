@@ -1,10 +1,8 @@
-#include "roster/plist/xml_builder.h"
-
 #include <algorithm>
 
 #include "roster/base/limits.h"
 #include "roster/base/single_line.h"
-#include "roster/plist/xml_scalars.h"
+#include "roster/plist/xml_property_list.h"
 #include "roster/value/value_node.h"
 
 namespace roster {

@@ -2,8 +2,6 @@
 #ifndef XML_DTD
 #define XML_DTD
 #endif
-#include "roster/plist/xml_reader.h"
-
 #include <expat.h>
 
 #include <algorithm>
@@ -13,7 +11,7 @@
 #include <optional>
 
 #include "roster/base/single_line.h"
-#include "roster/plist/xml_builder.h"
+#include "roster/plist/xml_property_list.h"
 
 namespace roster {
 

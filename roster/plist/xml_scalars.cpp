@@ -1,11 +1,10 @@
-#include "roster/plist/xml_scalars.h"
-
 #include <charconv>
 #include <cstdint>
 #include <limits>
 
 #include "roster/base/base64.h"
 #include "roster/base/single_line.h"
+#include "roster/plist/xml_property_list.h"
 #include "roster/value/date_text.h"
 
 namespace roster {

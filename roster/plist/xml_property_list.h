@@ -1,15 +1,25 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "roster/base/bytes.h"
 #include "roster/base/result.h"
 #include "roster/value/ordered_map.h"
 #include "roster/value/value.h"
 
 namespace roster {
+
+// ---- xml_reader.cpp: the document, through expat
+
+/// Reads an XML property list. Document types are skipped and nothing outside the text is ever fetched.
+Result<Value> parseXmlPropertyList(const Bytes& bytes);
+
+// ---- xml_builder.cpp: what elements and texts mean
 
 /// Builds the value of an XML property list from its elements and texts, in the order in which they stand in
 /// the document. It keeps open containers on a stack of its own, never deeper than the library follows: what
@@ -68,5 +78,24 @@ class XmlBuilder {
   /// The same few keys stand in every record of a registry; each is one String.
   OrderedMap<String> keys_;
 };
+
+// ---- xml_scalars.cpp: the values that are written as text. White space around a number or a date is not
+// part of it. Each error completes "line 12: ...".
+
+/// A decimal or, behind "0x", hexadecimal integer with an optional sign, from -2^63 to 2^64-1.
+Result<Value> integerFromXml(std::string_view text);
+
+/// A decimal real with an optional exponent, or "nan", "inf", "infinity" in upper or lower case; with an
+/// optional sign.
+Result<Value> realFromXml(std::string_view text);
+
+/// A date as in "2024-02-29T12:00:00Z".
+Result<Value> dateFromXml(std::string_view text);
+
+/// Bytes in base64, with white space anywhere.
+Result<Value> dataFromXml(std::string_view text);
+
+/// Whether the text has no character but white space.
+bool isXmlSpace(std::string_view text);
 
 }  // namespace roster
