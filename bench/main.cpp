@@ -14,7 +14,6 @@
 #include "bench/bench_plugins.h"
 #include "bench/generated_registry.h"
 #include "bench/iteration_timer.h"
-#include "bench/plugin_benchmarks.h"
 #include "bench/report.h"
 #include "roster/platform/linux/file_calls.h"
 #include "roster/store/accounts_manager.h"
@@ -125,7 +124,7 @@ double peakOfLoad(std::size_t accounts) {
   if (pipe(ends) != 0) return 0;
   const pid_t child = fork();
   if (child == 0) {
-    // What the benchmarks left behind would be used again, and their peak would hide that of the load.
+    // Memory that the benchmarks have freed would be used again, and their peak would hide that of the load.
     malloc_trim(0);
     forgetPeakMemory();
     const std::size_t before = currentMemory();

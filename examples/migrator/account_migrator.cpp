@@ -37,7 +37,7 @@ std::string nameAside(const std::string& path) {
   return name;
 }
 
-/// Renames the file, so that the next run does not meet it. False when it is still in its place.
+/// Renames the file, so that the next run does not find it. False when that fails.
 bool setAside(const std::string& path) {
   const std::string name = nameAside(path);
   std::error_code error;
@@ -99,8 +99,8 @@ roster::Result<Account> accountFromEntry(const roster::Value& entry) {
   return account;
 }
 
-/// Each mailbox once, also when the list has it twice, or somebody has saved it again since the registry was
-/// removed.
+/// Adds each mailbox once, also when the list has it twice, or when it was saved again after the registry had
+/// been removed.
 void addAccounts(AccountsManager& store, const roster::Array& entries) {
   const auto known = store.allBasicAccounts();
   long index = 0;
@@ -124,7 +124,7 @@ bool save(AccountsManager& store) {
   try {
     store.saveAllAccounts();
   } catch (const roster::AssertionFailure& failure) {
-    // Somebody who should hear of the save is set up wrongly. The registry is written before they are told.
+    // A notifier is set up wrongly. The registry was written before the notifiers were told.
     systemLog("AccountMigrator: not everybody was told of the accounts: %@", failure.what());
   }
   return store.lastSaveError().empty();
@@ -141,7 +141,7 @@ class AccountsDataMigrator : public roster::AccountMigrationProtocol {
         roster::readPropertyListFile(path, roster::Soundness::inspected);
     const bool isThere = list || !isMissingFile(list.error());
     if (isThere && !list) systemLog("AccountMigrator: %@", list.error().message);
-    // The next run may be able to read what is a file; anything else never becomes a list.
+    // A file that could not be read now may be readable in the next run; anything else never becomes a list.
     std::error_code error;
     const bool isFile = std::filesystem::is_regular_file(path, error);
     if (isThere && !list && isFile && list.error().code != std::errc::bad_message) return false;
@@ -151,7 +151,7 @@ class AccountsDataMigrator : public roster::AccountMigrationProtocol {
     if (list) addMailAccounts(*store, *list);
     store->setDataVersion(AccountsManager::currentVersion());
     if (!save(*store)) return false;
-    // Only now: whatever ends a run before this, the next one finds the list.
+    // Last, so that a run that ends before this leaves the list for the next one.
     return !isThere || setAside(path);
   }
 

@@ -22,7 +22,7 @@ Error unwritable(Fault fault) {
   return {std::errc::invalid_argument, "a value " + std::string(describe(fault))};
 }
 
-/// One object of the file to be.
+/// One object of the file.
 struct Item {
   Value value;
   /// Where a container's references begin in the list of all references.
@@ -184,8 +184,8 @@ class ObjectNumbering {
         std::uint64_t{item.unfolded} + items_[part].unfolded, std::numeric_limits<std::uint32_t>::max()));
     item.height = std::max(item.height, static_cast<std::uint16_t>(items_[part].height + 1));
     if (item.height > limits::maximumDepth) fault_ = Fault::tooDeep;
-    // A registry is read record by record: not the whole must be small enough to unfold, but each of its
-    // records.
+    // A registry is read record by record, so each of its records must be small enough to unfold, but not the
+    // whole.
     if (depth > 0) largestPart_ = std::max(largestPart_, items_[part].unfolded);
   }
 
@@ -202,12 +202,12 @@ class ObjectNumbering {
   Fault fault_ = Fault::none;
 };
 
-/// The bytes that a number needs.
+/// How many bytes a number needs.
 unsigned widthOf(std::uint64_t largest) {
   return std::max(1U, (static_cast<unsigned>(std::bit_width(largest)) + 7U) / 8U);
 }
 
-/// Spells numbered objects as bytes.
+/// Encodes numbered objects as bytes.
 class ObjectEncoding {
  public:
   static Result<std::string> encode(const ObjectNumbering& numbering) {

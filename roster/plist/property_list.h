@@ -20,9 +20,9 @@ enum class Soundness {
 };
 
 /// Reads a property list, binary or XML, whichever the bytes are. The values may refer to the bytes, which
-/// are kept as long as one of them is. Fails with `std::errc::bad_message` and a text that says what is
-/// wrong, without the file's name; `soundness` says whether a fault in an inner value is a failure. May be
-/// called from any thread.
+/// are kept as long as one of them is. Fails with `std::errc::bad_message`, or `file_too_large` beyond 4 GiB,
+/// and a text that says what is wrong, without the file's name; `soundness` says whether a fault in an inner
+/// value is a failure. May be called from any thread.
 ROSTER_EXPORT Result<Value> parsePropertyList(Bytes bytes, Soundness soundness = Soundness::required);
 
 /// The value in the binary format: equal strings and numbers stored once, shared containers stored once,

@@ -30,7 +30,7 @@ class XmlBuilder {
   // completes "line 12: ...".
 
   [[nodiscard]] Result<> startElement(std::string_view name);
-  /// Ends the element that was started last. That names match is the XML parser's business.
+  /// Ends the element that was started last. The XML parser has checked that the names match.
   [[nodiscard]] Result<> endElement();
   /// Text arrives in pieces of any size.
   [[nodiscard]] Result<> addText(std::string_view piece);
@@ -68,14 +68,14 @@ class XmlBuilder {
   String internedKey();
 
   std::vector<Frame> frames_;
-  /// The element without elements in it that is open, and its text so far.
+  /// The open element that takes text or nothing, and its text so far.
   std::optional<Element> leaf_;
   std::string text_;
   /// Open elements of a subtree that is passed over.
   std::size_t passedOver_ = 0;
   bool hasRoot_ = false;
   Value top_;
-  /// The same few keys stand in every record of a registry; each is one String.
+  /// Every record of a registry has the same few keys; each is one String.
   OrderedMap<String> keys_;
 };
 

@@ -17,11 +17,11 @@ namespace roster {
 
 namespace {
 
-/// A document type that describes property lists declares a handful. Every declared attribute costs time at
-/// every element, so a file must not get to choose.
+/// The document type of property lists declares a handful. Each declaration costs time at every element, so
+/// their number must be bounded.
 constexpr std::size_t maximumAttributeDeclarations = 64;
 
-/// References in content are refused; what remains is attribute values, which nobody needs to expand far.
+/// References in texts are refused. In attribute values, which are not used, they may expand this far.
 constexpr float maximumAmplification = 2;
 constexpr unsigned long long amplificationAllowance = 64ULL * 1024;
 

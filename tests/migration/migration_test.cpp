@@ -21,7 +21,7 @@ class MigrationByManyTest : public MigrationTest {
     EXPECT_FALSE(isLockFree());
     return process;
   }
-  /// A process that has found something to migrate and now goes for the lock.
+  /// A process that has found something to migrate and now waits for the lock.
   static pid_t startNext(Outcome expected) {
     const Signal hasDecided;
     const pid_t process = startProcess([&] {
@@ -123,7 +123,7 @@ TEST_F(MigrationTest, GivesTheLockUpHoweverItFailsAndLeavesTheRegistryRemoved) {
       EXPECT_EQ(log.lines(), lines);
       return !HasFailure();
     };
-    // In a process of its own, because a class that is known stays known.
+    // In a process of its own, because a class cannot be unregistered.
     EXPECT_TRUE(endsWell(startProcess(migrate)));
     EXPECT_FALSE(fs::exists(device.registryPath()));
     EXPECT_TRUE(isLockFree());

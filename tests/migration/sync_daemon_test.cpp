@@ -31,13 +31,13 @@ bool listenToNobody(const Signal& isReady) {
   isReady.send();
   while (true) pause();
 }
-/// Ends, and well when what it hears is the request.
+/// Ends with the first signal; true when that is the request.
 bool listenToTheBus(const Signal& isReady) {
   SignalListener listener("com.nimbal.Harbor.BackupAgent");
   isReady.send();
   return listener.next() == Lines{"/com/nimbal/Harbor/BackupAgent", "WillStart"};
 }
-/// Starts a process with the daemon's name, which ends with the test's at the latest.
+/// Starts a process with the daemon's name. It ends when the test's process does, or before.
 pid_t startDaemon(bool (*life)(const Signal& isReady) = &listenToNobody) {
   const Signal isReady;
   const pid_t process = startProcess([&] {
@@ -59,7 +59,7 @@ class MigrationDaemonTest : public MigrationTest {
   }
   void TearDown() override { sd_event_unref(loop); }
 
-  /// Has the thread's event loop do something in its next turn.
+  /// Has the thread's event loop call a function in its next turn.
   void later(std::function<void()> something) {
     work = std::move(something);
     const auto handler = [](sd_event_source*, void* test) {
