@@ -5,9 +5,9 @@
 
 namespace roster::bench {
 
-/// Plug-in classes of this program: for every account type of the generated registries one that makes full
-/// accounts, and three notifiers, each for another dataclass. They are known as long as this lives, through a
-/// copy of the resources with a table of its own. Made once, before anything asks for a plug-in.
+/// Plug-in classes of this program: one that makes full accounts, and three notifiers for a dataclass each,
+/// for every account type of the generated registries. They are known as long as this lives, through a copy
+/// of the resources with another table of plug-ins. Made once, before anything asks for a plug-in.
 class BenchPlugins {
  public:
   /// Throws when ROSTER_RESOURCES does not name the resources to copy.
@@ -23,5 +23,8 @@ class BenchPlugins {
  private:
   std::string folder_;
 };
+
+/// Registers what is measured of notifications and full accounts. BenchPlugins must live when they run.
+void registerPluginBenchmarks();
 
 }  // namespace roster::bench

@@ -61,13 +61,13 @@ class Generator {
   }
 
  private:
-  Value child(std::size_t index, int number) {
+  Value child(std::size_t index, int childIndex) {
     return Dictionary{
         {kAccountType, kCalDAVAccountType},
         {kAccountClass, "CalDAVAccount"},
         {kAccountIdentifier, uuid()},
         {kAccountSyncIdentifier, uuid()},
-        {kAccountDisplayName, "Child " + std::to_string(number) + " of account " + std::to_string(index)},
+        {kAccountDisplayName, "Child " + std::to_string(childIndex) + " of account " + std::to_string(index)},
         {kAccountEnabledDataclasses, dataclasses(2)},
     };
   }

@@ -6,8 +6,8 @@
 
 namespace roster::bench {
 
-/// Makes the time for which it lives that of the current iteration: what prepares it and what cleans up after
-/// it stay outside.
+/// Reports its own lifetime as the time of the current iteration, so that preparation and clean-up are not
+/// measured.
 class IterationTimer {
  public:
   explicit IterationTimer(benchmark::State& state) : state_(state), start_(Clock::now()) {}

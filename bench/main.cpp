@@ -10,11 +10,10 @@
 #include <optional>
 #include <unordered_map>
 
+#include "bench/baselines.h"
 #include "bench/bench_plugins.h"
-#include "bench/floors.h"
 #include "bench/generated_registry.h"
 #include "bench/iteration_timer.h"
-#include "bench/plugin_benchmarks.h"
 #include "bench/report.h"
 #include "roster/platform/linux/file_calls.h"
 #include "roster/store/accounts_manager.h"
@@ -69,9 +68,9 @@ void saveTelling(std::size_t notifiers, benchmark::State& state) {
   const auto account = store->accountWithIdentifier(registry.identifiers[registry.identifiers.size() / 2]);
   AccountsManager::_setShouldSkipNotifications(notifiers == 0);
   const std::size_t toldBefore = BenchPlugins::toldChanges();
-  std::size_t number = 0;
+  std::size_t saves = 0;
   for (auto _ : state) {
-    account->setAccountPropertyForKey("name " + std::to_string(1000 + number++ % 1000), kAccountDisplayName);
+    account->setAccountPropertyForKey("name " + std::to_string(1000 + saves++ % 1000), kAccountDisplayName);
     {
       const IterationTimer timer(state);
       store->saveAllAccounts();
@@ -79,7 +78,7 @@ void saveTelling(std::size_t notifiers, benchmark::State& state) {
     if (!store->lastSaveError().empty()) state.SkipWithError(store->lastSaveError().c_str());
   }
   AccountsManager::_setShouldSkipNotifications(false);
-  if (BenchPlugins::toldChanges() != toldBefore + notifiers * number) {
+  if (BenchPlugins::toldChanges() != toldBefore + notifiers * saves) {
     state.SkipWithError("the notifiers were not told as they should");
   }
 }
@@ -87,8 +86,8 @@ void saveTelling(std::size_t notifiers, benchmark::State& state) {
 void save(benchmark::State& state) { saveTelling(0, state); }
 void tellingSave(benchmark::State& state) { saveTelling(BenchPlugins::notifiers, state); }
 
-/// Look-ups in an order that no prefetcher guesses.
-std::size_t nextPlace(std::size_t place, std::size_t size) { return (place + 7919) % size; }
+/// Look-ups in an order that no prefetcher predicts.
+std::size_t nextIndex(std::size_t index, std::size_t size) { return (index + 7919) % size; }
 
 void hashLookUp(benchmark::State& state) {
   const GeneratedRegistry& registry = registryOf(static_cast<std::size_t>(state.range(0)));
@@ -96,10 +95,10 @@ void hashLookUp(benchmark::State& state) {
   const BenchDevice device(registry.bytes);
   const std::shared_ptr<AccountsManager> store = AccountsManager::init();
   for (const auto& account : *store->allBasicAccounts()) map.emplace(account->identifier().str(), account);
-  std::size_t place = 0;
+  std::size_t index = 0;
   for (auto _ : state) {
-    place = nextPlace(place, registry.identifiers.size());
-    AccountPtr account = map.find(registry.identifiers[place])->second;
+    index = nextIndex(index, registry.identifiers.size());
+    AccountPtr account = map.find(registry.identifiers[index])->second;
     benchmark::DoNotOptimize(account);
   }
 }
@@ -108,10 +107,10 @@ void accountWithIdentifier(benchmark::State& state) {
   const GeneratedRegistry& registry = registryOf(static_cast<std::size_t>(state.range(0)));
   const BenchDevice device(registry.bytes);
   const std::shared_ptr<AccountsManager> store = AccountsManager::init();
-  std::size_t place = 0;
+  std::size_t index = 0;
   for (auto _ : state) {
-    place = nextPlace(place, registry.identifiers.size());
-    AccountPtr account = store->accountWithIdentifier(registry.identifiers[place]);
+    index = nextIndex(index, registry.identifiers.size());
+    AccountPtr account = store->accountWithIdentifier(registry.identifiers[index]);
     benchmark::DoNotOptimize(account);
   }
 }
@@ -125,7 +124,7 @@ double peakOfLoad(std::size_t accounts) {
   if (pipe(ends) != 0) return 0;
   const pid_t child = fork();
   if (child == 0) {
-    // What the benchmarks left behind would be used again, and their peak would hide that of the load.
+    // Memory that the benchmarks have freed would be used again, and their peak would hide that of the load.
     malloc_trim(0);
     forgetPeakMemory();
     const std::size_t before = currentMemory();
@@ -150,9 +149,9 @@ int syncsOfSave() {
   const BenchDevice device(registryOf(100).bytes);
   const std::shared_ptr<AccountsManager> store = AccountsManager::init();
   FileCalls calls = fileCalls();
-  calls.fsync = [](int file) {
+  calls.fsync = [](int fd) {
     ++syncs;
-    return fsync(file);
+    return fsync(fd);
   };
   const FileCallsOverride counting(calls);
   syncs = 0;

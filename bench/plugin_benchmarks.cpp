@@ -1,7 +1,6 @@
-#include "bench/plugin_benchmarks.h"
-
 #include <benchmark/benchmark.h>
 
+#include "bench/bench_plugins.h"
 #include "bench/generated_registry.h"
 #include "bench/iteration_timer.h"
 #include "roster/notify/change_detection.h"

@@ -40,21 +40,21 @@ std::string timeText(double seconds) {
 class Table {
  public:
   Table() {
-    std::printf("%-37s %8s %12s %12s %9s  %s\n", "what", "accounts", "measured", "floor", "figure",
+    std::printf("%-37s %8s %12s %12s %9s  %s\n", "what", "accounts", "measured", "baseline", "figure",
                 "must reach");
   }
 
   /// A limit of 0 is no limit: the row is there for comparison.
   void row(const std::string& what, std::size_t accounts, const std::string& measured,
-           const std::string& floor, double figure, double limit, const char* unit = "") {
+           const std::string& baseline, double figure, double limit, const char* unit = "") {
     char wanted[64] = "";
     if (limit > 0) {
       const bool isReached = figure <= limit;
       isAllReached_ = isAllReached_ && isReached;
       std::snprintf(wanted, sizeof wanted, "at most %g%s%s", limit, unit, isReached ? "" : "  MISSED");
     }
-    std::printf("%-37s %8zu %12s %12s %9.2f  %s\n", what.c_str(), accounts, measured.c_str(), floor.c_str(),
-                figure, wanted);
+    std::printf("%-37s %8zu %12s %12s %9.2f  %s\n", what.c_str(), accounts, measured.c_str(),
+                baseline.c_str(), figure, wanted);
   }
 
   bool isAllReached() const { return isAllReached_; }
@@ -72,10 +72,10 @@ double exponent(const MedianReporter& medians, const char* name) {
 
 bool printTable(const MedianReporter& medians, const std::map<std::size_t, double>& peaks, int syncs) {
   Table table;
-  const auto ratio = [&](const char* what, const char* name, const char* floor, std::size_t accounts,
+  const auto ratio = [&](const char* what, const char* name, const char* baseline, std::size_t accounts,
                          double limit) {
     const double measured = medians.median(name, accounts);
-    const double least = medians.median(floor, accounts);
+    const double least = medians.median(baseline, accounts);
     if (measured == 0 || least == 0) return;
     table.row(what, accounts, timeText(measured), timeText(least), measured / least, limit);
   };

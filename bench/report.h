@@ -22,8 +22,8 @@ class MedianReporter : public benchmark::BenchmarkReporter {
   std::map<std::string, std::vector<double>> seconds_;
 };
 
-/// Prints the one table: each figure, what it is measured against in the same run, the ratio and what it must
-/// reach. Returns whether all that were measured reach it.
+/// Prints the table: each measured figure, its baseline from the same run, their ratio and the limit. Returns
+/// whether all figures that were measured keep to their limits.
 bool printTable(const MedianReporter& medians, const std::map<std::size_t, double>& peaks, int syncs);
 
 }  // namespace roster::bench

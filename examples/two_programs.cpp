@@ -22,7 +22,7 @@ void change(AccountsManager& store, std::string_view identifier, std::string_vie
   std::cout << "process " << getpid() << " saved " << key << " = " << text << std::endl;
 }
 
-/// One byte through a pipe: the sign that the other program has come so far.
+/// Sends one byte through a pipe: the other process waits for it.
 void tell(int pipe) { static_cast<void>(!write(pipe, "!", 1)); }
 
 void await(int pipe) {

@@ -43,7 +43,7 @@ inline void use(std::string_view file) {
     require(!again && !again.error().message.empty(), "what cannot be inspected is refused");
     return;
   }
-  // Deep recursion is for `describe`, which bounds it.
+  // `describe` follows a value of any depth, `walk` only a sound one.
   describe(*value);
   const bool isSound = value->fault() == Fault::none;
   require(bool(again) == isSound, "only what is sound is accepted");
@@ -51,7 +51,7 @@ inline void use(std::string_view file) {
     MutableDictionary changed(*dictionary);
     changed.set("another", *value);
     require(!changed.empty() && changed.find("another").isDictionary(), "a change is seen");
-    binaryPropertyList(changed);
+    static_cast<void>(binaryPropertyList(changed));
   }
   const Result<std::string> written = binaryPropertyList(*value);
   if (!isSound) return;

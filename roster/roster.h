@@ -14,6 +14,7 @@
 #include "roster/account/creator_entries.h"
 #include "roster/account/device_local_account.h"
 #include "roster/account/vocabulary.h"
+#include "roster/base/base64.h"
 #include "roster/base/result.h"
 #include "roster/base/single_line.h"
 #include "roster/base/unicode.h"

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "roster/base/base64.h"
 #include "roster/base/limits.h"
-#include "roster/plist/xml_scalars.h"
 #include "roster/value/date_text.h"
 #include "tools/json_writer.h"
 
@@ -25,9 +25,8 @@ Result<Value> specialValue(std::string_view key, const Value& content) {
   const String text = content.string();
   if (text.isNil()) return Error(std::errc::invalid_argument, "\"" + std::string(key) + "\" takes a text");
   if (key == dataKey) {
-    std::string digits = text.str();
-    const Result<Value> data = dataFromXml(digits);
-    return data ? data : Error(std::errc::invalid_argument, R"("$data" takes bytes in base64)");
+    if (const auto data = bytesFromBase64(text)) return Value::data(data->span());
+    return Error(std::errc::invalid_argument, R"("$data" takes bytes in base64)");
   }
   if (key == dateKey) {
     if (const auto date = dateFromText(text)) return Value(*date);

@@ -3,8 +3,8 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <span>
 
+#include "roster/base/base64.h"
 #include "roster/value/date_text.h"
 
 namespace roster::tool {
@@ -12,23 +12,6 @@ namespace roster::tool {
 namespace {
 
 using nlohmann::ordered_json;
-
-std::string base64(std::span<const std::byte> bytes) {
-  constexpr std::string_view symbols = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  text.reserve((bytes.size() + 2) / 3 * 4);
-  for (std::size_t at = 0; at < bytes.size(); at += 3) {
-    const auto byteAt = [&](std::size_t index) {
-      return index < bytes.size() ? std::to_integer<unsigned>(bytes[index]) : 0U;
-    };
-    const unsigned group = (byteAt(at) << 16U) | (byteAt(at + 1) << 8U) | byteAt(at + 2);
-    const std::size_t digits = std::min<std::size_t>(bytes.size() - at, 3) + 1;
-    for (std::size_t digit = 0; digit < 4; ++digit) {
-      text += digit < digits ? symbols[(group >> (18 - 6 * digit)) & 63U] : '=';
-    }
-  }
-  return text;
-}
 
 ordered_json special(std::string_view key, std::string text) {
   return ordered_json{{std::string(key), std::move(text)}};
@@ -103,7 +86,7 @@ ordered_json jsonFromValue(const Value& value) {
     case Value::Kind::string:
       return value.string().str();
     case Value::Kind::data:
-      return special(dataKey, base64(*value.bytes()));
+      return special(dataKey, base64Text(*value.bytes()));
     case Value::Kind::array: {
       ordered_json elements = ordered_json::array();
       for (const Value& element : value.array().value_or(Array())) elements.push_back(jsonFromValue(element));

@@ -118,7 +118,7 @@ MigrationReport attempt(const MigrationNeed& need) {
   try {
     return migrateIfNeeded();
   } catch (const std::exception& exception) {
-    return {Outcome::failed, need, exception.what()};
+    return {Outcome::failed, need, Error(std::errc::state_not_recoverable, exception.what())};
   }
 }
 
@@ -130,19 +130,19 @@ int migrate(const Options& options) {
   warnOfForeignHome(need);
   const bool hadRegistry = isThere(rosterAccountsPath());
   const MigrationReport report = attempt(need);
-  const bool isFailure = !report.why.empty();
+  const bool isFailure = report.error.has_value();
   const bool isRegistryGone = isFailure && hadRegistry && !isThere(rosterAccountsPath());
   if (options.isJson) {
     ordered_json document = jsonFromNeed(report.need);
     document["outcome"] = wordFor(report.outcome);
-    document["why"] = isFailure ? ordered_json(report.why) : ordered_json();
+    document["why"] = isFailure ? ordered_json(report.error->message) : ordered_json();
     document["registryRemoved"] = isRegistryGone;
     printJson(document);
   } else {
     sayOutcome(report);
     if (isRegistryGone) say("The registry has been removed, to be made anew: " + rosterAccountsPath());
   }
-  if (isFailure) throw CommandError("could not migrate the accounts", report.why);
+  if (isFailure) throw CommandError("could not migrate the accounts", report.error->message);
   if (report.outcome == Outcome::succeeded) warnOfLeftovers(options);
   return done;
 }

@@ -1,4 +1,3 @@
-#include <roster/migration/migration.h>
 #include <roster/roster.h>
 
 #include <algorithm>
@@ -16,8 +15,9 @@
 namespace {
 
 using roster::AccountsManager;
+using roster::Error;
 using roster::systemLog;
-using Account = std::shared_ptr<roster::BasicAccount>;
+using Account = roster::AccountPtr;
 
 constexpr std::string_view hostnameKey = "Hostname";
 
@@ -27,7 +27,7 @@ constexpr std::array<std::string_view, 6> keptKeys = {hostnameKey,  "AccountPath
 
 // ---- Files
 
-/// A name beside the file that nobody has yet. Nobody takes it meanwhile: the migration lock is held.
+/// A name beside the file that is still free. It stays so, because the migration lock is held.
 std::string nameAside(const std::string& path) {
   std::string name = path + ".migrated";
   std::error_code ignored;
@@ -37,7 +37,7 @@ std::string nameAside(const std::string& path) {
   return name;
 }
 
-/// Renames the file, so that the next run does not meet it. False when it is still in its place.
+/// Renames the file, so that the next run does not find it. False when that fails.
 bool setAside(const std::string& path) {
   const std::string name = nameAside(path);
   std::error_code error;
@@ -76,20 +76,17 @@ bool isSameMailbox(const roster::BasicAccount& left, const roster::BasicAccount&
   return hasSame(roster::kAccountClass) && hasSame(hostnameKey) && hasSame(roster::kAccountUsername);
 }
 
-/// The account that an entry of the list describes; nil, with the reason, when it does not describe one.
-Account accountFromEntry(const roster::Value& entry, std::string& why) {
-  const auto nothing = [&](const std::string& reason) -> Account {
-    why = reason;
-    return nullptr;
-  };
+/// The account that an entry of the list describes; fails, with the reason, when it does not describe one.
+roster::Result<Account> accountFromEntry(const roster::Value& entry) {
+  const auto refused = [](const std::string& why) { return Error(std::errc::invalid_argument, why); };
   const auto old = entry.dictionary();
-  if (!old || entry.fault() != roster::Fault::none) return nothing("it cannot be read");
+  if (!old || entry.fault() != roster::Fault::none) return refused("it cannot be read");
   const roster::String type = old->find("Type").string();
   const roster::String name = old->find("AccountName").string();
   const roster::String user = old->find("Username").string();
   const std::string_view accountClass = classForOldType(type);
-  if (accountClass.empty()) return nothing("its type \"" + type.str() + "\" is not known");
-  if (user.isEmpty() || old->find(hostnameKey).string().isEmpty()) return nothing("it names no mailbox");
+  if (accountClass.empty()) return refused("its type \"" + type.str() + "\" is not known");
+  if (user.isEmpty() || old->find(hostnameKey).string().isEmpty()) return refused("it names no mailbox");
 
   const roster::Value mail = roster::arrayValue({std::string(roster::kAccountDataclassMail)});
   auto account = roster::BasicAccount::accountWithTypeClass(roster::kMailAccountType, accountClass);
@@ -102,20 +99,22 @@ Account accountFromEntry(const roster::Value& entry, std::string& why) {
   return account;
 }
 
-/// Each mailbox once, also when the list has it twice, or somebody has saved it again since the registry was
-/// removed.
+/// Adds each mailbox once, also when the list has it twice, or when it was saved again after the registry had
+/// been removed.
 void addAccounts(AccountsManager& store, const roster::Array& entries) {
   const auto known = store.allBasicAccounts();
   long index = 0;
   for (const roster::Value& entry : entries) {
-    std::string why;
-    const Account account = accountFromEntry(entry, why);
-    const auto isSame = [&](const Account& other) { return isSameMailbox(*other, *account); };
-    if (account && std::any_of(known->begin(), known->end(), isSame)) why = "its mailbox is there already";
-    if (why.empty()) {
-      store.insertAccount(account);
+    roster::Result<Account> account = accountFromEntry(entry);
+    const auto isSame = [&](const Account& other) { return isSameMailbox(*other, **account); };
+    if (account && std::any_of(known->begin(), known->end(), isSame)) {
+      account = Error(std::errc::file_exists, "its mailbox is there already");
+    }
+    if (account) {
+      store.insertAccount(*account);
     } else {
-      systemLog("AccountMigrator: account %ld of the mail list is left out: %@", index, why);
+      systemLog("AccountMigrator: account %ld of the mail list is left out: %@", index,
+                account.error().message);
     }
     ++index;
   }
@@ -125,7 +124,7 @@ bool save(AccountsManager& store) {
   try {
     store.saveAllAccounts();
   } catch (const roster::AssertionFailure& failure) {
-    // Somebody who should hear of the save is set up wrongly. The registry is written before they are told.
+    // A notifier is set up wrongly. The registry was written before the notifiers were told.
     systemLog("AccountMigrator: not everybody was told of the accounts: %@", failure.what());
   }
   return store.lastSaveError().empty();
@@ -134,15 +133,15 @@ bool save(AccountsManager& store) {
 class AccountsDataMigrator : public roster::AccountMigrationProtocol {
  public:
   bool executeMigrationSteps() override {
-    // First: were they found alone at the next run, the registry would be removed for them, without a mail
-    // list to make it from again.
+    // This comes first: if the next run found only the preferences, it would remove the registry for them,
+    // without a mail list to make it from again.
     if (!setSyncPreferencesAside()) return false;
     const std::string path = roster::mailAccountsPath();
     const roster::Result<roster::Value> list =
         roster::readPropertyListFile(path, roster::Soundness::inspected);
     const bool isThere = list || !isMissingFile(list.error());
     if (isThere && !list) systemLog("AccountMigrator: %@", list.error().message);
-    // The next run may be able to read what is a file; anything else never becomes a list.
+    // A file that could not be read now may be readable in the next run; anything else never becomes a list.
     std::error_code error;
     const bool isFile = std::filesystem::is_regular_file(path, error);
     if (isThere && !list && isFile && list.error().code != std::errc::bad_message) return false;
@@ -152,7 +151,7 @@ class AccountsDataMigrator : public roster::AccountMigrationProtocol {
     if (list) addMailAccounts(*store, *list);
     store->setDataVersion(AccountsManager::currentVersion());
     if (!save(*store)) return false;
-    // Only now: whatever ends a run before this, the next one finds the list.
+    // Last, so that a run that ends before this leaves the list for the next one.
     return !isThere || setAside(path);
   }
 

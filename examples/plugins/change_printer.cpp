@@ -5,7 +5,7 @@
 #include <string>
 
 /// A plug-in with two notifiers, each registered for other dataclasses. They print every change they are told
-/// of, one line each, so that it can be seen who hears of what.
+/// of, one line each, which shows who is told of what.
 
 namespace {
 

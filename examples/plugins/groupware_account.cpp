@@ -68,7 +68,7 @@ std::shared_ptr<roster::AccountRefreshProtocol> accountToRefresh(
   return std::make_shared<GroupwareSync>(account);
 }
 
-/// Class names are one space for the whole process, so give yours a prefix of their own.
+/// Class names are shared by the whole process, so give yours a prefix of their own.
 void registerClasses(roster::PluginClasses& classes) {
   classes.add(roster::ClassObject("GroupwareAccount")
                   .answering(roster::AccountInstantiationProtocol::of<GroupwareAccount>()));

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-/// A settings screen switches off the contacts of an Exchange account, and exactly those who care for
-/// contacts hear of it. The plug-ins beside this program make the account's other objects and print what they
+/// A settings screen switches off the contacts of an Exchange account, and exactly the notifiers for contacts
+/// are told. The plug-ins beside this program make the account's other objects and print what they
 /// are told.
 ///
 /// Adds an account to the registry at each run, so let ROSTER_ROOT name a device to play with.
@@ -23,7 +23,7 @@ void expect(bool isSo, const std::string& what) {
   if (!isSo) throw std::runtime_error("not so: " + what);
 }
 
-/// Sends std::cout elsewhere as long as it lives.
+/// Redirects std::cout for as long as it lives.
 class Redirection {
  public:
   explicit Redirection(std::ostream& target) : former_(std::cout.rdbuf(target.rdbuf())) {}
@@ -36,7 +36,7 @@ class Redirection {
 };
 
 /// What notifiers print during the call: plug-ins write to the std::cout of the program that they are loaded
-/// into. Sorted, because nobody promises which of them is told first.
+/// into. Sorted, because the order in which notifiers are told is not defined.
 Lines heardDuring(const std::function<void()>& call) {
   std::stringstream printed;
   {
@@ -55,7 +55,7 @@ void save(AccountsManager& store) {
   expect(store.lastSaveError().empty(), "the registry is saved; " + store.lastSaveError());
 }
 
-/// What came before: somebody has set the account up. Returns its identifier.
+/// Sets the account up, as has happened before the story begins. Returns its identifier.
 std::string setUpAccount() {
   std::cout << "An Exchange account is set up with mail, contacts and calendars.\n";
   const roster::StringList dataclasses{std::string(roster::kAccountDataclassMail),
@@ -75,7 +75,7 @@ std::string setUpAccount() {
 }
 
 void showFullAccount(roster::BasicAccount& account) {
-  // Whoever makes full accounts decides what they are besides; this plug-in's are records.
+  // A plug-in decides what else its full accounts are; those of this one are records.
   const auto full = std::dynamic_pointer_cast<roster::BasicAccount>(account.fullAccountUsingLoader(nullptr));
   expect(full && full.get() != &account, "the plug-in makes the full account");
   std::cout << "The settings screen shows it as \"" << full->displayName().str() << "\".\n";

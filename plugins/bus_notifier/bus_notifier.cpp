@@ -1,5 +1,5 @@
-// Tells the system bus what a save changed, so that programs hear of it that are no plug-ins: one signal for
-// each save, see docs/bus-notifier.md.
+// Tells the system bus what a save changed, for programs that are not plug-ins: one signal for each save, see
+// docs/bus-notifier.md.
 
 #include <utility>
 
@@ -29,7 +29,7 @@ void appendTextEntry(BusArguments& arguments, const Dictionary& change, std::str
   if (text) appendEntry(arguments, key, "s", [&] { arguments.text(text); });
 }
 
-/// One change record. What it lacks is left out: nobody can mistake that for a value.
+/// One change record. What it lacks is left out rather than sent as an empty value.
 void appendChange(BusArguments& arguments, const Dictionary& change) {
   const std::optional<std::int64_t> type = change.find(kRSChangeAccountChangeTypeKey).integer();
   if (type && std::in_range<std::int32_t>(*type)) {
@@ -63,7 +63,8 @@ Result<> sendChanges(const Array& changes) {
   });
 }
 
-/// The registry is written by now, so a bus that cannot be told is worth a line and nothing more.
+/// The registry has been written by now, so a bus that cannot be reached is one line in the log and no
+/// failure.
 void noteAccountChanges(const Array& changes) {
   if (const Result<> sent = sendChanges(changes); !sent) {
     systemLog("Could not tell the system bus of %@ changed accounts: %@", changes.size(),

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Owned by a thread, and not by whoever calls: taking it twice is taking it once.
+/// A lock that belongs to the thread that took it; taking it again has no effect.
 class ThreadLock {
  public:
   bool isHeld() {

@@ -1,8 +1,8 @@
 #pragma once
 
-// The lock that a host's web engine keeps for its threads, one per process. It belongs to one thread at a
-// time. The engine takes it before it runs, and lets it go when a turn of the thread's event loop ends. This
-// library is for devices without a web engine, and a model for those whose engine brings its own.
+// The lock that a device's web engine keeps for its threads, one per process. It belongs to one thread at a
+// time. The engine takes it before it runs, and releases it when a turn of the thread's event loop ends. This
+// library is for devices without a web engine, and an example for those whose engine brings its own.
 
 #if defined(__cplusplus)
 extern "C" {
@@ -17,7 +17,7 @@ bool webEngineThreadLockIsHeld(void);
 /// thread holds it already.
 void webEngineTakeThreadLock(void);
 
-/// Lets the lock go. Without effect when the calling thread does not hold it.
+/// Releases the lock. Without effect when the calling thread does not hold it.
 void webEngineReleaseThreadLock(void);
 
 #if defined(__cplusplus)

@@ -10,8 +10,8 @@ namespace roster {
 
 namespace {
 
-/// What cannot be looked at does not count: the registry would be removed for it. Nor does a path relative to
-/// wherever the process happens to stand, which a user without a home has.
+/// What cannot be looked at does not count: the registry would be removed for it. Nor does a relative path,
+/// which is what a user without a home has.
 bool isThere(const std::string& path) {
   if (!path.starts_with('/')) return false;
   const FileType type = fileType(path);

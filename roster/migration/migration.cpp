@@ -30,51 +30,59 @@ Result<> loadBundle(const std::string& path) {
   return loadPlugin(folder / folder.filename().replace_extension(".so"));
 }
 
-/// Runs a piece of the plug-in; `why` becomes what it throws.
+Error migratorError(std::string why) { return {std::errc::executable_format_error, std::move(why)}; }
+
+/// Runs a piece of the plug-in; fails with what it throws.
 template <class Piece>
-auto guarded(std::string& why, const Piece& piece) -> decltype(piece()) {
-  decltype(piece()) result{};
-  if (const auto failure = failureOf([&] { result = piece(); })) why = "the migrator failed: " + *failure;
-  return result;
+auto guarded(const Piece& piece) -> Result<decltype(piece())> {
+  decltype(piece()) answer{};
+  const auto failure = failureOf([&] { answer = piece(); });
+  if (failure) return migratorError("the migrator failed: " + *failure);
+  return answer;
 }
 
-/// Nil, with the cause, when there is no such class or it makes no instance of it.
-Migrator makeMigrator(const std::string& path, std::string& why) {
+/// A new instance of the plug-in's class.
+Result<Migrator> makeMigrator(const std::string& path) {
   const Result<> loaded = loadBundle(path);
-  const ClassObject* found = findClass(migratorClass);
-  if (found == nullptr) {
-    why = !loaded ? loaded.error().message : path + " has no class " + std::string(migratorClass);
-    return nullptr;
-  }
-  Migrator migrator =
-      guarded(why, [&] { return requiredOperation(*found, &AccountMigratorProtocol::init, "init")(); });
-  if (!migrator && why.empty()) why = "the class " + std::string(migratorClass) + " makes no instance";
+  const std::string name(migratorClass);
+  const ClassObject* found = findClass(name);
+  if (found == nullptr) return loaded ? migratorError(path + " has no class " + name) : loaded.error();
+  Result<Migrator> migrator =
+      guarded([&] { return requiredOperation(*found, &AccountMigratorProtocol::init, "init")(); });
+  if (migrator && !*migrator) return migratorError("the class " + name + " makes no instance");
   return migrator;
 }
 
-MigrationReport reportOf(Outcome outcome, const MigrationNeed& need, std::string_view why) {
-  MigrationReport report{outcome, need, {}};
-  appendSingleLine(report.why, why);
-  return report;
+MigrationReport failureReport(Outcome outcome, const MigrationNeed& need, const Error& error) {
+  std::string message;
+  appendSingleLine(message, error.message);
+  return {outcome, need, Error(error.code, std::move(message))};
 }
 
 /// Runs the migrator plug-in. The lock must be held.
 MigrationReport runMigrator(const MigrationNeed& need) {
   const std::string path = accountMigratorPath();
-  if (!bundleExists(path)) return reportOf(Outcome::noMigrator, need, "there is no migrator at " + path);
-  std::string why;
-  const Migrator migrator = makeMigrator(path, why);
+  if (!bundleExists(path)) {
+    return failureReport(Outcome::noMigrator, need,
+                         Error(std::errc::no_such_file_or_directory, "there is no migrator at " + path));
+  }
+  const Result<Migrator> migrator = makeMigrator(path);
   AccountsManager::killTesseraIfNecessary();
-  if (migrator && guarded(why, [&] { return migrator->executeMigrationSteps(); })) {
-    return reportOf(Outcome::succeeded, need, {});
-  }
-  if (why.empty()) {
-    why = "the migrator says that it could not migrate the accounts";
-  } else {
-    systemLog("Could not migrate accounts with %@: %@", path, why);
-  }
+  const Result<bool> isDone =
+      migrator ? guarded([&] { return (*migrator)->executeMigrationSteps(); }) : migrator.error();
+  if (isDone && *isDone) return {Outcome::succeeded, need, std::nullopt};
+  if (!isDone) systemLog("Could not migrate accounts with %@: %@", path, isDone.error().message);
   systemLog("[%s] Accounts migration failed", "+[AccountsManager _migrateAccountsIfNeeded]");
-  return reportOf(Outcome::failed, need, why);
+  return failureReport(Outcome::failed, need,
+                       isDone ? Error(std::errc::operation_canceled,
+                                      "the migrator says that it could not migrate the accounts")
+                              : isDone.error());
+}
+
+Result<std::shared_ptr<NamedLock>> takeMigrationLock() {
+  Result<std::shared_ptr<NamedLock>> lock = takeNamedLock(lockName);
+  if (!lock) systemLog("Could not take the lock %@: %@", lockName, lock.error().message);
+  return lock;
 }
 
 }  // namespace
@@ -90,21 +98,22 @@ MigrationReport migrateIfNeeded() {
   const MigrationNeed before = migrationNeed();
   if (!before.isAny()) return {};
   // Released when it goes out of scope, whatever ends the migration.
-  const std::shared_ptr<NamedLock> lock = AccountsManager::createAndLockMigrationLock();
-  if (!lock) return reportOf(Outcome::notLocked, before, "the migration lock cannot be had");
+  const Result<std::shared_ptr<NamedLock>> lock = takeMigrationLock();
+  if (!lock) {
+    return failureReport(Outcome::notLocked, before,
+                         Error(lock.error().code, "the migration lock cannot be had"));
+  }
   const MigrationNeed need = migrationNeed();
-  if (!need.isAny()) return {Outcome::doneByAnother, before, {}};
+  if (!need.isAny()) return {Outcome::doneByAnother, before, std::nullopt};
   if (need.isFromOldFiles()) AccountsManager::removeNewRosterToMigrateOldAccountInformation();
   return runMigrator(need);
 }
 
-void AccountsManager::_migrateAccountsIfNeeded() { migrateIfNeeded(); }
+void AccountsManager::_migrateAccountsIfNeeded() { static_cast<void>(migrateIfNeeded()); }
 
 std::shared_ptr<NamedLock> AccountsManager::createAndLockMigrationLock() {
-  Result<std::shared_ptr<NamedLock>> lock = takeNamedLock(lockName);
-  if (lock) return *std::move(lock);
-  systemLog("Could not take the lock %@: %@", lockName, lock.error().message);
-  return nullptr;
+  Result<std::shared_ptr<NamedLock>> lock = takeMigrationLock();
+  return lock ? *std::move(lock) : nullptr;
 }
 
 void AccountsManager::releaseMigrationLock(const std::shared_ptr<NamedLock>& lock) {

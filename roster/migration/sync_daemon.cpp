@@ -14,15 +14,15 @@ namespace roster {
 namespace {
 
 using namespace std::chrono_literals;
-/// Times that pass are measured, so the clock is one that nobody sets.
+/// A timeout must not change when somebody sets the time.
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* exitRequest = "com.nimbal.Harbor.BackupAgent.WillStart";
-constexpr Clock::duration patience = 5s;
+constexpr Clock::duration quitTimeout = 5s;
 
-/// The web engine's lock of the calling thread: taken again at the end if it was held at the beginning.
-/// Without the engine's library it counts as not held, once the handler of the assertion failure has
-/// returned.
+/// Remembers whether the calling thread holds the web engine's lock, which a turn of the event loop releases,
+/// and takes it again at the end. Without the engine's library it counts as not held, once the handler of the
+/// assertion failure has returned.
 class HeldWebEngineLock {
  public:
   HeldWebEngineLock() {
@@ -44,18 +44,19 @@ class HeldWebEngineLock {
   bool isHeld_ = false;
 };
 
-/// Whether the process was seen to be gone, or to have made place for a new one, before patience ran out.
-bool isGoneAfterWaiting(std::int32_t process, std::chrono::microseconds atMostAtOnce) {
+/// Waits until the process is gone or another one has the daemon's name; false when that has not happened
+/// before the timeout. The event loop runs meanwhile, for at most one interval between two looks.
+bool waitUntilGone(std::int32_t process, std::chrono::microseconds interval) {
   const Clock::time_point start = Clock::now();
   do {
     if (_PIDForProcessNamed(syncDaemonName) != process) return true;
-    runEventLoop(atMostAtOnce, process);
-  } while (Clock::now() - start <= patience);
+    runEventLoop(interval, process);
+  } while (Clock::now() - start <= quitTimeout);
   return false;
 }
 
 void killDaemon() {
-  // Whoever has the name now: the process that was asked may have ended and left its identifier to another.
+  // Looked up again: the process that was asked may have ended, and its identifier may be another's by now.
   const std::int32_t process = _PIDForProcessNamed(syncDaemonName);
   if (process < 0) return;
   const Result<> killed = killProcess(process, syncDaemonName);
@@ -63,10 +64,10 @@ void killDaemon() {
 }
 
 void makeDaemonQuit(std::int32_t process) {
-  if (isGoneAfterWaiting(process, 250ms)) return;
+  if (waitUntilGone(process, 250ms)) return;
   systemLog("%s does not seem to want to quit. Sending it a SIGKILL", syncDaemonName);
   killDaemon();
-  if (isGoneAfterWaiting(process, 10ms)) return;
+  if (waitUntilGone(process, 10ms)) return;
   systemLog(
       "%s decided it didn't want to play well with others and refused to exit. We're going to continue with "
       "the backup/restore anyway and hope for the best.",

@@ -18,7 +18,11 @@ namespace {
 constexpr std::uint32_t notPlaced = TextTable::none;
 constexpr std::uint32_t inProgress = notPlaced - 1;
 
-/// One object of the file to be.
+Error unwritable(Fault fault) {
+  return {std::errc::invalid_argument, "a value " + std::string(describe(fault))};
+}
+
+/// One object of the file.
 struct Item {
   Value value;
   /// Where a container's references begin in the list of all references.
@@ -33,15 +37,20 @@ class ObjectNumbering {
   const std::vector<Item>& items() const { return items_; }
   const std::vector<std::uint32_t>& references() const { return references_; }
 
-  Result<> number(const Value& root) {
-    place(root, 0);
-    const std::uint64_t limit = limits::unfoldingAllowance + limits::unfoldingFactor * references_.size();
-    if (fault_ == Fault::none && largestPart_ > limit) fault_ = Fault::tooLarge;
-    if (fault_ == Fault::none) return {};
-    return Error(std::errc::invalid_argument, "a value " + std::string(describe(fault_)));
+  /// Fails, naming the fault, on a tree that cannot be written.
+  static Result<ObjectNumbering> of(const Value& root) {
+    ObjectNumbering numbering;
+    numbering.place(root, 0);
+    const std::uint64_t limit =
+        limits::unfoldingAllowance + limits::unfoldingFactor * numbering.references_.size();
+    if (numbering.fault_ == Fault::none && numbering.largestPart_ > limit) numbering.fault_ = Fault::tooLarge;
+    if (numbering.fault_ == Fault::none) return numbering;
+    return unwritable(numbering.fault_);
   }
 
  private:
+  ObjectNumbering() = default;
+
   std::uint32_t place(const Value& given, std::size_t depth) {
     const Value& value = given.isDictionary() ? ValueAccess::holder(given) : given;
     switch (value.kind()) {
@@ -141,9 +150,9 @@ class ObjectNumbering {
 
   void placeElements(std::uint32_t number, const Array& array, std::size_t depth) {
     const std::size_t first = reserveReferences(number, array.size());
-    std::size_t at = first;
+    std::size_t index = first;
     for (const Value& element : array) {
-      refer(number, at++, place(element, depth + 1), depth);
+      refer(number, index++, place(element, depth + 1), depth);
       if (fault_ != Fault::none) return;
     }
   }
@@ -151,11 +160,11 @@ class ObjectNumbering {
   void placeEntries(std::uint32_t number, const Dictionary& dictionary, std::size_t depth) {
     const std::size_t count = dictionary.size();
     const std::size_t first = reserveReferences(number, 2 * count);
-    std::size_t at = first;
+    std::size_t index = first;
     for (const DictionaryEntry& entry : dictionary) {
-      refer(number, at, placeText(entry.key.value()), depth);
-      refer(number, at + count, place(entry.value, depth + 1), depth);
-      ++at;
+      refer(number, index, placeText(entry.key.value()), depth);
+      refer(number, index + count, place(entry.value, depth + 1), depth);
+      ++index;
       if (fault_ != Fault::none) return;
     }
   }
@@ -167,16 +176,16 @@ class ObjectNumbering {
     return first;
   }
 
-  void refer(std::uint32_t container, std::size_t at, std::uint32_t part, std::size_t depth) {
+  void refer(std::uint32_t container, std::size_t index, std::uint32_t part, std::size_t depth) {
     if (fault_ != Fault::none) return;
-    references_[at] = part;
+    references_[index] = part;
     Item& item = items_[container];
     item.unfolded = static_cast<std::uint32_t>(std::min<std::uint64_t>(
         std::uint64_t{item.unfolded} + items_[part].unfolded, std::numeric_limits<std::uint32_t>::max()));
     item.height = std::max(item.height, static_cast<std::uint16_t>(items_[part].height + 1));
     if (item.height > limits::maximumDepth) fault_ = Fault::tooDeep;
-    // A registry is read record by record: not the whole must be small enough to unfold, but each of its
-    // records.
+    // A registry is read record by record, so each of its records must be small enough to unfold, but not the
+    // whole.
     if (depth > 0) largestPart_ = std::max(largestPart_, items_[part].unfolded);
   }
 
@@ -193,14 +202,19 @@ class ObjectNumbering {
   Fault fault_ = Fault::none;
 };
 
-/// The bytes that a number needs.
+/// How many bytes a number needs.
 unsigned widthOf(std::uint64_t largest) {
   return std::max(1U, (static_cast<unsigned>(std::bit_width(largest)) + 7U) / 8U);
 }
 
-/// Spells numbered objects as bytes.
+/// Encodes numbered objects as bytes.
 class ObjectEncoding {
  public:
+  static Result<std::string> encode(const ObjectNumbering& numbering) {
+    return ObjectEncoding(numbering).encode();
+  }
+
+ private:
   explicit ObjectEncoding(const ObjectNumbering& numbering)
       : numbering_(numbering), referenceWidth_(widthOf(numbering.items().size() - 1)) {}
 
@@ -211,8 +225,7 @@ class ObjectEncoding {
     offsets.reserve(numbering_.items().size());
     for (const Item& item : numbering_.items()) {
       offsets.push_back(bytes_.size());
-      if (!appendObject(item))
-        return Error(std::errc::invalid_argument, "a value " + std::string(describe(Fault::badText)));
+      if (!appendObject(item)) return unwritable(Fault::badText);
     }
     appendTableAndTrailer(offsets);
     if (bytes_.size() >= limits::maximumFileSize)
@@ -220,9 +233,8 @@ class ObjectEncoding {
     return std::move(bytes_);
   }
 
- private:
   void appendNumber(std::uint64_t number, unsigned width) {
-    for (unsigned at = width; at-- > 0;) bytes_.push_back(static_cast<char>(number >> (8U * at)));
+    for (unsigned index = width; index-- > 0;) bytes_.push_back(static_cast<char>(number >> (8U * index)));
   }
 
   void appendMarker(unsigned kind, std::size_t length) {
@@ -254,6 +266,7 @@ class ObjectEncoding {
     }
   }
 
+  /// False when it is not UTF-8.
   bool appendText(std::string_view text) {
     if (isAscii(text)) {
       appendMarker(0x5, text.size());
@@ -269,11 +282,12 @@ class ObjectEncoding {
 
   void appendReferences(const Item& item, std::size_t count) {
     const std::vector<std::uint32_t>& references = numbering_.references();
-    for (std::size_t at = 0; at < count; ++at) {
-      appendNumber(references[item.references + at], referenceWidth_);
+    for (std::size_t index = 0; index < count; ++index) {
+      appendNumber(references[item.references + index], referenceWidth_);
     }
   }
 
+  /// False when it is a text that is not UTF-8.
   bool appendObject(const Item& item) {
     const Value& value = item.value;
     switch (value.kind()) {
@@ -340,9 +354,9 @@ class ObjectEncoding {
 
 Result<std::string> binaryPropertyList(const Value& value) {
   if (value.isNil()) return Error(std::errc::invalid_argument, "there is no value");
-  ObjectNumbering numbering;
-  if (const Result<> numbered = numbering.number(value); !numbered) return numbered.error();
-  return ObjectEncoding(numbering).encode();
+  const Result<ObjectNumbering> numbering = ObjectNumbering::of(value);
+  if (!numbering) return numbering.error();
+  return ObjectEncoding::encode(*numbering);
 }
 
 }  // namespace roster

@@ -1,6 +1,6 @@
 #include "roster/plist/property_list.h"
 
-#include "roster/plist/xml_reader.h"
+#include "roster/plist/xml_property_list.h"
 #include "roster/value/binary_document.h"
 
 namespace roster {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "roster/base/bytes.h"
 #include "roster/base/export.h"
@@ -10,25 +9,28 @@
 
 namespace roster {
 
-/// Whether a value that is not sound to its last leaf is accepted.
+/// Whether a value that is not sound down to its last leaf is accepted.
 enum class Soundness {
-  /// The top value must have no fault: what is returned can be followed, compared and written without care.
+  /// Nothing in the value may have a fault: what is returned can be followed, compared and written without
+  /// care.
   required,
-  /// Faulty parts stay in the tree; the caller asks `Value::fault` before it follows a container. For files
-  /// of which
-  /// the good parts must survive.
+  /// Faulty parts stay in the tree, and the caller asks `Value::fault` before it follows a container. For
+  /// files whose good parts must survive.
   inspected,
 };
 
-/// Reads a property list, binary or XML, whichever the bytes are; the bytes are kept in memory by the values
-/// read. On failure the error says what is wrong, without the file's name.
+/// Reads a property list, binary or XML, whichever the bytes are. The values may refer to the bytes, which
+/// are kept as long as one of them is. Fails with `std::errc::bad_message`, or `file_too_large` beyond 4 GiB,
+/// and a text that says what is wrong, without the file's name; `soundness` says whether a fault in an inner
+/// value is a failure. May be called from any thread.
 ROSTER_EXPORT Result<Value> parsePropertyList(Bytes bytes, Soundness soundness = Soundness::required);
 
 /// The value in the binary format: equal strings and numbers stored once, shared containers stored once,
-/// references and offsets as narrow as they can be. Fails, naming the cause, on a tree with a container that
-/// contains itself, is deeper than the library reads, or has a fault; on text that is not UTF-8; and where
-/// what stands two levels below the top unfolds to more than the library reads. (The whole may unfold to
-/// more, when records share large parts; it is then read as `Soundness::inspected`, record by record.)
+/// references and offsets as narrow as they can be. Fails, naming the cause, on nil; on a tree with a
+/// container that contains itself, is nested deeper than the library reads, or has a fault; on text that is
+/// not UTF-8; where what stands two levels below the top unfolds to more than the library reads; and when the
+/// result would be larger than 4 GiB. (The whole may unfold to more, when records share large parts; it is
+/// then read as `Soundness::inspected`, record by record.) The value must not be changed meanwhile.
 ROSTER_EXPORT Result<std::string> binaryPropertyList(const Value& value);
 
 }  // namespace roster

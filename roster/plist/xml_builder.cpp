@@ -1,10 +1,8 @@
-#include "roster/plist/xml_builder.h"
-
 #include <algorithm>
 
 #include "roster/base/limits.h"
 #include "roster/base/single_line.h"
-#include "roster/plist/xml_scalars.h"
+#include "roster/plist/xml_property_list.h"
 #include "roster/value/value_node.h"
 
 namespace roster {
@@ -15,6 +13,12 @@ const XmlBuilder::ElementName XmlBuilder::elementNames[] = {
     {"array", Element::array},   {"date", Element::date},   {"data", Element::data},
     {"real", Element::real},     {"plist", Element::plist},
 };
+
+namespace {
+
+Error refusal(std::string why) { return {std::errc::bad_message, std::move(why)}; }
+
+}  // namespace
 
 std::optional<XmlBuilder::Element> XmlBuilder::elementNamed(std::string_view name) {
   for (const ElementName& known : elementNames) {
@@ -29,38 +33,36 @@ std::string_view XmlBuilder::nameOf(Element element) {
       ->name;
 }
 
-bool XmlBuilder::refuse(std::string error) {
-  error_ = std::move(error);
-  return false;
-}
-
-bool XmlBuilder::startElement(std::string_view name) {
+Result<> XmlBuilder::startElement(std::string_view name) {
   if (passedOver_ > 0) {
     ++passedOver_;
-    return true;
+    return {};
   }
   const std::optional<Element> element = elementNamed(name);
   constexpr std::size_t shownName = 40;
-  if (!element) return refuse("an unknown element <" + clipped(name, shownName) + ">");
+  if (!element) return refusal("an unknown element <" + clipped(name, shownName) + ">");
   if (leaf_)
-    return refuse("an element <" + std::string(name) + "> inside <" + std::string(nameOf(*leaf_)) + ">");
+    return refusal("an element <" + std::string(name) + "> inside <" + std::string(nameOf(*leaf_)) + ">");
   const bool isRoot = !std::exchange(hasRoot_, true);
-  if (*element == Element::plist) return isRoot || refuse("a <plist> inside another element");
+  if (*element == Element::plist) {
+    if (isRoot) return {};
+    return refusal("a <plist> inside another element");
+  }
   return *element == Element::key ? startKey() : startValue(*element);
 }
 
-bool XmlBuilder::startKey() {
-  if (frames_.empty() || !frames_.back().isDictionary) return refuse("a key outside a dictionary");
-  if (frames_.back().key) return refuse("a key without a value");
+Result<> XmlBuilder::startKey() {
+  if (frames_.empty() || !frames_.back().isDictionary) return refusal("a key outside a dictionary");
+  if (frames_.back().key) return refusal("a key without a value");
   leaf_ = Element::key;
-  return true;
+  return {};
 }
 
-bool XmlBuilder::startValue(Element element) {
+Result<> XmlBuilder::startValue(Element element) {
   if (frames_.empty()) {
-    if (!top_.isNil()) return refuse("a second top value");
+    if (!top_.isNil()) return refusal("a second top value");
   } else if (frames_.back().isDictionary && !frames_.back().key) {
-    return refuse("a value without a key");
+    return refusal("a value without a key");
   }
   if (element != Element::dict && element != Element::array) {
     leaf_ = element;
@@ -71,40 +73,42 @@ bool XmlBuilder::startValue(Element element) {
     frames_.back().key = String();
     passedOver_ = 1;
   }
-  return true;
+  return {};
 }
 
-bool XmlBuilder::addText(std::string_view piece) {
-  if (passedOver_ > 0) return true;
+Result<> XmlBuilder::addText(std::string_view piece) {
+  if (passedOver_ > 0) return {};
   const bool takesText = leaf_ && *leaf_ != Element::yes && *leaf_ != Element::no;
   if (takesText) {
     text_ += piece;
-    return true;
+    return {};
   }
-  return isXmlSpace(piece) || refuse("text where no text belongs");
+  if (!isXmlSpace(piece)) return refusal("text where no text belongs");
+  return {};
 }
 
-bool XmlBuilder::endElement() {
+Result<> XmlBuilder::endElement() {
   if (passedOver_ > 0) {
     --passedOver_;
-    return true;
+    return {};
   }
   if (leaf_) return endLeaf();
   if (!frames_.empty()) return endContainer();
-  return !top_.isNil() || refuse("a <plist> without a value");
+  if (top_.isNil()) return refusal("a <plist> without a value");
+  return {};
 }
 
-bool XmlBuilder::endLeaf() {
+Result<> XmlBuilder::endLeaf() {
   const Element element = *std::exchange(leaf_, std::nullopt);
   if (element == Element::key) {
     frames_.back().key = internedKey();
   } else {
     Result<Value> value = leafValue(element);
-    if (!value) return refuse(value.error().message);
+    if (!value) return value.error();
     add(*std::move(value));
   }
   text_.clear();
-  return true;
+  return {};
 }
 
 Result<Value> XmlBuilder::leafValue(Element element) {
@@ -126,14 +130,14 @@ Result<Value> XmlBuilder::leafValue(Element element) {
   }
 }
 
-bool XmlBuilder::endContainer() {
-  if (frames_.back().key) return refuse("a key without a value");
+Result<> XmlBuilder::endContainer() {
+  if (frames_.back().key) return refusal("a key without a value");
   Frame frame = std::move(frames_.back());
   frames_.pop_back();
   if (frame.fault != Fault::none && !frames_.empty()) frames_.back().fault = frame.fault;
   add(frame.isDictionary ? ValueAccess::makeDictionary(std::move(frame.entries), frame.fault)
                          : ValueAccess::makeArray(std::move(frame.elements), frame.fault));
-  return true;
+  return {};
 }
 
 void XmlBuilder::add(Value value) {

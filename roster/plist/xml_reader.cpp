@@ -1,28 +1,27 @@
-// Declares the protection against entity expansion, which every distribution's expat is built with.
+// Makes expat declare its protection against entity expansion, which distributions build it with.
 #ifndef XML_DTD
 #define XML_DTD
 #endif
-#include "roster/plist/xml_reader.h"
-
 #include <expat.h>
 
 #include <algorithm>
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "roster/base/single_line.h"
-#include "roster/plist/xml_builder.h"
+#include "roster/plist/xml_property_list.h"
 
 namespace roster {
 
 namespace {
 
-/// A document type that describes property lists declares a handful. Every declared attribute costs time at
-/// every element, so a file must not get to choose.
+/// The document type of property lists declares a handful. Each declaration costs time at every element, so
+/// their number must be bounded.
 constexpr std::size_t maximumAttributeDeclarations = 64;
 
-/// References in content are refused; what remains is attribute values, which nobody needs to expand far.
+/// References in texts are refused. In attribute values, which are not used, they may expand this far.
 constexpr float maximumAmplification = 2;
 constexpr unsigned long long amplificationAllowance = 64ULL * 1024;
 
@@ -71,86 +70,80 @@ class XmlReader {
 
   Error failure() const {
     if (exception_) std::rethrow_exception(exception_);
-    if (!refusal_.empty()) return Error(std::errc::bad_message, refusal_);
+    if (refusal_) return *refusal_;
     const XML_Error code = XML_GetErrorCode(parser());
     if (code == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
-    return Error(std::errc::bad_message, atCurrentLine(XML_ErrorString(code)));
+    return {std::errc::bad_message, atCurrentLine(XML_ErrorString(code))};
   }
 
   std::string atCurrentLine(std::string_view what) const {
     return "line " + std::to_string(XML_GetCurrentLineNumber(parser())) + ": " + std::string(what);
   }
 
-  void stop(std::string_view why) {
-    if (!why.empty()) refusal_ = atCurrentLine(why);
-    isStopped_ = true;
-    XML_StopParser(parser(), XML_FALSE);
-  }
-
-  /// Runs one step of the reading. Exceptions must not pass through expat, which is written in C.
+  /// Runs one step of the reading, and ends the reading when the step fails or throws. Exceptions must not
+  /// pass through expat, which is written in C.
   template <class Step>
-  static void step(void* userData, Step&& run) noexcept {
+  static void step(void* userData, const Step& run) noexcept {
     auto& reader = *static_cast<XmlReader*>(userData);
-    if (reader.isStopped_) return;
+    // After it was told to stop, expat still reports what it has begun with.
+    if (reader.refusal_ || reader.exception_) return;
     try {
-      run(reader);
+      const Result<> done = run(reader);
+      if (done) return;
+      reader.refusal_ = Error(done.error().code, reader.atCurrentLine(done.error().message));
     } catch (...) {
       reader.exception_ = std::current_exception();
-      reader.stop({});
     }
+    XML_StopParser(reader.parser(), XML_FALSE);
   }
 
   static void XMLCALL onStart(void* userData, const XML_Char* name, const XML_Char** /*attributes*/) {
-    step(userData, [name](XmlReader& reader) {
-      if (!reader.builder_.startElement(name)) reader.stop(reader.builder_.error());
-    });
+    step(userData, [name](XmlReader& reader) { return reader.builder_.startElement(name); });
   }
 
   static void XMLCALL onEnd(void* userData, const XML_Char* /*name*/) {
-    step(userData, [](XmlReader& reader) {
-      if (!reader.builder_.endElement()) reader.stop(reader.builder_.error());
-    });
+    step(userData, [](XmlReader& reader) { return reader.builder_.endElement(); });
   }
 
   static void XMLCALL onText(void* userData, const XML_Char* text, int length) {
     step(userData, [text, length](XmlReader& reader) {
-      const std::string_view piece(text, static_cast<std::size_t>(length));
-      if (!reader.builder_.addText(piece)) reader.stop(reader.builder_.error());
+      return reader.builder_.addText({text, static_cast<std::size_t>(length)});
     });
   }
 
   static void XMLCALL onAttributeDeclaration(void* userData, const XML_Char* /*element*/,
                                              const XML_Char* /*name*/, const XML_Char* /*type*/,
                                              const XML_Char* /*value*/, int /*isRequired*/) {
-    step(userData, [](XmlReader& reader) {
-      if (++reader.attributeDeclarations_ > maximumAttributeDeclarations) {
-        reader.stop("a document type with too many attributes");
-      }
+    step(userData, [](XmlReader& reader) -> Result<> {
+      if (++reader.attributeDeclarations_ <= maximumAttributeDeclarations) return {};
+      return Error(std::errc::bad_message, "a document type with too many attributes");
     });
   }
 
   static void XMLCALL onEntity(void* userData, const XML_Char* name, int isParameterEntity) {
     // Parameter entities stand only in document types, which are skipped.
     if (isParameterEntity != 0) return;
-    step(userData, [name](XmlReader& reader) {
+    step(userData, [name](XmlReader&) -> Result<> {
       constexpr std::size_t shownName = 40;
-      reader.stop("an entity that XML does not define: &" + clipped(name, shownName) + ";");
+      return Error(std::errc::bad_message,
+                   "an entity that XML does not define: &" + clipped(name, shownName) + ";");
     });
   }
 
   static int XMLCALL onExternalEntity(XML_Parser parser, const XML_Char* /*context*/,
                                       const XML_Char* /*base*/, const XML_Char* /*systemId*/,
                                       const XML_Char* /*publicId*/) {
-    step(XML_GetUserData(parser), [](XmlReader& reader) { reader.stop("an entity outside the file"); });
+    step(XML_GetUserData(parser),
+         [](XmlReader&) -> Result<> { return Error(std::errc::bad_message, "an entity outside the file"); });
     return XML_STATUS_ERROR;
   }
 
   std::unique_ptr<XML_ParserStruct, ParserDeleter> parser_;
   XmlBuilder builder_;
   std::size_t attributeDeclarations_ = 0;
-  std::string refusal_;
+  /// What ended the reading, if it was one of the steps.
+  std::optional<Error> refusal_;
   std::exception_ptr exception_;
-  bool isStopped_ = false;
 };
 
 }  // namespace

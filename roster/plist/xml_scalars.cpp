@@ -1,11 +1,10 @@
-#include "roster/plist/xml_scalars.h"
-
-#include <array>
 #include <charconv>
 #include <cstdint>
 #include <limits>
 
+#include "roster/base/base64.h"
 #include "roster/base/single_line.h"
+#include "roster/plist/xml_property_list.h"
 #include "roster/value/date_text.h"
 
 namespace roster {
@@ -28,62 +27,12 @@ std::string quoted(std::string_view text) {
 }
 
 Error unreadable(std::string_view text, const std::string& what) {
-  return Error(std::errc::bad_message, quoted(text) + " is not " + what);
+  return {std::errc::bad_message, quoted(text) + " is not " + what};
 }
 
 Error outOfRange(std::string_view text, const std::string& what) {
-  return Error(std::errc::bad_message, what + " out of range: " + quoted(text));
+  return {std::errc::bad_message, what + " out of range: " + quoted(text)};
 }
-
-/// The values of the sixty-four digits, and what else may stand among them.
-namespace base64 {
-constexpr std::uint8_t space = 64;
-constexpr std::uint8_t padding = 65;
-constexpr std::uint8_t invalid = 66;
-
-constexpr std::array<std::uint8_t, 256> meanings = [] {
-  constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::array<std::uint8_t, 256> table{};
-  table.fill(invalid);
-  for (std::size_t i = 0; i < digits.size(); ++i) {
-    table[static_cast<unsigned char>(digits[i])] = static_cast<std::uint8_t>(i);
-  }
-  for (const char c : spaces) table[static_cast<unsigned char>(c)] = space;
-  table['='] = padding;
-  return table;
-}();
-
-/// Decodes in place and returns the count of bytes; nothing when the text is malformed.
-std::optional<std::size_t> decode(std::string& text) {
-  std::uint32_t bits = 0;
-  std::size_t digits = 0;
-  std::size_t paddings = 0;
-  std::size_t written = 0;
-  for (const char c : text) {
-    const std::uint8_t meaning = meanings[static_cast<unsigned char>(c)];
-    if (meaning == space) continue;
-    if (meaning == padding) {
-      ++paddings;
-      continue;
-    }
-    if (meaning == invalid || paddings > 0) return std::nullopt;
-    bits = (bits << 6U) | meaning;
-    if (++digits % 4 != 0) continue;
-    text[written++] = static_cast<char>((bits >> 16U) & 0xFFU);
-    text[written++] = static_cast<char>((bits >> 8U) & 0xFFU);
-    text[written++] = static_cast<char>(bits & 0xFFU);
-  }
-  const std::size_t rest = digits % 4;
-  if (rest == 1 || paddings != (rest == 0 ? 0 : 4 - rest)) return std::nullopt;
-  if (rest == 2) {
-    text[written++] = static_cast<char>((bits >> 4U) & 0xFFU);
-  } else if (rest == 3) {
-    text[written++] = static_cast<char>((bits >> 10U) & 0xFFU);
-    text[written++] = static_cast<char>((bits >> 2U) & 0xFFU);
-  }
-  return written;
-}
-}  // namespace base64
 
 }  // namespace
 
@@ -128,10 +77,10 @@ Result<Value> dateFromXml(std::string_view text) {
   return Value(*date);
 }
 
-Result<Value> dataFromXml(std::string& text) {
-  const std::optional<std::size_t> size = base64::decode(text);
-  if (!size) return Error(std::errc::bad_message, "data that is not base64");
-  return Value::data(std::as_bytes(std::span(text).first(*size)));
+Result<Value> dataFromXml(std::string_view text) {
+  const std::optional<Bytes> data = bytesFromBase64(text);
+  if (!data) return Error(std::errc::bad_message, "data that is not base64");
+  return Value::data(data->span());
 }
 
 }  // namespace roster

@@ -1,27 +1,78 @@
-# A client outside the source tree: finds the installed package, through CMake and through pkg-config, and runs.
+# Clients outside the source tree. Each installed header compiles by itself, with one include path and both compilers,
+# in a folder whose own headers have the names of the library's; a program is built through CMake, through pkg-config
+# and by hand; a project that embeds the source tree gets the library and nothing else.
 set -euo pipefail
 
-prefix=$(mktemp -d)
-trap 'rm -rf "$prefix"' EXIT
-cmake --install "$ROSTER_BUILD_DIR" --prefix "$prefix/usr" >/dev/null
-library=$(dirname "$(find "$prefix/usr" -name libroster.so)")
-consumer=$ROSTER_SOURCE_DIR/tests/installed_consumer
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/usr
+include=$prefix/include
+hostile=$work/hostile
+export ROSTER_ROOT=$work/device
+unset ROSTER_RESOURCES
+tests=$ROSTER_SOURCE_DIR/tests/installed_consumer
+warnings=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+mkdir -p "$ROSTER_ROOT"
 
-cmake -S "$consumer" -B "$prefix/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix/usr" -DCMAKE_CXX_COMPILER="$CXX" >/dev/null
-cmake --build "$prefix/cmake" >/dev/null
-test "$("$prefix/cmake/consumer")" = "consumer works"
+fail() { echo "$*"; exit 1; }
+run_consumer() { [[ $("$1") == "consumer works" ]] || fail "$1 prints: $("$1" 2>&1)"; }
+# Runs a command that prints only when it fails.
+quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; fail "failed: $*"; }; }
 
-export PKG_CONFIG_PATH=$library/pkgconfig
-read -ra flags < <(pkg-config --cflags --libs roster)
-"$CXX" -std=c++20 "$consumer/main.cpp" "${flags[@]}" -Wl,-rpath,"$library" -o "$prefix/consumer"
-test "$("$prefix/consumer")" = "consumer works"
+quietly cmake --install "$ROSTER_BUILD_DIR" --prefix "$prefix"
+library=$(dirname "$(find "$prefix" -name libroster.so)")
+
+# A client's own headers: the names are those of the library's, where nothing but "roster/" would tell them apart.
+(cd "$ROSTER_SOURCE_DIR/roster" && find . -mindepth 2 -name '*.h' -printf '%P\n') >"$work/own"
+[[ $(wc -l <"$work/own") -gt 50 ]] || fail "the library's headers are not found"
+{ cat "$work/own"; echo platform/export.h; echo account/string_list.h; } | while read -r header; do
+  mkdir -p "$hostile/$(dirname "$header")"
+  echo '#error a header of the client is taken for one of the library' >"$hostile/$header"
+done
+cd "$hostile"
+
+# What is installed is what roster.h reaches.
+g++ -std=c++20 -I"$include" -M -x c++ "$include/roster/roster.h" | tr -s ' \\' '\n' | grep "^$include" | sort >"$work/reached"
+find "$include" -type f | sort | diff "$work/reached" - || fail "installed (>) is not what roster.h reaches (<)"
+
+# Twice, since a header may be met twice.
+compile_alone() {
+  printf '#include <%s>\n#include <%s>\n' "$2" "$2" |
+    "$1" -std=c++20 -iquote "$hostile" -I"$hostile" -I"$include" "${@:3}" -fsyntax-only -x c++ - 2>&1 ||
+    { echo "$1 does not compile <$2> by itself"; exit 1; }
+}
+export -f compile_alone
+export hostile include
+for compiler in g++ clang++; do
+  command -v "$compiler" >/dev/null || fail "there is no $compiler"
+  (cd "$include" && find . -type f -printf "$compiler\n%P\n")
+done | xargs -P2 -n2 bash -c 'compile_alone "$2" "$3" $1' - "${warnings[*]}" >"$work/log" || { cat "$work/log"; exit 1; }
+
+cp "$tests/main.cpp" "$tests/CMakeLists.txt" .
+flags="-I$hostile ${warnings[*]}"
+quietly cmake -S . -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_CXX_FLAGS="$flags"
+quietly cmake --build "$work/cmake"
+run_consumer "$work/cmake/consumer"
+
+read -ra package < <(PKG_CONFIG_PATH=$library/pkgconfig pkg-config --cflags --libs roster)
+quietly "$CXX" -std=c++20 -I"$hostile" "${warnings[@]}" main.cpp "${package[@]}" -o "$work/through-pkg-config"
+for compiler in g++ clang++; do
+  quietly "$compiler" -std=c++20 "${warnings[@]}" main.cpp -I"$include" -L"$library" -lroster -o "$work/bare-$compiler"
+done
+for program in through-pkg-config bare-g++ bare-clang++; do
+  LD_LIBRARY_PATH=$library run_consumer "$work/$program"
+done
+
+# The embedding project's own file checks what it gets from the source tree.
+mkdir embedder
+cp main.cpp "$tests/embedding/CMakeLists.txt" embedder
+quietly cmake -S embedder -B "$work/embedding" -G Ninja -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_CXX_FLAGS="$flags"
+grep -q '^CMAKE_BUILD_TYPE:STRING=$' "$work/embedding/CMakeCache.txt" || fail "the embedding project's build type is set"
+if grep -r --include=cmake_install.cmake -l 'file(INSTALL' "$work/embedding"; then fail "it gets install rules"; fi
+[[ $(ctest --test-dir "$work/embedding" -N) == *"Total Tests: 0"* ]] || fail "it gets tests"
+quietly cmake --build "$work/embedding" --target CMakeFiles/embedder.dir/main.cpp.o
 
 # The installed tool finds the library it was installed with, and not the one in the build tree.
-libraries=$(ldd "$prefix/usr/bin/rosterctl")
-[[ $libraries == *"libroster.so.1 => $prefix/usr/"* ]]
-"$prefix/usr/bin/rosterctl" types >/dev/null
-
-test "$(readlink "$library/libroster.so")" = libroster.so.1
-for unwanted in platform/linux tools tests; do
-  test ! -e "$prefix/usr/include/roster/$unwanted"
-done
+[[ $(ldd "$prefix/bin/rosterctl") == *"libroster.so.1 => $prefix/"* ]] || fail "rosterctl uses another library"
+quietly "$prefix/bin/rosterctl" types
+[[ $(readlink "$library/libroster.so") == libroster.so.1 ]] || fail "the library's links are not those of its SONAME"

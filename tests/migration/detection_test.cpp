@@ -21,8 +21,9 @@ TEST_F(DetectionTest, AsksForAMigrationOfARegistryWhoseVersionIsBelowTheCurrentO
   for (const auto& [version, lines] : cases) {
     device.writePropertyList(device.registryPath(), Dictionary{{"Version", version}});
     log.clear();
-    EXPECT_EQ(migrationNeed().isRosterOutOfDate, lines == yes) << formatted("version %@", version);
-    EXPECT_EQ(log.lines(), lines) << formatted("version %@", version);
+    SCOPED_TRACE(formatted("version %@", version));
+    EXPECT_EQ(migrationNeed().isRosterOutOfDate, lines == yes);
+    EXPECT_EQ(log.lines(), lines);
   }
 }
 
@@ -50,8 +51,8 @@ TEST_F(DetectionTest, RequiresAllThreePointersAndNamesTheFirstThatIsMissing) {
   EXPECT_THROW(ask(nullptr, nullptr, nullptr), AssertionFailure);
   EXPECT_THROW(ask(&flag, nullptr, nullptr), AssertionFailure);
   EXPECT_THROW(ask(&flag, &flag, nullptr), AssertionFailure);
-  const char* const names[] = {"migrateOldMailAccounts", "migrateOldTSAccounts", "migrateNewAccounts"};
-  for (const std::string name : names) EXPECT_EQ(linesWith(log.lines(), ": " + name + " cannot be nil"), 1U);
+  for (const std::string name : {"migrateOldMailAccounts", "migrateOldTSAccounts", "migrateNewAccounts"})
+    EXPECT_EQ(linesWith(log.lines(), ": " + name + " cannot be nil"), 1U) << name;
   EXPECT_EQ(linesWith(log.lines(), ", AccountsManager.cpp:"), 3U);
 }
 

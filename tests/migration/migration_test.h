@@ -23,14 +23,14 @@ inline std::string needsMigration(int mail, int syncAccounts, int registry) {
       mail, syncAccounts, registry);
 }
 
-/// What one process sends to others, as often as they wait for it. Its file goes with the test's process.
+/// What one process sends to others, as often as they wait for it. Its fd is closed when the process ends.
 struct Signal {
-  void send() const { EXPECT_EQ(eventfd_write(file, 1), 0); }
+  void send() const { EXPECT_EQ(eventfd_write(fd, 1), 0); }
   void await() const {
     eventfd_t one = 0;
-    EXPECT_EQ(eventfd_read(file, &one), 0);
+    EXPECT_EQ(eventfd_read(fd, &one), 0);
   }
-  int file = eventfd(0, EFD_SEMAPHORE | EFD_CLOEXEC);
+  int fd = eventfd(0, EFD_SEMAPHORE | EFD_CLOEXEC);
 };
 
 /// The base of tests that migrate a device with the tests' migrator, whose class stays with the process.
@@ -55,9 +55,9 @@ class MigrationTest : public OwnProcessTest {
   }
   std::string lockPath() const { return device.path("tmp/AccountMigrationInProgress"); }
   bool isLockFree() const {
-    const int file = open(lockPath().c_str(), O_RDONLY | O_CLOEXEC);
-    const bool isFree = flock(file, LOCK_EX | LOCK_NB) == 0;
-    close(file);
+    const int fd = open(lockPath().c_str(), O_RDONLY | O_CLOEXEC);
+    const bool isFree = flock(fd, LOCK_EX | LOCK_NB) == 0;
+    close(fd);
     return isFree;
   }
 };

@@ -31,13 +31,13 @@ bool listenToNobody(const Signal& isReady) {
   isReady.send();
   while (true) pause();
 }
-/// Ends, and well when what it hears is the request.
+/// Ends with the first signal; true when that is the request.
 bool listenToTheBus(const Signal& isReady) {
   SignalListener listener("com.nimbal.Harbor.BackupAgent");
   isReady.send();
   return listener.next() == Lines{"/com/nimbal/Harbor/BackupAgent", "WillStart"};
 }
-/// Starts a process with the daemon's name, which ends with the test's at the latest.
+/// Starts a process with the daemon's name. It ends when the test's process does, or before.
 pid_t startDaemon(bool (*life)(const Signal& isReady) = &listenToNobody) {
   const Signal isReady;
   const pid_t process = startProcess([&] {
@@ -59,7 +59,7 @@ class MigrationDaemonTest : public MigrationTest {
   }
   void TearDown() override { sd_event_unref(loop); }
 
-  /// Has the thread's event loop do something in its next turn.
+  /// Has the thread's event loop call a function in its next turn.
   void later(std::function<void()> something) {
     work = std::move(something);
     const auto handler = [](sd_event_source*, void* test) {
@@ -132,6 +132,7 @@ TEST_F(MigrationDaemonTest, LeavesTheWebEnginesLockAsItWasThoughTheEventLoopLets
   ASSERT_NE(engine, nullptr);
   const auto release = reinterpret_cast<void (*)()>(dlsym(engine, "webEngineReleaseThreadLock"));
   for (const bool wasHeld : {false, true}) {
+    SCOPED_TRACE(wasHeld ? "held before" : "free before");
     const pid_t daemon = startDaemon();
     ASSERT_TRUE(!wasHeld || takeWebEngineThreadLock());
     later([&] {
@@ -151,7 +152,7 @@ TEST_F(MigrationDaemonTest, FailsAnAssertionAndFreesTheLockWhenTheWebEngineIsNon
   const std::string engine = device.writeFile("resources/WebEngine.so", "not a library");
   writeRegistry(11);
   const pid_t daemon = startDaemon();
-  EXPECT_THROW(migrateIfNeeded(), AssertionFailure);
+  EXPECT_THROW(static_cast<void>(migrateIfNeeded()), AssertionFailure);
   EXPECT_EQ(linesWith(log.lines(), "AccountsManager.cpp"), 1U);
   EXPECT_EQ(linesWith(log.lines(), "the web engine's thread lock: " + engine + ": file too short"), 1U);
   EXPECT_TRUE(isLockFree());

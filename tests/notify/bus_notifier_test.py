@@ -13,7 +13,7 @@ import threading
 import unittest
 from pathlib import Path
 
-LONG = 60  # seconds
+TIMEOUT = 60  # seconds
 INTERFACE = "com.nimbal.roster.Accounts"
 MAIL, CONTACTS, CALENDARS = (f"com.nimbal.Dataclass.{name}" for name in ("Mail", "Contacts", "Calendars"))
 ADDED, MODIFIED, REMOVED = range(3)
@@ -71,7 +71,7 @@ class Bus:
     def read_until(self, mark):
         lines = []
         while True:
-            line = self.lines.get(timeout=LONG)
+            line = self.lines.get(timeout=TIMEOUT)
             if mark in line:
                 return lines
             lines.append(line)
@@ -79,7 +79,7 @@ class Bus:
     def signals(self):
         """The signals since the last call, up to now."""
         subprocess.run(["dbus-send", f"--bus={self.address}", "--type=signal", "/mark", f"{INTERFACE}.Mark"],
-                       check=True, timeout=LONG)
+                       check=True, timeout=TIMEOUT)
         found = []
         for line in self.read_until("member=Mark"):
             if line.startswith(" "):
@@ -119,7 +119,7 @@ class BusNotifierTest(unittest.TestCase):
         return [stored["Enabled Dataclasses"] for stored in plistlib.loads(self.registry.read_bytes())["Accounts"]]
 
     def run_program(self, *command):
-        done = subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=LONG)
+        done = subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=TIMEOUT)
         self.assertEqual(done.returncode, 0, (command, done.stdout, done.stderr))
         return done
 

@@ -14,7 +14,7 @@ using namespace std::string_literals;
 
 constexpr std::uint64_t nowhere = 250;
 
-/// Uses a value in every way that a program could, whatever it is; fails when a sound one lets us down.
+/// Uses a file's value in every way that a program could; a sound one must then be as good as any other.
 void exercise(std::string_view bytes) {
   const Result<Value> sound = parse(bytes);
   const Result<Value> value = parse(bytes, Soundness::inspected);
@@ -39,17 +39,18 @@ void exercise(std::string_view bytes) {
 }
 
 TEST(BinaryPropertyList, ReadsWhatItsOwnWriterSpellsOtherwise) {
-  const std::pair<std::string, Value> cases[] = {
-      {"\x14"s + std::string(15, '\xFF') + "\xFB", -5},
-      {"\x23"s + bigEndian(0x3FF8000000000000, 8), 1.5},
-      {"\x62\0a\0b"s, "ab"},
+  const std::tuple<const char*, std::string, Value> cases[] = {
+      {"an integer of sixteen bytes", "\x14"s + std::string(15, '\xFF') + "\xFB", -5},
+      {"a real of eight bytes that four could hold", "\x23"s + bigEndian(0x3FF8000000000000, 8), 1.5},
+      {"ASCII as UTF-16", "\x62\0a\0b"s, "ab"},
   };
-  for (const auto& [object, expected] : cases) EXPECT_EQ(*parse(assemble({object})), expected);
+  for (const auto& [name, object, expected] : cases) EXPECT_EQ(*parse(assemble({object})), expected) << name;
   for (const unsigned width : {1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U}) {
     const std::vector<std::string> objects = {dictionaryObject({1, 2, 3, 4}, width), textObject("key"),
                                               textObject("list"), "\x09", arrayObject({3, 1}, width)};
     const Result<Value> value = parse(assemble(objects, {width, 9 - width}));
-    EXPECT_EQ(*value, (Dictionary{{"key", true}, {"list", array(true, "key")}})) << width;
+    EXPECT_EQ(*value, (Dictionary{{"key", true}, {"list", array(true, "key")}}))
+        << "references of " << width << " bytes";
   }
   for (const unsigned width : {1U, 2U, 4U, 8U}) {
     const std::string set = marker(0xC, 2, width) + references({1, 1}, 1);
@@ -83,13 +84,14 @@ TEST(BinaryPropertyList, SaysWhatHasNoPlaceAndKeepsTheRest) {
       {"two that contain each other", dictionaryObject({2, 0}), Fault::containsItself},
   };
   for (const auto& [name, object, fault] : cases) {
+    SCOPED_TRACE(name);
     const std::string file =
         assemble({arrayObject({1, 2}), object, textObject("key"), "\x10\x01", "\x51\xFF"});
-    EXPECT_EQ(parse(file).error().message, "a value in it " + std::string(describe(fault))) << name;
+    EXPECT_EQ(parse(file).error().message, "a value in it " + std::string(describe(fault)));
     const Result<Value> inspected = parse(file, Soundness::inspected);
-    EXPECT_EQ(inspected->fault(), fault) << name;
-    EXPECT_EQ(inspected->array()->at(1), "key") << name;
-    EXPECT_FALSE(binaryPropertyList(*inspected)) << "nothing is written in the place of what was lost";
+    EXPECT_EQ(inspected->fault(), fault);
+    EXPECT_EQ(inspected->array()->at(1), "key");
+    EXPECT_FALSE(binaryPropertyList(*inspected)) << "nothing is written instead of what was lost";
     exercise(file);
   }
   EXPECT_EQ(parse(assemble({"\x80\x07"})).error().message,
@@ -139,11 +141,13 @@ TEST(BinaryPropertyList, BoundsDepthAndUnfolding) {
     return assemble(objects, {.referenceWidth = 3});
   };
   for (const std::size_t levels : {limits::maximumDepth, limits::maximumDepth + 1, std::size_t{100'000}}) {
+    SCOPED_TRACE(std::to_string(levels) + " levels");
     const bool isTooDeep = parse(chain(levels), Soundness::inspected)->fault() == Fault::tooDeep;
-    EXPECT_EQ(isTooDeep, levels > limits::maximumDepth) << levels;
+    EXPECT_EQ(isTooDeep, levels > limits::maximumDepth);
     exercise(chain(levels));
   }
   for (const bool hasDictionaries : {false, true}) {
+    SCOPED_TRACE(hasDictionaries ? "shared dictionaries" : "shared arrays");
     std::vector<std::string> objects = {arrayObject({1, 2, 63})};
     for (std::uint64_t i = 2; i < 62; ++i) {
       objects.push_back(hasDictionaries ? dictionaryObject({62, 63, i, i}) : arrayObject({i, i}));
@@ -166,15 +170,15 @@ TEST(BinaryPropertyList, SurvivesTruncationAndAnyChangedByte) {
   const std::string good = *binaryPropertyList(
       Dictionary{{"Accounts", array(record, Dictionary{{"Type", "Gmail"}})}, {"Version", 3}});
   for (std::size_t size = 0; size < good.size(); ++size)
-    EXPECT_FALSE(parse(std::string_view(good).substr(0, size), Soundness::inspected)) << size;
-  for (std::size_t at = 0; at < good.size(); ++at) {
-    const int byte = static_cast<unsigned char>(good[at]);
+    EXPECT_FALSE(parse(std::string_view(good).substr(0, size), Soundness::inspected)) << "cut after " << size;
+  for (std::size_t offset = 0; offset < good.size(); ++offset) {
+    const int byte = static_cast<unsigned char>(good[offset]);
     std::vector<int> others = {0x00, 0xFF, 0x5F, 0xA2, 0xD1, byte ^ 1, byte ^ 0x10, byte + 1, byte - 1};
-    const bool isTrailer = at >= good.size() - 32;
+    const bool isTrailer = offset >= good.size() - 32;
     for (int other = 0; isTrailer && other < 256; ++other) others.push_back(other);
     for (const int other : others) {
-      SCOPED_TRACE("byte " + std::to_string(at) + " is " + std::to_string(other));
-      exercise(std::string(good).replace(at, 1, 1, static_cast<char>(other)));
+      SCOPED_TRACE("byte " + std::to_string(offset) + " is " + std::to_string(other));
+      exercise(std::string(good).replace(offset, 1, 1, static_cast<char>(other)));
     }
   }
 }

@@ -12,7 +12,7 @@
 namespace roster::testing {
 namespace {
 
-/// A big-endian number, so many bytes before the end of a file.
+/// The big-endian number that begins so many bytes before the end of a file.
 std::uint64_t numberBefore(std::string_view file, std::size_t bytesBeforeEnd, unsigned width) {
   std::uint64_t number = 0;
   for (const char byte : file.substr(file.size() - bytesBeforeEnd, width))
@@ -56,7 +56,8 @@ TEST(BinaryWriter, StoresWhatIsEqualOnce) {
       {array("same", read, read, "part"), 5},
   };
   for (const auto& [value, objects] : cases) {
-    EXPECT_EQ(numberBefore(write(value), 24, 8), objects) << describe(value);
+    SCOPED_TRACE(describe(value));
+    EXPECT_EQ(numberBefore(write(value), 24, 8), objects);
     EXPECT_EQ(describe(*parse(write(value))), describe(value));
   }
 }
@@ -64,16 +65,17 @@ TEST(BinaryWriter, StoresWhatIsEqualOnce) {
 TEST(BinaryWriter, UsesTheNarrowestWidths) {
   const auto bytesFor = [](std::uint64_t largest) { return (std::bit_width(largest) + 7U) / 8U; };
   for (const std::size_t size : {1U, 240U, 241U, 255U, 256U, 65526U, 65527U, 65528U, 65535U, 65536U}) {
+    SCOPED_TRACE(size);
     // Many objects need wide references, and a long one wide offsets.
     std::vector<Value> numbers;
     while (numbers.size() < size) numbers.emplace_back(numbers.size());
     for (const Value& value : {Value(Array(numbers)), Value(array(std::string(size, 'x'), true))}) {
       const std::string file = write(value);
       const std::uint64_t objects = numberBefore(file, 24, 8);
-      EXPECT_EQ(numberBefore(file, 25, 1), bytesFor(objects - 1)) << size;
+      EXPECT_EQ(numberBefore(file, 25, 1), bytesFor(objects - 1));
       const auto offsetWidth = static_cast<unsigned>(numberBefore(file, 26, 1));
-      EXPECT_EQ(offsetWidth, bytesFor(numberBefore(file, 32 + offsetWidth, offsetWidth))) << size;
-      EXPECT_EQ(*parse(file), value) << size;
+      EXPECT_EQ(offsetWidth, bytesFor(numberBefore(file, 32 + offsetWidth, offsetWidth)));
+      EXPECT_EQ(*parse(file), value);
     }
   }
 }
@@ -81,6 +83,7 @@ TEST(BinaryWriter, UsesTheNarrowestWidths) {
 TEST(BinaryWriter, RefusesDictionariesThatContainThemselves) {
   MutableDictionary self;
   for (const bool isDirect : {true, false}) {
+    SCOPED_TRACE(isDirect ? "directly" : "through arrays");
     self.set("self", isDirect ? Value(self) : array(1, array(self)));
     EXPECT_EQ(write(self), because(Fault::containsItself));
     EXPECT_TRUE(Value(self).deepCopy().isNil());
@@ -111,15 +114,22 @@ TEST(BinaryWriter, RefusesWhatItsReaderWouldRefuse) {
     arrays.emplace_back(array(arrays.back(), arrays.back()));
     dictionaries = Dictionary{{"left", dictionaries}, {"right", dictionaries}};
   }
-  for (const Value& bomb : {arrays.back(), Value(Array(arrays)), dictionaries})
-    EXPECT_EQ(write(bomb), because(Fault::tooLarge));
+  const std::pair<const char*, Value> bombs[] = {
+      {"arrays", arrays.back()}, {"all arrays side by side", Array(arrays)}, {"dictionaries", dictionaries}};
+  for (const auto& [name, bomb] : bombs) EXPECT_EQ(write(bomb), because(Fault::tooLarge)) << name;
   const Value large = array(Array(std::vector<Value>(20'000, "x")));
   const std::string file = write(array(Array(std::vector<Value>(200, large))));
   EXPECT_EQ(parse(file, Soundness::inspected)->fault(), Fault::tooLarge) << "records may share large parts";
 
-  for (const char* text : {"\xC3(", "\xC0\x80", "\xED\xA0\xBC", "\xF5\x80\x80\x80", "\xE2\x82", "\x80"}) {
-    EXPECT_EQ(write(text), because(Fault::badText));
-    EXPECT_EQ(write(Dictionary{{text, 1}}), because(Fault::badText));
+  const std::pair<const char*, const char*> texts[] = {{"a start without its end", "\xC3("},
+                                                       {"too long a spelling", "\xC0\x80"},
+                                                       {"a surrogate", "\xED\xA0\xBC"},
+                                                       {"beyond the last character", "\xF5\x80\x80\x80"},
+                                                       {"cut off", "\xE2\x82"},
+                                                       {"an end without its start", "\x80"}};
+  for (const auto& [name, text] : texts) {
+    EXPECT_EQ(write(text), because(Fault::badText)) << name;
+    EXPECT_EQ(write(Dictionary{{text, 1}}), because(Fault::badText)) << name;
   }
   EXPECT_EQ(write(Value()), "there is no value");
 }

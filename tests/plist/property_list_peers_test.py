@@ -13,6 +13,7 @@ from pathlib import Path
 COPY = Path(os.environ["ROSTER_TEST_PROGRAMS"]) / "plist_copy"
 CONVERTER = shutil.which("plistutil")
 
+FORMATS = (plistlib.FMT_XML, plistlib.FMT_BINARY)
 SCALARS = [
     True, False, 0, 1, -1, 127, 128, 255, 256, 65535, 65536, 2**31, 2**32 - 1, 2**32, 2**63 - 1, 2**63, 2**64 - 1,
     -128, -2**31, -2**63, 0.0, 1.0, -2.5, 0.1, 1e300, 5e-324, 2.0**53, "", "plain", "x" * 14, "x" * 15, "x" * 300,
@@ -45,6 +46,12 @@ def typed(value):
     return type(value).__name__, repr(value)
 
 
+def smallest(value, is_lost):
+    """The smallest part of a value, or the value itself, that is lost although none of its own parts is."""
+    parts = value.values() if isinstance(value, dict) else value if isinstance(value, list) else []
+    return next((smallest(part, is_lost) for part in parts if is_lost(part)), value)
+
+
 def copy(source, target):
     return subprocess.run([COPY, source, target], capture_output=True, text=True, check=False)
 
@@ -55,11 +62,18 @@ class PropertyListPeers(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name)
 
-    def values(self):
-        source = random.Random(20)
-        yield SCALARS
-        yield {f"key {index}": value for index, value in enumerate(SCALARS)}
-        yield from ([random_value(source) for _ in range(10)] for _ in range(5))
+    @staticmethod
+    def rows():
+        """Values to be copied: a name, the value, and the formats that can hold it."""
+        yield "scalars", SCALARS, FORMATS
+        yield "scalars under keys", {f"key {index}": value for index, value in enumerate(SCALARS)}, FORMATS
+        yield "fractions of a second", [datetime.datetime(2020, 1, 2, 3, 4, 5, 250000),
+                                        datetime.datetime(1999, 12, 31, 23, 59, 59, 500000)], FORMATS[1:]
+        for count in (255, 256, 65536):  # many objects take wide references
+            yield f"{count} objects", list(range(0, 3 * count, 3)), FORMATS[1:]
+        for draw in range(5):
+            source = random.Random(f"20 {draw}")
+            yield f"draw {draw}", [random_value(source) for _ in range(10)], FORMATS
 
     def copied(self, data):
         """What our program makes of the bytes, as bytes."""
@@ -70,22 +84,19 @@ class PropertyListPeers(unittest.TestCase):
         return target.read_bytes()
 
     def test_the_standard_library_reads_back_what_it_wrote(self):
-        for value in self.values():
-            for file_format in (plistlib.FMT_XML, plistlib.FMT_BINARY):
-                data = self.copied(plistlib.dumps(value, fmt=file_format, sort_keys=False))
-                back = plistlib.loads(data, fmt=plistlib.FMT_BINARY)
-                self.assertEqual(typed(back), typed(value))
+        def back(value, file_format):
+            data = self.copied(plistlib.dumps(value, fmt=file_format, sort_keys=False))
+            return plistlib.loads(data, fmt=plistlib.FMT_BINARY)
 
-    def test_many_objects_take_wide_references(self):
-        for count in (255, 256, 65536):
-            value = [index * 3 for index in range(count)]
-            data = self.copied(plistlib.dumps(value, fmt=plistlib.FMT_BINARY))
-            self.assertEqual(plistlib.loads(data), value)
-
-    def test_fractions_of_a_second_survive(self):
-        value = [datetime.datetime(2020, 1, 2, 3, 4, 5, 250000), datetime.datetime(1999, 12, 31, 23, 59, 59, 500000)]
-        data = self.copied(plistlib.dumps(value, fmt=plistlib.FMT_BINARY))
-        self.assertEqual(plistlib.loads(data), value)
+        for name, value, formats in self.rows():
+            for file_format in formats:
+                def is_lost(part):
+                    return typed(back([part], file_format)) != typed([part])
+                with self.subTest(name, file_format=file_format):
+                    if typed(back(value, file_format)) != typed(value):
+                        part = smallest(value, is_lost)
+                        self.assertEqual(typed(back([part], file_format)), typed([part]))
+                        self.fail("the whole is lost, but none of its parts")
 
     def test_what_has_no_place_is_refused_with_a_reason(self):
         source = self.folder / "uid.plist"
@@ -113,8 +124,9 @@ class PropertyListPeers(unittest.TestCase):
         ours = self.copied(plistlib.dumps(value, fmt=plistlib.FMT_BINARY))
         self.assertEqual(typed(plistlib.loads(converted(ours, "xml"))), typed(value))
         for file_format in ("xml", "bin"):
-            data = self.copied(converted(ours, file_format))
-            self.assertEqual(typed(plistlib.loads(data)), typed(value))
+            with self.subTest(file_format):
+                data = self.copied(converted(ours, file_format))
+                self.assertEqual(typed(plistlib.loads(data)), typed(value))
 
 
 if __name__ == "__main__":

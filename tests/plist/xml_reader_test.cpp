@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "roster/base/base64.h"
 #include "roster/base/limits.h"
 #include "tests/support/binary_assembler.h"
 #include "tests/support/values.h"
@@ -45,6 +46,18 @@ TEST(XmlPropertyList, ReadsElementsInEverySpelling) {
     EXPECT_EQ(*parse(document), true) << document;
 }
 
+TEST(XmlPropertyList, ReadsDataOfEveryLengthAsItIsWrittenInBase64) {
+  std::string bytes;
+  for (int size = 0; size < 20; ++size) {
+    const Value data = bytesValue(bytes);
+    std::string text = base64Text(*data.bytes());
+    EXPECT_EQ(*parseElement("<data>" + text + "</data>"), data) << text;
+    text.insert(text.size() / 2, "=");
+    EXPECT_FALSE(bytesFromBase64(text)) << text;
+    bytes += static_cast<char>(37 * size + 251);
+  }
+}
+
 TEST(XmlPropertyList, SaysWhatIsWrongAndWhere) {
   const std::pair<const char*, const char*> cases[] = {
       {"<dict><key>a</key></dict>", "a key without a value"},
@@ -77,24 +90,27 @@ TEST(XmlPropertyList, RefusesDeclaredEntitiesAndFetchesNone) {
               repeated("&" + name + ";", 10) + "'>";
   }
   const std::string attributes = "[<!ATTLIST plist " + repeated("a CDATA 'x' ", 100) + ">]";
-  const std::tuple<std::string, const char*, const char*> cases[] = {
-      {laughs + "]", "<string>&a9;</string>", "an entity that XML does not define: &a9;"},
-      {laughs + "]", "<true a='&a9;'/>",
+  const std::tuple<const char*, std::string, const char*, const char*> cases[] = {
+      {"a growing entity in a text", laughs + "]", "<string>&a9;</string>",
+       "an entity that XML does not define: &a9;"},
+      {"a growing entity in an attribute", laughs + "]", "<true a='&a9;'/>",
        "limit on input amplification factor (from DTD and entities) breached"},
-      {"SYSTEM \"x.dtd\"", "<string>&a;</string>", "an entity that XML does not define: &a;"},
-      {"[<!ENTITY a SYSTEM \"/etc/hostname\">]", "<string>&a;</string>", "an entity outside the file"},
-      {attributes, "<true/>", "a document type with too many attributes"},
+      {"an entity that another file may declare", "SYSTEM \"x.dtd\"", "<string>&a;</string>",
+       "an entity that XML does not define: &a;"},
+      {"another file as an entity", "[<!ENTITY a SYSTEM \"/etc/hostname\">]", "<string>&a;</string>",
+       "an entity outside the file"},
+      {"many attributes", attributes, "<true/>", "a document type with too many attributes"},
   };
-  for (const auto& [type, element, error] : cases) {
+  for (const auto& [name, type, element, error] : cases) {
     const std::string text = "<!DOCTYPE plist " + type + "><plist>" + element + "</plist>";
-    EXPECT_EQ(parse(text).error().message, "line 1: " + std::string(error)) << text.substr(0, 100);
+    EXPECT_EQ(parse(text).error().message, "line 1: " + std::string(error)) << name;
   }
 }
 
 TEST(XmlPropertyList, PassesOverWhatIsNestedTooDeeplyAndKeepsTheRest) {
-  const std::size_t most = limits::maximumDepth;
-  EXPECT_TRUE(parse(repeated("<array>", most) + repeated("</array>", most)));
-  EXPECT_EQ(parse(repeated("<array>", most + 1) + repeated("</array>", most + 1)).error().message,
+  const std::size_t maximum = limits::maximumDepth;
+  EXPECT_TRUE(parse(repeated("<array>", maximum) + repeated("</array>", maximum)));
+  EXPECT_EQ(parse(repeated("<array>", maximum + 1) + repeated("</array>", maximum + 1)).error().message,
             "a value in it is nested too deeply");
 
   const std::string deep = repeated("<dict><key>a</key>", 100'000) + "<true/>" + repeated("</dict>", 100'000);

@@ -1,4 +1,4 @@
-#include "bench/floors.h"
+#include "bench/baselines.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -33,26 +33,26 @@ std::size_t statusEntry(const std::string& name) {
 }  // namespace
 
 void readIntoFreshMemory(const std::string& path) {
-  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  require(file >= 0, "open");
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  require(fd >= 0, "open");
   struct stat attributes {};
-  require(fstat(file, &attributes) == 0, "fstat");
+  require(fstat(fd, &attributes) == 0, "fstat");
   freshSize = static_cast<std::size_t>(attributes.st_size);
   freshMemory = mmap(nullptr, freshSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   require(freshMemory != MAP_FAILED, "mmap");
-  require(read(file, freshMemory, freshSize) == static_cast<ssize_t>(freshSize), "read");
-  close(file);
+  require(read(fd, freshMemory, freshSize) == static_cast<ssize_t>(freshSize), "read");
+  close(fd);
 }
 
 void releaseFreshMemory() { munmap(freshMemory, freshSize); }
 
 void writeDurably(const std::string& path, const std::string& bytes) {
-  const std::string beside = path + ".floor";
-  const int file = open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  require(file >= 0, "open");
-  require(write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "write");
-  require(fsync(file) == 0, "fsync");
-  close(file);
+  const std::string beside = path + ".baseline";
+  const int fd = open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  require(fd >= 0, "open");
+  require(write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "write");
+  require(fsync(fd) == 0, "fsync");
+  close(fd);
   require(rename(beside.c_str(), path.c_str()) == 0, "rename");
   const int folder =
       open(std::filesystem::path(path).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
