@@ -128,7 +128,7 @@ bool save(AccountsManager& store) {
     // Somebody who should hear of the save is set up wrongly. The registry is written before they are told.
     systemLog("AccountMigrator: not everybody was told of the accounts: %@", failure.what());
   }
-  return store.lastSaveError().empty();
+  return !store.lastSaveError();
 }
 
 class AccountsDataMigrator : public roster::AccountMigrationProtocol {

@@ -42,8 +42,8 @@ class AccountCheck {
 
   std::vector<std::shared_ptr<RSRuntimeFixProtocol>> fixers_;
   std::vector<RegistryFinding> findings_;
-  OrderedMap<std::string> topLevelPlaces_;
-  OrderedMap<std::string> childPlaces_;
+  OrderedMap<std::string> topLevelPositions_;
+  OrderedMap<std::string> childPositions_;
   std::uint64_t work_ = 0;
 };
 

@@ -36,7 +36,8 @@ class ChildMoves {
     AccountPtr account;
     /// The elements of "ChildAccounts"; nil where one was taken out.
     std::vector<Value> children{};
-    std::unordered_map<std::string, std::vector<std::size_t>> placesByID{};
+    /// Where the elements with an identifier stand.
+    std::unordered_map<std::string, std::vector<std::size_t>> indexesByID{};
     bool hasChildren = false;
     bool isChanged = false;
   };
