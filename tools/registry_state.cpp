@@ -1,5 +1,7 @@
 #include "tools/registry_state.h"
 
+#include <utility>
+
 #include "roster/store/accounts_manager.h"
 #include "roster/store/registry_check.h"
 #include "tools/terminal.h"
@@ -23,8 +25,11 @@ Array identified(const Array& accounts) {
 
 std::vector<AccountChange> RegistryState::update() {
   const Result<Array> accounts = readRegistryAccounts(path_);
-  tellDamage(accounts ? std::string() : accounts.error().message);
-  if (!accounts) return {};
+  if (!accounts) {
+    tellDamage(accounts.error().message);
+    return {};
+  }
+  if (std::exchange(damage_, std::nullopt)) note(path_ + " can be read again");
   // What was judged above is what is compared: a store that reads the file itself could meet another one.
   const auto store = AccountsManager::initWithAccounsInfoArray(identified(*accounts));
   Snapshot now(store->allBasicAccounts()->span());
@@ -35,11 +40,9 @@ std::vector<AccountChange> RegistryState::update() {
 }
 
 void RegistryState::tellDamage(const std::string& damage) {
-  if (damage.empty() && !damage_.empty()) note(path_ + " can be read again");
-  if (!damage.empty() && damage != damage_) {
-    warn(damage, known_ ? "nothing counts as changed until it can be read again"
-                        : "no changes are shown before it has been read once");
-  }
+  if (damage_ == damage) return;
+  warn(damage, known_ ? "nothing counts as changed until it can be read again"
+                      : "no changes are shown before it has been read once");
   damage_ = damage;
 }
 

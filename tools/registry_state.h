@@ -24,7 +24,8 @@ class RegistryState {
   std::string path_;
   /// Nothing as long as it could never be read.
   std::optional<Snapshot> known_;
-  std::string damage_;
+  /// Why it could not be read the last time; nothing when it could.
+  std::optional<std::string> damage_;
 };
 
 }  // namespace roster::tool

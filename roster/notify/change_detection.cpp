@@ -38,7 +38,7 @@ void addMissing(const StringList& list, const StringList& other, DistinctTexts& 
 }
 
 /// Which dataclasses are enabled is compared by itself, children have accounts of their own, and the activity
-/// comes and goes without anybody's doing: none of them concerns the other enabled dataclasses.
+/// changes by itself: none of them concerns the other enabled dataclasses.
 bool isComparedByContent(const String& key) {
   return !(key == kAccountEnabledDataclasses || key == kAccountChildAccounts || key == "IsActive");
 }

@@ -142,7 +142,7 @@ void AccountCheck::checkLostParts(const Value& element, const Dictionary& usable
     add(Kind::damage, where, what, "it " + std::string(describe(element.fault())));
 }
 
-/// Shows the record to the fixers as a load does; false when one gives it up.
+/// Shows the record to the fixers as a load does; returns false when one finds it beyond repair.
 bool AccountCheck::checkFixers(const AccountPtr& account, const std::string& where) {
   for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : fixers_) {
     const String before = account->accountClass();
@@ -209,7 +209,7 @@ void AccountCheck::checkIdentifier(const Dictionary& stored, const std::string& 
   positions.set(identifier, where);
 }
 
-/// What holds of top-level accounts and children alike.
+/// What applies to top-level accounts and children alike.
 void AccountCheck::checkRecord(const AccountPtr& account, const Dictionary& stored,
                                const std::string& where) {
   work_ += stored.size();

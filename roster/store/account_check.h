@@ -13,7 +13,7 @@
 
 namespace roster {
 
-/// Collects what is to be said about a registry, one account after the other. Each goes through the very
+/// Collects the findings about a registry, account by account. Each goes through the very
 /// operations that load it, so that the findings cannot differ from what a store does.
 class AccountCheck {
  public:

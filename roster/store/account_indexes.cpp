@@ -27,8 +27,8 @@ std::vector<AccountPtr> AccountIndexes::childrenOf(const AccountPtr& parent) con
   if (children == nullptr) return records;
   // Of what was entered several times the last entry made the record.
   std::unordered_set<const BasicAccount*> listed;
-  for (auto id = children->ids.rbegin(); id != children->ids.rend(); ++id) {
-    const AccountPtr* child = childAccountsByID_.find(*id);
+  for (std::size_t index = children->ids.size(); index-- > 0;) {
+    const AccountPtr* child = childAccountsByID_.find(children->ids[index]);
     if (child == nullptr || (*child)->parentAccount() != parent || !listed.insert(child->get()).second)
       continue;
     records.push_back(*child);

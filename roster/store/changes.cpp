@@ -17,11 +17,11 @@ String storedIdentifier(const AccountPtr& account) {
   return account->accountPropertyForKey(kAccountIdentifier).string();
 }
 
-/// Equality of identifiers: what has none is the same as nothing.
+/// Whether two identifiers are the same; a record without one is the same as no other.
 bool areSame(const String& identifier, const String& other) { return identifier && identifier == other; }
 
-/// Makes new top-level accounts of a store's, step by step. Children are indexed on the way; who is top-level
-/// only changes at the end.
+/// Replaces a store's top-level accounts, step by step. Children are indexed on the way; the list of
+/// top-level accounts changes only at the end.
 class AccountReplacement {
  public:
   explicit AccountReplacement(AccountIndexes& indexes) : indexes_(indexes) {

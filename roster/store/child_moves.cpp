@@ -48,7 +48,7 @@ ChildMoves::Parent& ChildMoves::open(const AccountPtr& account) {
 }
 
 ChildMoves::Parent ChildMoves::take(const AccountPtr& account) {
-  // What it does not hold itself it has from its own parent, who may be open.
+  // Properties that it lacks are those of its own parent, which may be open.
   if (account->parentAccount()) writeAll();
   Parent taken{.account = account};
   note(account->properties(), Role::asParent);

@@ -28,7 +28,7 @@ class ChildMoves {
   void remove(const String& childID, const AccountPtr& parent);
   /// Appends the child's live properties to the parent's children. Does nothing without a parent.
   void add(const AccountPtr& child, const AccountPtr& parent);
-  /// Hands back whatever parent goes by the identifier, because somebody else is about to index its children.
+  /// Closes the parent with the identifier, because somebody else is about to index its children.
   void release(const String& parentID);
 
  private:

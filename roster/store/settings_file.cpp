@@ -92,10 +92,10 @@ Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Err
   const bool isToBeKept = damage && fileExists(path_);
   const std::string copy = isToBeKept ? nameForDamaged() : std::string();
   if (isToBeKept) {
-    if (const Result<> kept = keepFileAs(path_, copy); !kept) return kept;
+    if (Result<> kept = keepFileAs(path_, copy); !kept) return kept;
   }
-  const Result<> replaced = replaceFile(path_, std::as_bytes(std::span(bytes)));
-  // While the damaged file is still in its place, a second name for it would only be litter.
+  Result<> replaced = replaceFile(path_, std::as_bytes(std::span(bytes)));
+  // While the damaged file is still in its place, a second name for it is of no use.
   std::error_code ignored;
   const bool isLitter = !replaced && isToBeKept && std::filesystem::equivalent(path_, copy, ignored);
   if (isLitter) std::filesystem::remove(copy, ignored);

@@ -35,8 +35,8 @@ class SettingsFile {
   Registry read() const;
 
   /// Replaces the file atomically. A damaged one is kept beside its successor, under its own name with
-  /// ".damaged-" and the time in UTC, and one line in the system log says so. After a
-  /// failure, also one to keep it, the old file is whole.
+  /// ".damaged-" and the time in UTC, and one line in the system log says so. After a failure,
+  /// also one to keep the damaged file, the old file is whole.
   Result<> replace(const std::string& bytes, const std::optional<Error>& damage) const;
 
  private:
