@@ -75,7 +75,7 @@ void saveTelling(std::size_t notifiers, benchmark::State& state) {
       const IterationTimer timer(state);
       store->saveAllAccounts();
     }
-    if (!store->lastSaveError().empty()) state.SkipWithError(store->lastSaveError().c_str());
+    if (store->lastSaveError()) state.SkipWithError(store->lastSaveError()->message.c_str());
   }
   AccountsManager::_setShouldSkipNotifications(false);
   if (BenchPlugins::toldChanges() != toldBefore + notifiers * saves) {

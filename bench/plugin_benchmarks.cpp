@@ -3,7 +3,7 @@
 #include "bench/bench_plugins.h"
 #include "bench/generated_registry.h"
 #include "bench/iteration_timer.h"
-#include "roster/notify/change_detection.h"
+#include "roster/notify/snapshot_properties.h"
 #include "roster/store/accounts_manager.h"
 
 namespace roster::bench {
@@ -65,7 +65,7 @@ void detectChangesFirst(benchmark::State& state) {
 void detectChangesAgain(benchmark::State& state) {
   const Unchanged unchanged(static_cast<std::size_t>(state.range(0)));
   const Snapshot snapshot = unchanged.snapshot();
-  snapshot.propertiesByID();
+  SnapshotProperties::of(snapshot).byID();
   for (auto _ : state) unchanged.timeDetection(state, snapshot);
 }
 

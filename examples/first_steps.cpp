@@ -9,6 +9,7 @@ int main() {
   account->setEnabledForDataclass(true, roster::kAccountDataclassMail);
   store->insertAccount(account);
   store->saveAllAccounts();
-  for (const auto& each : *store->allBasicAccounts()) std::cout << each->displayName().str() << '\n';
-  return store->lastSaveError().empty() ? 0 : 1;
+  const auto accounts = store->allBasicAccounts();
+  for (const auto& each : *accounts) std::cout << each->displayName().str() << '\n';
+  return store->lastSaveError() ? 1 : 0;
 }

@@ -16,7 +16,8 @@ std::string savedAgain(const testing::TemporaryDevice& device) {
             "an account is found by its identifier");
   }
   store->saveAllAccounts();
-  require(store->lastSaveError().empty(), store->lastSaveError());
+  const std::optional<Error>& error = store->lastSaveError();
+  require(!error, error ? error->message : "the registry can be saved");
   return device.readFile(device.registryPath());
 }
 

@@ -24,7 +24,6 @@
 #include "roster/migration/migration.h"
 #include "roster/notify/account_notifier.h"
 #include "roster/notify/change_detection.h"
-#include "roster/notify/snapshot.h"
 #include "roster/platform/assertion.h"
 #include "roster/platform/class_table.h"
 #include "roster/platform/device.h"

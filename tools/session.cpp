@@ -76,11 +76,8 @@ FoundAccount Session::find(const std::string& name) const {
   const String identifier(name);
   const AccountPtr shown = store_->accountWithIdentifier(identifier);
   if (shown && shown->identifier() == identifier) return {shown, nullptr};
-  if (shown) {
-    for (const AccountPtr& account : store_->allBasicSyncableAccounts()) {
-      if (account->parentAccount() == shown && account->identifier() == identifier) return {account, shown};
-    }
-  }
+  const AccountPtr child = store_->childAccountWithIdentifier(identifier);
+  if (shown && child && child->parentAccount() == shown) return {child, shown};
   throw CommandError("account " + name,
                      "there is none with this identifier in " + AccountsManager::fullPathToRosterPlist());
 }
@@ -97,11 +94,12 @@ void Session::save(const AccountPtr& changed) {
   if (changed) requireLoadable(*changed);
   warnOfLoss();
   // In two steps, so that what goes wrong in the second one is not taken for a failure of the first.
-  AccountsManager::_setShouldSkipNotifications(true);
-  store_->saveAllAccounts();
-  AccountsManager::_setShouldSkipNotifications(false);
-  if (!store_->lastSaveError().empty()) {
-    throw CommandError("could not save the registry", store_->lastSaveError());
+  {
+    const NotificationPause pause;
+    store_->saveAllAccounts();
+  }
+  if (const std::optional<Error>& error = store_->lastSaveError()) {
+    throw CommandError("could not save the registry", error->message);
   }
   try {
     store_->_sendNotificationsForChangedAccounts();

@@ -28,7 +28,7 @@ class Session {
   AccountsManager& store() { return *store_; }
   /// The top-level account or child with the identifier; fails when there is none.
   FoundAccount find(const std::string& name) const;
-  /// Gives a changed account back to the store; a child keeps its place among its parent's children.
+  /// Gives a changed account back to the store; a child keeps its position among its parent's children.
   void putBack(const FoundAccount& found);
   /// Saves, with a warning of what the file held that could not be loaded. Fails, before anything is
   /// written, when the changed top-level account would not survive the next load. Notifiers that cannot be

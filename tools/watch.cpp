@@ -40,14 +40,14 @@ std::string changeWord(RSAccountChangeType type) {
 StringList orderedDataclasses(const AccountChange& change) {
   StringList concerned = concernedDataclasses(change);
   const StringList& known = BasicAccount::allSupportedDataclasses();
-  const auto place = [&known](const std::string& dataclass) {
+  const auto indexOf = [&known](const std::string& dataclass) {
     return std::find(known.begin(), known.end(), dataclass) - known.begin();
   };
   std::stable_sort(concerned.begin(), concerned.end(),
                    [&](const std::string& left, const std::string& right) {
-                     const auto leftPlace = place(left);
-                     const auto rightPlace = place(right);
-                     return leftPlace == rightPlace ? left < right : leftPlace < rightPlace;
+                     const auto leftIndex = indexOf(left);
+                     const auto rightIndex = indexOf(right);
+                     return leftIndex == rightIndex ? left < right : leftIndex < rightIndex;
                    });
   return concerned;
 }
@@ -97,7 +97,7 @@ class ChangePrinter {
 
 CommandError outputIsClosed() { return CommandError("the standard output has been closed"); }
 
-/// Sleeps until something has happened at the path or the end is requested. Whether it is.
+/// Sleeps until something has happened at the path or the end is requested; returns whether it is.
 bool waitForEventsOrStop(const PathWatch& events, const StopSignals& stop) {
   // Nothing is asked of the output: the system tells by itself when nobody can read it any more.
   std::array<pollfd, 3> all{
@@ -106,15 +106,15 @@ bool waitForEventsOrStop(const PathWatch& events, const StopSignals& stop) {
     if (errno == EINTR) return false;
     throw CommandError("could not wait for changes", std::generic_category().message(errno));
   }
-  const auto& [ofPath, ofSignals, ofOutput] = all;
-  if (ofOutput.revents != 0) throw outputIsClosed();
-  return ofSignals.revents != 0;
+  const auto& [pathEvents, signals, output] = all;
+  if (output.revents != 0) throw outputIsClosed();
+  return signals.revents != 0;
 }
 
 }  // namespace
 
 int watch(const Options& options) {
-  // What is opened next would take its number.
+  // The next file to be opened would otherwise become the standard output.
   if (fcntl(STDOUT_FILENO, F_GETFD) == -1) throw outputIsClosed();
   const StopSignals stop;
   // A write that nobody reads is to fail, so that it can be reported.

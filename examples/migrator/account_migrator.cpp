@@ -127,7 +127,7 @@ bool save(AccountsManager& store) {
     // A notifier is set up wrongly. The registry was written before the notifiers were told.
     systemLog("AccountMigrator: not everybody was told of the accounts: %@", failure.what());
   }
-  return store.lastSaveError().empty();
+  return !store.lastSaveError();
 }
 
 class AccountsDataMigrator : public roster::AccountMigrationProtocol {

@@ -52,7 +52,8 @@ Lines heardDuring(const std::function<void()>& call) {
 
 void save(AccountsManager& store) {
   store.saveAllAccounts();
-  expect(store.lastSaveError().empty(), "the registry is saved; " + store.lastSaveError());
+  const auto& error = store.lastSaveError();
+  expect(!error, "the registry is saved" + (error ? "; " + error->message : std::string()));
 }
 
 /// Sets the account up, as has happened before the story begins. Returns its identifier.

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "roster/base/export.h"
 #include "roster/value/value.h"
@@ -21,13 +24,34 @@ struct ROSTER_EXPORT AccountNotifierProtocol {
   /// `kRSChangeAccountOriginallyEnabledDataclassesKey`, an array of what was enabled before the change.
   std::function<void(const Array& changes)> noteAccountChanges{};
 
-  // Told just before and just after a client changes an account in a dataclass, if the client announces it.
-  // Optional.
-
+  /// Told just before a client changes an account in a dataclass, if the client announces it. Optional. One
+  /// that throws is one line in the system log.
   std::function<void(std::string_view accountIdentifier, std::string_view dataclass)>
       accountWillChangeForDataclass{};
+  /// Told just after a client has changed an account in a dataclass, if the client announces it. Optional.
+  /// One that throws is one line in the system log.
   std::function<void(std::string_view accountIdentifier, std::string_view dataclass)>
       accountDidChangeForDataclass{};
+};
+
+/// The change records of one save, by the name of the notifier class they are for.
+using ChangeCollection = std::map<std::string, std::vector<Value>, std::less<>>;
+
+/// While one lives, saves of its thread tell no notifier; those of other threads do. The next save after it
+/// reports all changes since the store last told somebody. An addition.
+///
+/// It ends with its scope, also when something throws, and must be destroyed by the thread that made it.
+/// Scopes may be nested.
+class ROSTER_EXPORT NotificationPause {
+ public:
+  /// Begins the pause.
+  [[nodiscard]] NotificationPause();
+  /// Not copyable: a pause is its scope.
+  NotificationPause(const NotificationPause&) = delete;
+  /// Not copyable: a pause is its scope.
+  NotificationPause& operator=(const NotificationPause&) = delete;
+  /// Ends the pause, unless an outer one goes on.
+  ~NotificationPause();
 };
 
 }  // namespace roster

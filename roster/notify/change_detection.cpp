@@ -1,8 +1,12 @@
 #include "roster/notify/change_detection.h"
 
 #include <algorithm>
-#include <array>
+#include <iterator>
 #include <unordered_set>
+
+#include "roster/account/vocabulary.h"
+#include "roster/notify/snapshot_properties.h"
+#include "roster/platform/system_log.h"
 
 namespace roster {
 
@@ -34,7 +38,7 @@ void addMissing(const StringList& list, const StringList& other, DistinctTexts& 
 }
 
 /// Which dataclasses are enabled is compared by itself, children have accounts of their own, and the activity
-/// comes and goes without anybody's doing: none of them concerns the other enabled dataclasses.
+/// changes by itself: none of them concerns the other enabled dataclasses.
 bool isComparedByContent(const String& key) {
   return !(key == kAccountEnabledDataclasses || key == kAccountChildAccounts || key == "IsActive");
 }
@@ -64,38 +68,80 @@ String textOf(const AccountChange& change, std::string_view key) {
   return current.isNil() ? change.original.find(key).string() : current;
 }
 
-}  // namespace
-
-String AccountChange::identifier() const { return textOf(*this, kAccountIdentifier); }
-
-String AccountChange::accountType() const { return textOf(*this, kAccountType); }
-
-std::vector<AccountChange> detectChanges(const Snapshot& snapshot,
-                                         const OrderedMap<AccountPtr>& accountsByID) {
-  const OrderedMap<Dictionary>& originals = snapshot.propertiesByID();
+/// Compares the originals with what an index has now under the same identifiers; `propertiesOf` gives the
+/// properties of one of its values.
+template <class T, class PropertiesOf>
+std::vector<AccountChange> differences(const OrderedMap<Dictionary>& originals, const OrderedMap<T>& index,
+                                       const PropertiesOf& propertiesOf) {
   std::vector<AccountChange> changes;
   std::vector<AccountChange> modified;
   std::size_t kept = 0;
-  for (const auto& [identifier, original, hash, isErased] : originals) {
-    const AccountPtr* account = accountsByID.find(identifier);
-    if (account == nullptr) {
+  for (const auto& entry : originals) {
+    const Dictionary& original = entry.value;
+    const T* found = index.find(entry.key);
+    if (found == nullptr) {
       changes.push_back({RSAccountChangeTypeRemoved, original, {}});
       continue;
     }
     ++kept;
-    Dictionary current = (*account)->propertiesToSave();
+    Dictionary current = propertiesOf(*found);
     if (current.sharesContentsWith(original) || current == original) continue;
     modified.push_back({RSAccountChangeTypeModified, original, std::move(current)});
   }
-  if (kept < accountsByID.size()) {
-    for (const auto& entry : accountsByID) {
+  if (kept < index.size()) {
+    for (const auto& entry : index) {
       if (originals.contains(entry.key)) continue;
-      changes.push_back({RSAccountChangeTypeAdded, {}, entry.value->propertiesToSave()});
+      changes.push_back({RSAccountChangeTypeAdded, {}, propertiesOf(entry.value)});
     }
   }
   changes.insert(changes.end(), std::make_move_iterator(modified.begin()),
                  std::make_move_iterator(modified.end()));
   return changes;
+}
+
+}  // namespace
+
+Snapshot::Snapshot() : properties_(std::make_unique<SnapshotProperties>()) {}
+
+Snapshot::Snapshot(std::span<const AccountPtr> accounts) : Snapshot() {
+  properties_->reserve(accounts.size());
+  for (const AccountPtr& account : accounts) {
+    const String identifier = account->identifier();
+    if (identifier.isNil()) {
+      systemLog("%@ returned a nil identifier. Account properties may not get saved", account->description());
+      continue;
+    }
+    properties_->add(identifier, account->propertiesToSave().deepCopy());
+  }
+}
+
+Snapshot::Snapshot(Snapshot&&) noexcept = default;
+Snapshot& Snapshot::operator=(Snapshot&&) noexcept = default;
+Snapshot::~Snapshot() = default;
+
+const OrderedMap<Dictionary>& SnapshotProperties::byID() {
+  if (!entries_.empty()) {
+    byID_.reserve(entries_.size());
+    for (auto& [identifier, properties] : entries_) byID_.set(identifier, std::move(properties));
+    entries_.clear();
+    entries_.shrink_to_fit();
+  }
+  return byID_;
+}
+
+String AccountChange::identifier() const { return textOf(*this, kAccountIdentifier); }
+
+String AccountChange::accountType() const { return textOf(*this, kAccountType); }
+
+std::vector<AccountChange> changesBetween(const Snapshot& before, const Snapshot& after) {
+  return differences(SnapshotProperties::of(before).byID(), SnapshotProperties::of(after).byID(),
+                     [](const Dictionary& properties) { return properties; });
+}
+
+std::vector<AccountChange> detectChanges(const Snapshot& snapshot,
+                                         const OrderedMap<AccountPtr>& accountsByID) {
+  return differences(SnapshotProperties::of(snapshot).byID(), accountsByID,
+                     [](const AccountPtr& account) { return account->propertiesToSave(); });
 }
 
 StringList concernedDataclasses(const AccountChange& change) {

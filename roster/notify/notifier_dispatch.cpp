@@ -58,6 +58,11 @@ void tell(const ClassObject& notifier, const Call& call) {
   }
 }
 
+unsigned& pausesOfThread() {
+  thread_local unsigned pauses = 0;
+  return pauses;
+}
+
 void dispatch(std::string_view className, const std::vector<Value>& changes) {
   const ClassObject* notifier = findClass(className);
   if (notifier == nullptr) return reportMissingClass(className, dispatchOperation);
@@ -68,6 +73,11 @@ void dispatch(std::string_view className, const std::vector<Value>& changes) {
 }
 
 }  // namespace
+
+NotificationPause::NotificationPause() { ++pausesOfThread(); }
+NotificationPause::~NotificationPause() { --pausesOfThread(); }
+
+bool areNotificationsPaused() { return pausesOfThread() != 0; }
 
 StringList notifierClassNames(std::string_view accountType, std::string_view dataclass) {
   const std::optional<Array> entries = creatorEntriesForAccountType(accountType);
@@ -96,14 +106,7 @@ void addNotification(ChangeCollection& collection, const AccountChange& change) 
     const StringList concerned = notifierClassNames(accountType, dataclass);
     names.insert(concerned.begin(), concerned.end());
   }
-  for (const std::string& name : names) {
-    std::vector<Value>* records = collection.find(name);
-    if (records == nullptr) {
-      collection.append(name, {});
-      records = collection.find(name);
-    }
-    records->emplace_back(changeRecord(change));
-  }
+  for (const std::string& name : names) collection[name].emplace_back(changeRecord(change));
 }
 
 void announceChanges(const std::vector<AccountChange>& changes) {
@@ -116,7 +119,7 @@ void announceChanges(const std::vector<AccountChange>& changes) {
     if (!failure.attempt([&] { addNotification(collection, change); })) misconfiguredTypes.insert(type);
   }
   for (const auto& entry : collection) {
-    failure.attempt([&] { dispatch(entry.key, entry.value); });
+    failure.attempt([&] { dispatch(entry.first, entry.second); });
   }
   failure.rethrow();
 }

@@ -1,18 +1,16 @@
 #pragma once
 
-#include <memory>
 #include <string_view>
 #include <vector>
 
 #include "roster/account/basic_account.h"
 #include "roster/notify/account_notifier.h"
 #include "roster/notify/change_detection.h"
-#include "roster/value/ordered_map.h"
 
 namespace roster {
 
-/// The change records of one save, by the name of the notifier class they are for.
-using ChangeCollection = OrderedMap<std::vector<Value>>;
+/// Whether a NotificationPause of this thread lives.
+bool areNotificationsPaused();
 
 // The operations below report what is wrong with the account-creators table and with plug-ins as assertion
 // failures of the operation of AccountsManager that calls them.
@@ -24,9 +22,9 @@ StringList notifierClassNames(std::string_view accountType, std::string_view dat
 /// Adds a record of the change for every notifier class that it concerns.
 void addNotification(ChangeCollection& collection, const AccountChange& change);
 
-/// Tells each notifier that the changes concern, once. Whatever one of them does, the others are told; what
-/// is wrong with the table or a library keeps nobody from being told but those it is wrong for, and is thrown
-/// at the end if the handler of assertion failures throws.
+/// Tells each notifier that the changes concern, once. Whatever one of them does, the others are told; so
+/// they are when the table or a library is wrong for some. What the handler of assertion failures throws
+/// about that is thrown at the end.
 void announceChanges(const std::vector<AccountChange>& changes);
 
 /// Calls one of the optional operations of every notifier of the account's type and the dataclass, once for

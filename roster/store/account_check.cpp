@@ -1,7 +1,6 @@
 #include "roster/store/account_check.h"
 
 #include <algorithm>
-#include <array>
 
 #include "roster/account/string_list.h"
 #include "roster/account/vocabulary.h"
@@ -13,15 +12,15 @@ namespace roster {
 namespace {
 
 /// More than anybody reads; a file could be made to have millions.
-constexpr std::size_t mostFindings = 1000;
+constexpr std::size_t maximumFindings = 1000;
 /// List elements and properties looked at. Accounts may share one long list, so the file's size is no bound.
-constexpr std::uint64_t mostWork = std::uint64_t{1} << 26U;
+constexpr std::uint64_t maximumWork = std::uint64_t{1} << 26U;
 
 std::string quoted(std::string_view text) {
-  constexpr std::size_t mostShown = 80;
+  constexpr std::size_t maximumShown = 80;
   std::string line = "\"";
-  appendSingleLine(line, frontOf(text, mostShown));
-  if (text.size() > mostShown) line += "…";
+  appendSingleLine(line, frontOf(text, maximumShown));
+  if (text.size() > maximumShown) line += "…";
   return line + "\"";
 }
 
@@ -29,19 +28,19 @@ std::string isNot(const Value& value, std::string_view expected) {
   return "it is " + std::string(kindName(value)) + ", not " + std::string(expected);
 }
 
-/// A place in the file, and the identifier that stands there if there is one.
-std::string place(const std::string& list, std::size_t index, const Value& element) {
-  constexpr std::size_t mostShown = 64;
+/// Where an element stands in the file, and its identifier if it has one.
+std::string position(const std::string& list, std::size_t index, const Value& element) {
+  constexpr std::size_t maximumShown = 64;
   std::string text = list + "[" + std::to_string(index) + "]";
   const std::optional<Dictionary> properties = element.dictionary();
   const String identifier = properties ? properties->find(kAccountIdentifier).string() : String();
   if (identifier.isEmpty()) return text;
   text += " (";
-  appendSingleLine(text, frontOf(identifier, mostShown));
+  appendSingleLine(text, frontOf(identifier, maximumShown));
   return text + ")";
 }
 
-std::string placeWithin(const std::string& list, std::string_view where) {
+std::string positionWithin(const std::string& list, std::string_view where) {
   return std::string(where.substr(0, where.find(' '))) + "." + list;
 }
 
@@ -94,7 +93,7 @@ void AccountCheck::add(Kind kind, std::string where, std::string what, std::stri
   findings_.push_back({kind, std::move(where), std::move(what), std::move(why)});
 }
 
-bool AccountCheck::mayGoOn() const { return findings_.size() < mostFindings && work_ < mostWork; }
+bool AccountCheck::mayGoOn() const { return findings_.size() < maximumFindings && work_ < maximumWork; }
 
 void AccountCheck::checkAccounts(const Array& accounts) {
   Salvage salvage(accounts);
@@ -102,7 +101,7 @@ void AccountCheck::checkAccounts(const Array& accounts) {
   for (const Value& element : accounts) {
     if (!mayGoOn()) return;
     checkTopLevel(element, salvage.usable(element).dictionary(),
-                  place(std::string(kPlistAccountsKey), index++, element));
+                  position(std::string(kPlistAccountsKey), index++, element));
   }
 }
 
@@ -143,7 +142,7 @@ void AccountCheck::checkLostParts(const Value& element, const Dictionary& usable
     add(Kind::damage, where, what, "it " + std::string(describe(element.fault())));
 }
 
-/// Shows the record to the fixers as a load does; false when one gives it up.
+/// Shows the record to the fixers as a load does; returns false when one finds it beyond repair.
 bool AccountCheck::checkFixers(const AccountPtr& account, const std::string& where) {
   for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : fixers_) {
     const String before = account->accountClass();
@@ -163,14 +162,14 @@ bool AccountCheck::checkFixers(const AccountPtr& account, const std::string& whe
 void AccountCheck::checkChildren(const AccountPtr& parent, const std::string& where) {
   const Value stored = parent->properties().find(kAccountChildAccounts);
   if (stored.isNil()) return;
-  const std::string list = placeWithin(std::string(kAccountChildAccounts), where);
+  const std::string list = positionWithin(std::string(kAccountChildAccounts), where);
   const std::optional<Array> children = stored.array();
   if (!children) return add(Kind::ignores, list, "the account has no children", isNot(stored, "an array"));
   std::size_t index = 0;
   for (const Value& element : *children) {
     ++work_;
     if (!mayGoOn()) return;
-    checkChild(element, parent, place(list, index++, element));
+    checkChild(element, parent, position(list, index++, element));
   }
 }
 
@@ -184,7 +183,7 @@ void AccountCheck::checkChild(const Value& element, const AccountPtr& parent, co
   checkIdentifier(*stored, where, true);
   checkRecord(child, *stored, where);
   if (stored->contains(kAccountChildAccounts)) {
-    add(Kind::ignores, placeWithin(std::string(kAccountChildAccounts), where),
+    add(Kind::ignores, positionWithin(std::string(kAccountChildAccounts), where),
         "it stays in the file but holds no accounts", "a child has no children of its own");
   }
 }
@@ -199,18 +198,18 @@ void AccountCheck::checkIdentifier(const Dictionary& stored, const std::string& 
                       : "its \"Identifier\" is " + std::string(kindName(value)) + ", not a text");
     return;
   }
-  OrderedMap<std::string>& places = isChild ? childPlaces_ : topLevelPlaces_;
-  if (const std::string* earlier = places.find(identifier)) {
+  OrderedMap<std::string>& positions = isChild ? childPositions_ : topLevelPositions_;
+  if (const std::string* earlier = positions.find(identifier)) {
     add(Kind::ignores, *earlier, "look-ups by identifier do not find it",
         "a later account has the same identifier: " + where);
-  } else if (const std::string* other = (isChild ? topLevelPlaces_ : childPlaces_).find(identifier)) {
+  } else if (const std::string* other = (isChild ? topLevelPositions_ : childPositions_).find(identifier)) {
     add(Kind::ignores, isChild ? where : *other, "look-ups by identifier do not find it",
         "a top-level account has the same identifier: " + (isChild ? *other : where));
   }
-  places.set(identifier, where);
+  positions.set(identifier, where);
 }
 
-/// What holds of top-level accounts and children alike.
+/// What applies to top-level accounts and children alike.
 void AccountCheck::checkRecord(const AccountPtr& account, const Dictionary& stored,
                                const std::string& where) {
   work_ += stored.size();

@@ -13,7 +13,7 @@
 
 namespace roster {
 
-/// Collects what is to be said about a registry, one account after the other. Each goes through the very
+/// Collects the findings about a registry, account by account. Each goes through the very
 /// operations that load it, so that the findings cannot differ from what a store does.
 class AccountCheck {
  public:
@@ -42,8 +42,8 @@ class AccountCheck {
 
   std::vector<std::shared_ptr<RSRuntimeFixProtocol>> fixers_;
   std::vector<RegistryFinding> findings_;
-  OrderedMap<std::string> topLevelPlaces_;
-  OrderedMap<std::string> childPlaces_;
+  OrderedMap<std::string> topLevelPositions_;
+  OrderedMap<std::string> childPositions_;
   std::uint64_t work_ = 0;
 };
 

@@ -20,38 +20,51 @@ namespace roster {
 /// EnumerationMutation.
 class AccountArray {
  public:
+  /// Without any record.
   AccountArray() = default;
 
+  /// How many records there are.
   std::size_t size() const { return accounts_.size(); }
+  /// Whether there is none.
   bool empty() const { return accounts_.empty(); }
-  /// Throws std::out_of_range.
+  /// The record at an index. Throws std::out_of_range.
   const AccountPtr& at(std::size_t index) const { return accounts_.at(index); }
+  /// The record at an index. Throws std::out_of_range.
   const AccountPtr& operator[](std::size_t index) const { return accounts_.at(index); }
 
+  /// One step of a walk. Every use throws EnumerationMutation once the list has been changed.
   class Iterator {
    public:
+    /// @cond INTERNAL
     using iterator_category = std::input_iterator_tag;
     using value_type = AccountPtr;
     using difference_type = std::ptrdiff_t;
     using pointer = const AccountPtr*;
     using reference = const AccountPtr&;
+    /// @endcond
+    /// Belongs to no list; may only be assigned to.
     Iterator() = default;
+    /// Stands at an index of the list, which must outlive it.
     Iterator(const AccountArray* array, std::size_t index)
         : array_(array), index_(index), changes_(array->changes_) {}
+    /// The record.
     const AccountPtr& operator*() const {
       requireUnchanged();
       return array_->accounts_[index_];
     }
+    /// Goes on to the next record.
     Iterator& operator++() {
       requireUnchanged();
       ++index_;
       return *this;
     }
+    /// Goes on to the next record; returns where it stood.
     Iterator operator++(int) {
       Iterator before = *this;
       ++*this;
       return before;
     }
+    /// Whether both stand at the same index; of iterators of one list.
     friend bool operator==(const Iterator& left, const Iterator& right) {
       left.requireUnchanged();
       return left.index_ == right.index_;
@@ -65,31 +78,36 @@ class AccountArray {
     std::size_t index_ = 0;
     std::uint64_t changes_ = 0;
   };
+  /// Begins a walk.
   Iterator begin() const { return {this, 0}; }
+  /// Ends a walk.
   Iterator end() const { return {this, accounts_.size()}; }
 
   /// The records for a walk that cannot change the list; valid until the list is changed.
   std::span<const AccountPtr> span() const { return accounts_; }
 
-  // Changes. Each ends the walks that are under way.
+  // ---- Changes, for the store. Each but `reserve` ends the walks that are under way.
 
+  /// Makes room for as many records.
   void reserve(std::size_t count) { accounts_.reserve(count); }
+  /// Adds a record at the end.
   void append(AccountPtr account) {
     ++changes_;
     accounts_.push_back(std::move(account));
   }
-  /// Throws std::out_of_range, with nothing changed.
+  /// Puts a record in place of another. Throws std::out_of_range, with nothing changed.
   void replaceAt(std::size_t index, AccountPtr account) {
     accounts_.at(index) = std::move(account);
     ++changes_;
   }
+  /// Puts a whole list in place of this one.
   void replaceAll(std::vector<AccountPtr> accounts) {
     ++changes_;
     accounts_.swap(accounts);
   }
   /// Removes every occurrence of the very record.
   void removeIdentical(const BasicAccount* account) {
-    changes_ += std::erase_if(accounts_, [account](const AccountPtr& at) { return at.get() == account; });
+    changes_ += std::erase_if(accounts_, [account](const AccountPtr& each) { return each.get() == account; });
   }
 
  private:
@@ -100,10 +118,13 @@ class AccountArray {
 /// A collection of account types that is only asked whether it contains one.
 class TypeSet {
  public:
+  /// Of these types.
   TypeSet(std::initializer_list<std::string_view> types) : types_(types.begin(), types.end()) {}
+  /// Of all types in a range of texts.
   template <class Range>
   explicit TypeSet(const Range& types) : types_(std::begin(types), std::end(types)) {}
 
+  /// Whether the type is among them.
   bool contains(std::string_view type) const {
     return std::find(types_.begin(), types_.end(), type) != types_.end();
   }

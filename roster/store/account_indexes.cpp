@@ -1,12 +1,50 @@
 #include "roster/store/account_indexes.h"
 
+#include <algorithm>
+#include <unordered_set>
+
 #include "roster/platform/system_log.h"
 
 namespace roster {
 
+AccountPtr AccountIndexes::ownerOf(std::string_view identifier) const {
+  if (const AccountPtr* account = topLevelAccountsByID_.find(identifier)) return *account;
+  const AccountPtr* child = childAccountsByID_.find(identifier);
+  const String parentID = child == nullptr ? String() : parentIDOfChild((*child)->identifier());
+  const AccountPtr* parent = parentID ? topLevelAccountsByID_.find(parentID) : nullptr;
+  return parent == nullptr ? nullptr : *parent;
+}
+
 String AccountIndexes::parentIDOfChild(std::string_view childID) const {
   const String* parentID = childAccountIDToParentAccountID_.find(childID);
   return parentID == nullptr ? String() : *parentID;
+}
+
+std::vector<AccountPtr> AccountIndexes::childrenOf(const AccountPtr& parent) const {
+  const String parentID = parent ? parent->identifier() : String();
+  const Children* children = parentID ? childrenByParentID_.find(parentID) : nullptr;
+  std::vector<AccountPtr> records;
+  if (children == nullptr) return records;
+  // Of what was entered several times the last entry made the record.
+  std::unordered_set<const BasicAccount*> listed;
+  for (std::size_t index = children->ids.size(); index-- > 0;) {
+    const AccountPtr* child = childAccountsByID_.find(children->ids[index]);
+    if (child == nullptr || (*child)->parentAccount() != parent || !listed.insert(child->get()).second)
+      continue;
+    records.push_back(*child);
+  }
+  std::reverse(records.begin(), records.end());
+  return records;
+}
+
+void AccountIndexes::reserve(std::size_t count) {
+  topLevelAccounts_->reserve(count);
+  topLevelAccountsByID_.reserve(count);
+}
+
+void AccountIndexes::replaceTopLevel(std::vector<AccountPtr> ordered, ByID byID) {
+  topLevelAccountsByID_ = std::move(byID);
+  topLevelAccounts_->replaceAll(std::move(ordered));
 }
 
 String AccountIndexes::addChild(const Value& element, const AccountPtr& parent, const String& parentID) {
@@ -33,6 +71,18 @@ String AccountIndexes::addChild(const Value& element, const AccountPtr& parent, 
     childrenByParentID_.append(parentID, {{childID}});
   }
   return childID;
+}
+
+void AccountIndexes::addChildrenOf(const AccountPtr& parent, const String& parentID) {
+  const std::optional<Array> children = parent->accountPropertyForKey(kAccountChildAccounts).array();
+  if (!children) return;
+  for (const Value& element : *children) addChild(element, parent, parentID);
+}
+
+void AccountIndexes::reloadChildrenOf(const AccountPtr& parent) {
+  const String parentID = parent->identifier();
+  removeChildrenOf(parentID);
+  addChildrenOf(parent, parentID);
 }
 
 void AccountIndexes::removeChild(std::string_view childID) {

@@ -12,31 +12,49 @@ namespace roster {
 /// identifier, and who is whose child.
 ///
 /// The identifiers in the top-level index are unique; the ordered list may hold several records with one
-/// identifier, of which the index then knows one. Child records are in the child indexes only.
+/// identifier, of which the index then knows one. Child records are in the child indexes only. A record
+/// without an identifier is in the ordered list only.
 class AccountIndexes {
  public:
-  /// One list for the life of the store, shared with those who were given it.
-  const std::shared_ptr<AccountArray> orderedTopLevelAccounts = std::make_shared<AccountArray>();
-  OrderedMap<AccountPtr> topLevelAccountsByID;
+  /// One of the indexes by identifier. Walking it gives key and value; it is asked for one with `find`.
+  using ByID = OrderedMap<AccountPtr>;
 
-  // A record without an identifier is in the ordered list only.
+  // ---- Walks and look-ups. The references live as long as the indexes.
 
-  /// Returns whether the identifier is new.
-  bool setTopLevel(const String& identifier, const AccountPtr& account) {
-    return identifier && topLevelAccountsByID.set(identifier, account);
-  }
-  void removeTopLevel(const String& identifier) {
-    if (identifier) topLevelAccountsByID.erase(identifier);
-  }
-
-  const OrderedMap<AccountPtr>& childAccountsByID() const { return childAccountsByID_; }
+  /// The top-level records in order: one list for the life of the store, shared with those who were given it.
+  const std::shared_ptr<AccountArray>& topLevelAccounts() const { return topLevelAccounts_; }
+  const ByID& topLevelAccountsByID() const { return topLevelAccountsByID_; }
+  const ByID& childAccountsByID() const { return childAccountsByID_; }
+  /// The top-level record with the identifier, or the parent of the child with it; nil when there is neither.
+  AccountPtr ownerOf(std::string_view identifier) const;
   /// The identifier of the parent of an indexed child; nil for any other identifier.
   String parentIDOfChild(std::string_view childID) const;
+  /// The indexed children of the very record, in the order of its "ChildAccounts".
+  std::vector<AccountPtr> childrenOf(const AccountPtr& parent) const;
+
+  // ---- Top-level accounts
+
+  void reserve(std::size_t count);
+  /// Finds the record under the identifier from now on, if there is one. Returns whether it is new.
+  bool setTopLevel(const String& identifier, const AccountPtr& account) {
+    return identifier && topLevelAccountsByID_.set(identifier, account);
+  }
+  /// Finds nothing under the identifier from now on.
+  void removeTopLevel(const String& identifier) {
+    if (identifier) topLevelAccountsByID_.erase(identifier);
+  }
+  void replaceTopLevel(std::vector<AccountPtr> ordered, ByID byID);
+
+  // ---- Children
 
   /// Makes a record of an element of the parent's "ChildAccounts" and enters it, in place of an older record
   /// with its identifier, whoever's child that was. Returns its identifier; nil, with one line in the system
   /// log, when the element is rejected.
   String addChild(const Value& element, const AccountPtr& parent, const String& parentID);
+  /// Adds every element of the parent's "ChildAccounts".
+  void addChildrenOf(const AccountPtr& parent, const String& parentID);
+  /// Adds them in place of what was known of the parent's children.
+  void reloadChildrenOf(const AccountPtr& parent);
   void removeChild(std::string_view childID);
   /// Forgets all children of a parent, in time linear in their number.
   void removeChildrenOf(const String& parentID);
@@ -50,7 +68,9 @@ class AccountIndexes {
     bool areSomeLost = false;
   };
 
-  OrderedMap<AccountPtr> childAccountsByID_;
+  std::shared_ptr<AccountArray> topLevelAccounts_ = std::make_shared<AccountArray>();
+  ByID topLevelAccountsByID_;
+  ByID childAccountsByID_;
   OrderedMap<String> childAccountIDToParentAccountID_;
   OrderedMap<Children> childrenByParentID_;
 };

@@ -3,32 +3,40 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "roster/account/basic_account.h"
 #include "roster/account/device_local_account.h"
 #include "roster/base/export.h"
+#include "roster/base/result.h"
 #include "roster/fixers/runtime_fix.h"
-#include "roster/notify/notifier_dispatch.h"
+#include "roster/notify/account_notifier.h"
 #include "roster/platform/named_lock.h"
 #include "roster/store/account_collections.h"
-#include "roster/value/ordered_map.h"
 
 namespace roster {
 
-class AccountIndexes;
-class ChildMoves;
-class Snapshot;
+struct StoreState;
 
 /// The registry in memory: loaded once from the account settings file, asked and changed here, and written
 /// back by `saveAllAccounts`, which merges with what other programs have written since.
 ///
-/// A store and the records it hands out are used by one thread at a time. Results that are records are the
-/// store's own: changing one changes what the next save writes. Nothing here reports an error to its caller;
-/// what went wrong is in the system log.
+/// A store and the records it hands out are used by one thread at a time; different stores are independent of
+/// each other. Results that are records are the store's own: changing one changes what the next save writes.
+///
+/// Operational failures are not thrown: they are lines in the system log, and `lastSaveError` tells of a
+/// save. What may throw is the assertion handler, about a wrong configuration. A save calls it last: when
+/// `saveAllAccounts` throws because notifiers are set up wrongly, the registry has been written, every
+/// notifier that could be told has been, `lastSaveError` has nothing, and the next save tells the same
+/// changes again.
+///
+/// A child is changed through its parent, because only top-level records are saved: a child's record is a
+/// copy of an element of its parent's "ChildAccounts", and what is set in it alone is not written. Change the
+/// child's record, take the child out of its parent with `removeChildWithIdentifierFromAccount`, and add it
+/// again with `addChildToAccount`; or set the parent's "ChildAccounts" and call `updateAccount`.
 class ROSTER_EXPORT AccountsManager {
  public:
   // ---- Creation
@@ -42,9 +50,13 @@ class ROSTER_EXPORT AccountsManager {
     friend class AccountsManager;
     explicit Allocation() = default;
   };
+  /// An empty store, for the creation operations to load. A subclass inherits this constructor.
   explicit AccountsManager(Allocation);
+  /// Not copyable: its records are its own.
   AccountsManager(const AccountsManager&) = delete;
+  /// Not copyable: its records are its own.
   AccountsManager& operator=(const AccountsManager&) = delete;
+  /// Nothing is saved. Records that somebody else holds live on.
   virtual ~AccountsManager();
 
   // ---- Queries. They look at memory only. Unknown identifiers give nil.
@@ -57,30 +69,41 @@ class ROSTER_EXPORT AccountsManager {
   AccountPtr displayAccountWithSyncIdentifier(std::string_view syncIdentifier) const;
   /// The store's own list of top-level records, in order. Changes of the store show through it.
   std::shared_ptr<const AccountArray> allBasicAccounts() const;
+  /// The record of the child with the identifier; nil for a top-level account's. To change it, see the
+  /// class's comment. An addition.
+  AccountPtr childAccountWithIdentifier(std::string_view identifier) const;
+  /// The records of the parent's children, in the order in which it holds them; empty for a record that is
+  /// nil or not in the store. An addition.
+  std::vector<AccountPtr> childrenOfAccount(const AccountPtr& parent) const;
   /// All top-level records in order, then all children.
   std::vector<AccountPtr> allBasicSyncableAccounts() const;
   /// The top-level records of these types, in order.
   std::vector<AccountPtr> basicAccountsWithTypes(const TypeSet& types) const;
+  /// How many top-level records have one of these types.
   std::size_t countOfBasicAccountsWithTypes(const TypeSet& types) const;
   /// How many top-level records there are.
   std::size_t count() const;
-  // Full accounts, made by plug-ins at the first request. The loader, which may be nil, is handed to
-  // `BasicAccount::fullAccountUsingLoader`, as are the failures.
 
+  // ---- Full accounts
+
+  /// A full account, made by a plug-in at the first request and kept by its record.
   using FullAccount = std::shared_ptr<AccountFullAccountProtocol>;
-  /// That of the top-level record or child with the identifier; nil when there is none.
+  /// The full account of the top-level record or child with the identifier; nil when there is no such record.
+  /// The loader, which may be nil, and the failures are those of `BasicAccount::fullAccountUsingLoader`.
   FullAccount fullAccountWithIdentifierLoader(std::string_view identifier,
                                               AccountLoaderProtocol* loader) const;
-  /// Those of all top-level records of the types, in order, each followed by its children of the types. A
-  /// child is among them even when its parent's type is not. Throws std::invalid_argument when that of a
-  /// top-level record cannot be made (if no assertion handler has thrown before), leaves out that of a child;
-  /// throws EnumerationMutation when making one changes the store's top-level accounts.
+  /// The full accounts of all top-level records of the types, in order, each followed by those of its
+  /// children of the types. The loader may be nil. A child is among them even when its parent's type is not.
+  /// Throws std::invalid_argument when that of a top-level record cannot be made (if no assertion handler has
+  /// thrown before), leaves out that of a child; throws EnumerationMutation when making one changes the
+  /// store's top-level accounts.
   std::vector<FullAccount> accountsWithTypesWithLoader(const TypeSet& types,
                                                        AccountLoaderProtocol* loader) const;
+  /// `accountsWithTypesWithLoader` without a loader.
   std::vector<FullAccount> accountsWithTypes(const TypeSet& types) const;
-  /// Those of the types "Mail", "Nuvola", "Gmail" and "Yahoo".
+  /// The full accounts of the types "Mail", "Nuvola", "Gmail" and "Yahoo".
   std::vector<FullAccount> allMailAccounts() const;
-  /// That of the account of the device itself. A store without one gains it, with one line in the system log;
+  /// The full account of the device itself. A store without one gains it, with one line in the system log;
   /// the next save writes it.
   FullAccount fullDeviceLocalAccount();
 
@@ -90,7 +113,6 @@ class ROSTER_EXPORT AccountsManager {
                                                                        bool isBeginningOfSentence);
 
   // ---- Changes. They change memory only; the next save writes them. Records must not be nil.
-  // A child is changed by adding it to its parent again: child records are copies of what the parent holds.
 
   /// Puts the record in place of every top-level record with its identifier; ignored when there is none.
   void updateAccount(const AccountPtr& account);
@@ -107,33 +129,41 @@ class ROSTER_EXPORT AccountsManager {
   /// identifier, whatever its type; other records of the types go; new ones are appended, children to their
   /// parents.
   void replaceAccountsWithTypesWithAccounts(const TypeSet& types, const std::vector<AccountPtr>& accounts);
-  /// Appends the child's live properties to the parent's children. Does nothing without a parent.
+  /// Appends the child's live properties to the parent's children, whether or not the parent holds a child
+  /// with its identifier already. Does nothing without a parent.
   void addChildToAccount(const AccountPtr& child, const AccountPtr& parent);
   /// Takes the child with the identifier out of the parent's children. Does nothing without a parent.
   void removeChildWithIdentifierFromAccount(const String& identifier, const AccountPtr& parent);
 
   // ---- Saving
 
-  /// Merges every account with the file's version of it and writes the file. After a failure, which the
-  /// system log tells, the file is as it was, and the next save merges the same changes again.
+  /// Merges every account with the file's version of it, replaces the file atomically, and tells the
+  /// notifiers what changed. After a failure, which the system log and `lastSaveError` tell, the file is as
+  /// it was, and the next save merges the same changes again. May throw after a success: see the class's
+  /// comment.
   void saveAllAccounts();
-  /// Why the last save failed, with path and system text; empty when it succeeded.
-  const std::string& lastSaveError() const { return _lastSaveError; }
+  /// Why the last save failed, with path and system text; nothing when it succeeded or there was none. An
+  /// addition.
+  const std::optional<Error>& lastSaveError() const;
   /// One account's three versions made one; any of them may be empty.
   Dictionary mergeInMemoryPropertiesOriginalPropertiesOnDiskProperties(const Dictionary& inMemory,
                                                                        const Dictionary& original,
                                                                        const Dictionary& onDisk) const;
 
-  // ---- Announcing a change of one account in one dataclass to the notifiers of both, just before and just
-  // after it. For clients that need more than what a save tells; the library itself never calls them.
+  // ---- Announcing a change of one account. For clients that need more than what a save tells; the library
+  // itself never calls them.
 
+  /// Tells the notifiers of the account's type and the dataclass that the account is about to change in it.
+  /// Notifiers that are set up wrongly are assertion failures, thrown when all others have been told.
   static void accountWillChangeForDataclass(const AccountPtr& account, std::string_view dataclass);
+  /// Tells them that the account has changed in the dataclass; otherwise as `accountWillChangeForDataclass`.
   static void accountDidChangeForDataclass(const AccountPtr& account, std::string_view dataclass);
 
   // ---- Private
 
-  /// Whether the saves of this process tell no notifier, until it is set again. The first save that tells
-  /// them again reports all changes since the last one that did.
+  /// Whether the saves of this process, in all threads, tell no notifier, until it is set again. The first
+  /// save that tells them again reports all changes since the last one that did. `NotificationPause` does the
+  /// same for one thread and one scope.
   static void _setShouldSkipNotifications(bool shouldSkip);
   /// The same as init; the name says that a migrator may call it while it holds the migration lock.
   static std::shared_ptr<AccountsManager> initInsideOfMigration();
@@ -144,7 +174,7 @@ class ROSTER_EXPORT AccountsManager {
   /// The version of the layout that this library writes: 12.
   static unsigned currentVersion();
   /// The version that the file had when it was loaded, 0 when it had none.
-  std::int64_t dataVersion() const { return _dataVersion; }
+  std::int64_t dataVersion() const;
 
   // ---- Internal
 
@@ -158,7 +188,9 @@ class ROSTER_EXPORT AccountsManager {
   void _addNotificationToDictionaryForChangeTypeOriginalPropertiesCurrentProperties(
       ChangeCollection& collection, std::int32_t changeType, const std::optional<Dictionary>& original,
       const std::optional<Dictionary>& current) const;
-  /// Tells the notifiers what changed since the store was loaded or last told them.
+  /// Tells the notifiers what changed since the store was loaded or a save last told them, also while saves
+  /// do not tell them. Notifiers that are set up wrongly are assertion failures, thrown when all others have
+  /// been told.
   void _sendNotificationsForChangedAccounts();
 
   // ---- Migration: an old registry, or what there was before registries, is turned into one of this version
@@ -174,7 +206,9 @@ class ROSTER_EXPORT AccountsManager {
   static void shouldMigrateOldMailAccountsOldTSAccountsNewRoster(bool* migrateOldMailAccounts,
                                                                  bool* migrateOldTSAccounts,
                                                                  bool* migrateNewAccounts);
+  /// Whether there is a list of mail accounts from before there were registries.
   static bool _oldMailAccountsInformationFound();
+  /// Whether there are preferences of the sync-accounts service from before there were registries.
   static bool _oldTSAccountsInformationFound();
   /// Whether the registry's file has a version below the current one. One that is missing or unreadable, or
   /// tells no version, need not be migrated.
@@ -192,21 +226,23 @@ class ROSTER_EXPORT AccountsManager {
   static void killTesseraIfNecessary();
   /// Removes the registry's file, if there is one, because it is about to be made anew.
   static void removeNewRosterToMigrateOldAccountInformation();
-  void setDataVersion(std::int64_t version) { _dataVersion = version; }
+  /// Changes what `dataVersion` tells. A save writes the current version in any case.
+  void setDataVersion(std::int64_t version);
 
  protected:
   /// The path that this store's own class saves to.
-  virtual std::string settingsPath() const { return fullPathToRosterPlist(); }
+  virtual std::string settingsPath() const;
   /// The fixers of a new store, in the order in which they are asked.
   virtual std::vector<std::shared_ptr<RSRuntimeFixProtocol>> _createRuntimeFixers() const;
 
-  /// A store of a subclass, loaded from a file or built from dictionaries.
+  /// A store of a subclass, which must inherit the constructors, loaded from its settings path.
   template <class Store>
   static std::shared_ptr<Store> makeInsideOfMigration() {
     auto store = std::make_shared<Store>(Allocation{});
     store->loadSettingsFile();
     return store;
   }
+  /// A store of a subclass, which must inherit the constructors, built from account dictionaries.
   template <class Store>
   static std::shared_ptr<Store> makeWithAccountsInfo(const Array& accounts) {
     auto store = std::make_shared<Store>(Allocation{});
@@ -214,35 +250,16 @@ class ROSTER_EXPORT AccountsManager {
     return store;
   }
 
- private:
+  /// Loads a new store from the file at its settings path; called once, by the creation operations. A file
+  /// that is missing or cannot be read gives an empty store; lines in the system log tell what cannot be
+  /// used.
   void loadSettingsFile();
+  /// Fills a new store with records of account dictionaries; called once, by the creation operations.
+  /// Elements that are rejected are left out, with one line each in the system log.
   void _initWithAccountsInfo(const Array& accounts);
-  bool fixAndIndex(const AccountPtr& account);
-  void _loadChildrenFromAccount(const AccountPtr& parent);
-  void indexChildren(const AccountPtr& parent, const String& parentID);
-  void _removeChildrenForAccountWithIdentifier(const String& identifier);
-  void tellFixersAccountsHaveBeenSaved(bool areSaved);
-  void _setOriginalAccountDictionaries();
 
-  std::unordered_set<const BasicAccount*> replaceInPlace(const TypeSet& types,
-                                                         const std::vector<AccountPtr>& accounts,
-                                                         std::vector<AccountPtr>& ordered,
-                                                         OrderedMap<AccountPtr>& topLevelByID);
-  void moveChild(const AccountPtr& child, const AccountPtr& parent, ChildMoves& moves);
-
-  bool fixBeforeSaving();
-  std::vector<Value> mergedAccounts(const AccountsManager& onDisk) const;
-  std::string damageOfFileToReplace(const AccountsManager& onDisk) const;
-  bool writeRegistry(std::vector<Value> accounts, const std::string& damage);
-  void announceSave();
-
-  std::unique_ptr<AccountIndexes> _indexes;
-  std::unique_ptr<Snapshot> _originalAccountsByID;
-  std::int64_t _dataVersion = 0;
-  std::vector<std::shared_ptr<RSRuntimeFixProtocol>> _runtimeFixers;
-  /// Why the file could not be read in full when this store was loaded; empty when it could.
-  std::string _damage;
-  std::string _lastSaveError;
+ private:
+  std::unique_ptr<StoreState> _state;
 };
 
 }  // namespace roster

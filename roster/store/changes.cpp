@@ -4,9 +4,9 @@
 #include <unordered_set>
 
 #include "roster/diag/debug_log.h"
-#include "roster/store/account_indexes.h"
 #include "roster/store/accounts_manager.h"
 #include "roster/store/child_moves.h"
+#include "roster/store/store_state.h"
 
 namespace roster {
 
@@ -17,15 +17,100 @@ String storedIdentifier(const AccountPtr& account) {
   return account->accountPropertyForKey(kAccountIdentifier).string();
 }
 
-/// Equality of identifiers: what has none is the same as nothing.
+/// Whether two identifiers are the same; a record without one is the same as no other.
 bool areSame(const String& identifier, const String& other) { return identifier && identifier == other; }
+
+/// Replaces a store's top-level accounts, step by step. Children are indexed on the way; the list of
+/// top-level accounts changes only at the end.
+class AccountReplacement {
+ public:
+  explicit AccountReplacement(AccountIndexes& indexes) : indexes_(indexes) {
+    const auto current = indexes.topLevelAccounts()->span();
+    ordered_.assign(current.begin(), current.end());
+    topLevelByID_.reserve(ordered_.size());
+  }
+
+  /// Puts the given records into the positions of those with their identifiers, and takes out the others of
+  /// the types.
+  void putInPlace(const TypeSet& types, const std::vector<AccountPtr>& accounts);
+  /// Appends the given records that found no position, children to their parents.
+  void appendOthers(const std::vector<AccountPtr>& accounts);
+  void finish() { indexes_.replaceTopLevel(std::move(ordered_), std::move(topLevelByID_)); }
+
+ private:
+  void moveChild(const AccountPtr& child, const AccountPtr& parent, ChildMoves& moves);
+
+  AccountIndexes& indexes_;
+  std::vector<AccountPtr> ordered_;
+  AccountIndexes::ByID topLevelByID_;
+  /// The given records that found a position.
+  std::unordered_set<const BasicAccount*> placed_;
+};
+
+void AccountReplacement::putInPlace(const TypeSet& types, const std::vector<AccountPtr>& accounts) {
+  AccountIndexes::ByID givenByID;
+  for (const AccountPtr& given : accounts) {
+    if (const String identifier = storedIdentifier(given)) givenByID.set(identifier, given);
+  }
+  std::unordered_map<const BasicAccount*, std::size_t> positionsLeft;
+  for (const AccountPtr& record : ordered_) {
+    const String identifier = storedIdentifier(record);
+    const AccountPtr* given = identifier ? givenByID.find(identifier) : nullptr;
+    if (given != nullptr) ++positionsLeft[given->get()];
+  }
+
+  for (std::size_t index = ordered_.size(); index-- > 0;) {
+    AccountPtr& record = ordered_[index];
+    const String identifier = storedIdentifier(record);
+    if (const AccountPtr* given = identifier ? givenByID.find(identifier) : nullptr) {
+      record = *given;
+      topLevelByID_.set(identifier, *given);
+      placed_.insert(given->get());
+      // Of all the times that its children would be indexed only the last one leaves a trace.
+      if (--positionsLeft[given->get()] == 0) indexes_.reloadChildrenOf(*given);
+    } else if (types.contains(record->type())) {
+      indexes_.removeChildrenOf(identifier);
+      record.reset();
+    } else if (identifier) {
+      topLevelByID_.set(identifier, record);
+    }
+  }
+  std::erase(ordered_, nullptr);
+}
+
+void AccountReplacement::appendOthers(const std::vector<AccountPtr>& accounts) {
+  ChildMoves moves(indexes_);
+  for (const AccountPtr& given : accounts) {
+    if (placed_.contains(given.get())) continue;
+    if (const String parentID = given->parentAccountIdentifier()) {
+      const AccountPtr* parent = topLevelByID_.find(parentID);
+      moveChild(given, parent == nullptr ? nullptr : *parent, moves);
+      continue;
+    }
+    ordered_.push_back(given);
+    if (const String identifier = storedIdentifier(given)) topLevelByID_.set(identifier, given);
+    moves.release(given->identifier());
+    indexes_.reloadChildrenOf(given);
+  }
+}
+
+/// Takes the child out of whoever has it now and adds it to its parent, which may be nobody.
+void AccountReplacement::moveChild(const AccountPtr& child, const AccountPtr& parent, ChildMoves& moves) {
+  const String childID = child->identifier();
+  const String formerID = childID ? indexes_.parentIDOfChild(childID) : String();
+  const bool isAtHome = formerID && parent && formerID == parent->identifier();
+  const AccountPtr former = isAtHome ? parent : formerID ? indexes_.ownerOf(formerID) : nullptr;
+  moves.remove(childID, former);
+  moves.add(child, parent);
+}
 
 }  // namespace
 
 void AccountsManager::updateAccount(const AccountPtr& account) {
   RSLog("Updating account:%@", account->properties());
   const String identifier = account->identifier();
-  AccountArray& ordered = *_indexes->orderedTopLevelAccounts;
+  AccountIndexes& indexes = _state->indexes;
+  AccountArray& ordered = *indexes.topLevelAccounts();
   bool isFound = false;
   for (std::size_t index = ordered.size(); index-- > 0;) {
     if (!areSame(ordered[index]->identifier(), identifier)) continue;
@@ -33,25 +118,27 @@ void AccountsManager::updateAccount(const AccountPtr& account) {
     isFound = true;
   }
   if (!isFound) return;
-  _indexes->setTopLevel(identifier, account);
-  _loadChildrenFromAccount(account);
+  indexes.setTopLevel(identifier, account);
+  indexes.reloadChildrenOf(account);
 }
 
 void AccountsManager::insertAccount(const AccountPtr& account) {
   RSLog("Inserting account:", account->properties());
   const String identifier = account->identifier();
-  if (identifier && _indexes->topLevelAccountsByID.contains(identifier)) return;
-  _indexes->setTopLevel(identifier, account);
-  _indexes->orderedTopLevelAccounts->append(account);
-  _loadChildrenFromAccount(account);
+  AccountIndexes& indexes = _state->indexes;
+  if (identifier && indexes.topLevelAccountsByID().contains(identifier)) return;
+  indexes.setTopLevel(identifier, account);
+  indexes.topLevelAccounts()->append(account);
+  indexes.reloadChildrenOf(account);
 }
 
 void AccountsManager::deleteAccount(const AccountPtr& account) {
   RSLog("Deleting account:", account->properties());
   const String identifier = account->identifier();
-  _removeChildrenForAccountWithIdentifier(identifier);
-  _indexes->removeTopLevel(identifier);
-  AccountArray& ordered = *_indexes->orderedTopLevelAccounts;
+  AccountIndexes& indexes = _state->indexes;
+  indexes.removeChildrenOf(identifier);
+  indexes.removeTopLevel(identifier);
+  AccountArray& ordered = *indexes.topLevelAccounts();
   for (std::size_t index = ordered.size(); index-- > 0;) {
     if (!areSame(ordered[index]->identifier(), identifier)) continue;
     ordered.removeIdentical(ordered[index].get());
@@ -60,97 +147,31 @@ void AccountsManager::deleteAccount(const AccountPtr& account) {
 }
 
 void AccountsManager::deleteAccountWithIdentifier(std::string_view identifier) {
-  const AccountPtr* found = _indexes->topLevelAccountsByID.find(identifier);
+  const AccountPtr* found = _state->indexes.topLevelAccountsByID().find(identifier);
   if (found == nullptr) return;
   deleteAccount(AccountPtr(*found));
 }
 
 void AccountsManager::replaceAccountWithAccount(const AccountPtr& oldAccount, const AccountPtr& newAccount) {
-  const auto current = _indexes->orderedTopLevelAccounts->span();
-  std::vector<AccountPtr> ordered(current.begin(), current.end());
+  AccountIndexes& indexes = _state->indexes;
   const String oldIdentifier = oldAccount->identifier();
-  _removeChildrenForAccountWithIdentifier(oldIdentifier);
-  _indexes->removeTopLevel(oldIdentifier);
-  const auto place = std::find(ordered.begin(), ordered.end(), oldAccount);
-  if (place == ordered.end()) throw std::out_of_range("the account to replace is not in the store");
-  *place = newAccount;
-  _loadChildrenFromAccount(newAccount);
-  _indexes->orderedTopLevelAccounts->replaceAll(std::move(ordered));
+  indexes.removeChildrenOf(oldIdentifier);
+  indexes.removeTopLevel(oldIdentifier);
+  const auto ordered = indexes.topLevelAccounts()->span();
+  const auto found = std::find(ordered.begin(), ordered.end(), oldAccount);
+  if (found == ordered.end()) throw std::out_of_range("the account to replace is not in the store");
+  const auto index = static_cast<std::size_t>(found - ordered.begin());
+  indexes.reloadChildrenOf(newAccount);
+  indexes.topLevelAccounts()->replaceAt(index, newAccount);
 }
 
 void AccountsManager::replaceAccountsWithTypesWithAccounts(const TypeSet& types,
                                                            const std::vector<AccountPtr>& accounts) {
   RSLog("Replacing accounts");
-  const auto current = _indexes->orderedTopLevelAccounts->span();
-  std::vector<AccountPtr> ordered(current.begin(), current.end());
-  OrderedMap<AccountPtr> topLevelByID;
-  topLevelByID.reserve(ordered.size());
-  const std::unordered_set<const BasicAccount*> placed =
-      replaceInPlace(types, accounts, ordered, topLevelByID);
-  {
-    ChildMoves moves(*_indexes);
-    for (const AccountPtr& given : accounts) {
-      if (placed.contains(given.get())) continue;
-      if (const String parentID = given->parentAccountIdentifier()) {
-        const AccountPtr* parent = topLevelByID.find(parentID);
-        moveChild(given, parent == nullptr ? nullptr : *parent, moves);
-        continue;
-      }
-      ordered.push_back(given);
-      if (const String identifier = storedIdentifier(given)) topLevelByID.set(identifier, given);
-      moves.release(given->identifier());
-      _loadChildrenFromAccount(given);
-    }
-  }
-  _indexes->topLevelAccountsByID = std::move(topLevelByID);
-  _indexes->orderedTopLevelAccounts->replaceAll(std::move(ordered));
-}
-
-/// Puts the given records into the positions of those with their identifiers, and takes out the others of the
-/// types. Returns the given records that found a position.
-std::unordered_set<const BasicAccount*> AccountsManager::replaceInPlace(
-    const TypeSet& types, const std::vector<AccountPtr>& accounts, std::vector<AccountPtr>& ordered,
-    OrderedMap<AccountPtr>& topLevelByID) {
-  OrderedMap<AccountPtr> givenByID;
-  for (const AccountPtr& given : accounts) {
-    if (const String identifier = storedIdentifier(given)) givenByID.set(identifier, given);
-  }
-  std::unordered_map<const BasicAccount*, std::size_t> positionsLeft;
-  for (const AccountPtr& record : ordered) {
-    const String identifier = storedIdentifier(record);
-    const AccountPtr* given = identifier ? givenByID.find(identifier) : nullptr;
-    if (given != nullptr) ++positionsLeft[given->get()];
-  }
-
-  std::unordered_set<const BasicAccount*> placed;
-  for (std::size_t index = ordered.size(); index-- > 0;) {
-    AccountPtr& record = ordered[index];
-    const String identifier = storedIdentifier(record);
-    if (const AccountPtr* given = identifier ? givenByID.find(identifier) : nullptr) {
-      record = *given;
-      topLevelByID.set(identifier, *given);
-      placed.insert(given->get());
-      // Of all the times that its children would be indexed only the last one leaves a trace.
-      if (--positionsLeft[given->get()] == 0) _loadChildrenFromAccount(*given);
-    } else if (types.contains(record->type())) {
-      _removeChildrenForAccountWithIdentifier(identifier);
-      record.reset();
-    } else if (identifier) {
-      topLevelByID.set(identifier, record);
-    }
-  }
-  std::erase(ordered, nullptr);
-  return placed;
-}
-
-/// Takes the child out of whoever has it now and adds it to its parent, which may be nobody.
-void AccountsManager::moveChild(const AccountPtr& child, const AccountPtr& parent, ChildMoves& moves) {
-  const String childID = child->identifier();
-  const String formerID = childID ? _indexes->parentIDOfChild(childID) : String();
-  const bool isAtHome = formerID && parent && formerID == parent->identifier();
-  const AccountPtr former = isAtHome ? parent : formerID ? accountWithIdentifier(formerID) : nullptr;
-  moves.remove(childID, former);
-  moves.add(child, parent);
+  AccountReplacement replacement(_state->indexes);
+  replacement.putInPlace(types, accounts);
+  replacement.appendOthers(accounts);
+  replacement.finish();
 }
 
 void AccountsManager::addChildToAccount(const AccountPtr& child, const AccountPtr& parent) {
@@ -159,7 +180,7 @@ void AccountsManager::addChildToAccount(const AccountPtr& child, const AccountPt
   std::vector<Value> children(known.begin(), known.end());
   children.emplace_back(child->properties());
   parent->setAccountPropertyForKey(Array(std::move(children)), kAccountChildAccounts);
-  _loadChildrenFromAccount(parent);
+  _state->indexes.reloadChildrenOf(parent);
 }
 
 void AccountsManager::removeChildWithIdentifierFromAccount(const String& identifier,
@@ -175,7 +196,7 @@ void AccountsManager::removeChildWithIdentifierFromAccount(const String& identif
     }
     parent->setAccountPropertyForKey(Array(std::move(children)), kAccountChildAccounts);
   }
-  _loadChildrenFromAccount(parent);
+  _state->indexes.reloadChildrenOf(parent);
 }
 
 }  // namespace roster

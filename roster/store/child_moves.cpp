@@ -7,10 +7,10 @@ namespace roster {
 void ChildMoves::remove(const String& childID, const AccountPtr& parent) {
   if (!parent) return;
   Parent& opened = open(parent);
-  const auto found = opened.placesByID.find(childID.str());
-  if (childID && found != opened.placesByID.end()) {
-    for (const std::size_t place : found->second) opened.children[place] = Value();
-    opened.placesByID.erase(found);
+  const auto found = opened.indexesByID.find(childID.str());
+  if (childID && found != opened.indexesByID.end()) {
+    for (const std::size_t index : found->second) opened.children[index] = Value();
+    opened.indexesByID.erase(found);
     indexes_.removeChild(childID);
   }
   if (opened.hasChildren) changed(opened);
@@ -48,7 +48,7 @@ ChildMoves::Parent& ChildMoves::open(const AccountPtr& account) {
 }
 
 ChildMoves::Parent ChildMoves::take(const AccountPtr& account) {
-  // What it does not hold itself it has from its own parent, who may be open.
+  // Properties that it lacks are those of its own parent, which may be open.
   if (account->parentAccount()) writeAll();
   Parent taken{.account = account};
   note(account->properties(), Role::asParent);
@@ -63,7 +63,7 @@ ChildMoves::Parent ChildMoves::take(const AccountPtr& account) {
 
 void ChildMoves::index(Parent& parent, const String& parentID) {
   const std::vector<Value> children = std::exchange(parent.children, {});
-  parent.placesByID.clear();
+  parent.indexesByID.clear();
   indexes_.removeChildrenOf(parentID);
   for (const Value& element : children) {
     if (!element.isNil()) append(parent, parentID, element);
@@ -72,7 +72,7 @@ void ChildMoves::index(Parent& parent, const String& parentID) {
 
 void ChildMoves::append(Parent& parent, const String& parentID, const Value& element) {
   const String childID = indexes_.addChild(element, parent.account, parentID);
-  if (childID) parent.placesByID[childID.str()].push_back(parent.children.size());
+  if (childID) parent.indexesByID[childID.str()].push_back(parent.children.size());
   parent.children.push_back(element);
 }
 

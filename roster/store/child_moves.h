@@ -28,7 +28,7 @@ class ChildMoves {
   void remove(const String& childID, const AccountPtr& parent);
   /// Appends the child's live properties to the parent's children. Does nothing without a parent.
   void add(const AccountPtr& child, const AccountPtr& parent);
-  /// Hands back whatever parent goes by the identifier, because somebody else is about to index its children.
+  /// Closes the parent with the identifier, because somebody else is about to index its children.
   void release(const String& parentID);
 
  private:
@@ -36,7 +36,8 @@ class ChildMoves {
     AccountPtr account;
     /// The elements of "ChildAccounts"; nil where one was taken out.
     std::vector<Value> children{};
-    std::unordered_map<std::string, std::vector<std::size_t>> placesByID{};
+    /// Where the elements with an identifier stand.
+    std::unordered_map<std::string, std::vector<std::size_t>> indexesByID{};
     bool hasChildren = false;
     bool isChanged = false;
   };

@@ -1,17 +1,36 @@
 #include "roster/account/record_arena.h"
 #include "roster/fixers/mail_account_fixer.h"
-#include "roster/notify/snapshot.h"
 #include "roster/platform/device.h"
 #include "roster/platform/system_log.h"
-#include "roster/store/account_indexes.h"
 #include "roster/store/accounts_manager.h"
 #include "roster/store/salvage.h"
 #include "roster/store/settings_file.h"
+#include "roster/store/store_state.h"
 
 namespace roster {
 
-AccountsManager::AccountsManager(Allocation)
-    : _indexes(std::make_unique<AccountIndexes>()), _originalAccountsByID(std::make_unique<Snapshot>()) {}
+namespace {
+
+/// Enters the record once for each fixer that lets it pass. Returns whether a fixer did anything.
+bool fixAndEnter(const AccountPtr& account, const RuntimeFixers& fixers, AccountIndexes& indexes) {
+  bool isFixed = false;
+  for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : fixers) {
+    const FixResult result = fixer->fixBasicAccountIfNeededLoggingMessage(account, "loading accounts");
+    if (result != FixResult::nothingDone) isFixed = true;
+    if (result == FixResult::unrepairable) continue;
+    const String identifier = account->identifier();
+    // An identifier that was not there before has no children to drop.
+    const bool isNew = indexes.setTopLevel(identifier, account);
+    if (!isNew) indexes.removeChildrenOf(identifier);
+    indexes.topLevelAccounts()->append(account);
+    indexes.addChildrenOf(account, identifier);
+  }
+  return isFixed;
+}
+
+}  // namespace
+
+AccountsManager::AccountsManager(Allocation) : _state(std::make_unique<StoreState>()) {}
 
 AccountsManager::~AccountsManager() = default;
 
@@ -29,25 +48,34 @@ std::string AccountsManager::fullPathToRosterPlist() { return sharedPreferencesP
 
 unsigned AccountsManager::currentVersion() { return currentRegistryVersion; }
 
-std::vector<std::shared_ptr<RSRuntimeFixProtocol>> AccountsManager::_createRuntimeFixers() const {
-  return {std::make_shared<RSRuntimeFixMailAccount>()};
-}
+std::int64_t AccountsManager::dataVersion() const { return _state->dataVersion; }
+
+void AccountsManager::setDataVersion(std::int64_t version) { _state->dataVersion = version; }
+
+std::string AccountsManager::settingsPath() const { return fullPathToRosterPlist(); }
+
+RuntimeFixers AccountsManager::_createRuntimeFixers() const { return standardFixers(); }
 
 void AccountsManager::loadSettingsFile() {
   const SettingsFile file(settingsPath());
   Registry registry = file.read();
-  _damage = std::move(registry.damage);
-  if (registry.accounts && !_damage.empty()) {
-    systemLog("Not all of the registry %@ can be used: %@", file.path(), _damage);
+  if (registry.accounts && registry.damage) {
+    systemLog("Not all of the registry %@ can be used: %@", file.path(), registry.damage->message);
   }
+  _state->damage = std::move(registry.damage);
   _initWithAccountsInfo(registry.accounts.value_or(Array()));
-  _dataVersion = registry.version;
+  _state->dataVersion = registry.version;
 }
 
 void AccountsManager::_initWithAccountsInfo(const Array& accounts) {
-  _runtimeFixers = _createRuntimeFixers();
-  _indexes->orderedTopLevelAccounts->reserve(accounts.size());
-  _indexes->topLevelAccountsByID.reserve(accounts.size());
+  _state->load(accounts, _createRuntimeFixers());
+}
+
+RuntimeFixers standardFixers() { return {std::make_shared<RSRuntimeFixMailAccount>()}; }
+
+void StoreState::load(const Array& accounts, RuntimeFixers newFixers) {
+  fixers = std::move(newFixers);
+  indexes.reserve(accounts.size());
   bool isAnythingFixed = false;
   Salvage salvage(accounts);
   const RecordArena arena(accounts.size());
@@ -59,53 +87,14 @@ void AccountsManager::_initWithAccountsInfo(const Array& accounts) {
                 "-[AccountsManager _initWithAccountsInfo:]", element);
       continue;
     }
-    if (fixAndIndex(account)) isAnythingFixed = true;
+    if (fixAndEnter(account, fixers, indexes)) isAnythingFixed = true;
   }
-  if (isAnythingFixed) tellFixersAccountsHaveBeenSaved(false);
-  _setOriginalAccountDictionaries();
+  if (isAnythingFixed) tellFixers(false);
+  takeSnapshot();
 }
 
-/// Enters the record once for each fixer that lets it pass. Returns whether a fixer did anything.
-bool AccountsManager::fixAndIndex(const AccountPtr& account) {
-  bool isFixed = false;
-  for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : _runtimeFixers) {
-    const FixResult result = fixer->fixBasicAccountIfNeededLoggingMessage(account, "loading accounts");
-    if (result != FixResult::nothingDone) isFixed = true;
-    if (result == FixResult::unrepairable) continue;
-    const String identifier = account->identifier();
-    // An identifier that was not there before has no children to drop.
-    const bool isNew = _indexes->setTopLevel(identifier, account);
-    if (!isNew) _removeChildrenForAccountWithIdentifier(identifier);
-    _indexes->orderedTopLevelAccounts->append(account);
-    indexChildren(account, identifier);
-  }
-  return isFixed;
-}
-
-void AccountsManager::_loadChildrenFromAccount(const AccountPtr& parent) {
-  const String parentID = parent->identifier();
-  _removeChildrenForAccountWithIdentifier(parentID);
-  indexChildren(parent, parentID);
-}
-
-void AccountsManager::indexChildren(const AccountPtr& parent, const String& parentID) {
-  const std::optional<Array> children = parent->accountPropertyForKey(kAccountChildAccounts).array();
-  if (!children) return;
-  for (const Value& element : *children) _indexes->addChild(element, parent, parentID);
-}
-
-void AccountsManager::_removeChildrenForAccountWithIdentifier(const String& identifier) {
-  _indexes->removeChildrenOf(identifier);
-}
-
-void AccountsManager::tellFixersAccountsHaveBeenSaved(bool areSaved) {
-  for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : _runtimeFixers) {
-    fixer->accountsHaveBeenSaved(areSaved);
-  }
-}
-
-void AccountsManager::_setOriginalAccountDictionaries() {
-  *_originalAccountsByID = Snapshot(_indexes->orderedTopLevelAccounts->span());
+void StoreState::tellFixers(bool areSaved) const {
+  for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : fixers) fixer->accountsHaveBeenSaved(areSaved);
 }
 
 }  // namespace roster

@@ -1,8 +1,9 @@
 #include <atomic>
 
-#include "roster/notify/snapshot.h"
-#include "roster/store/account_indexes.h"
+#include "roster/notify/notifier_dispatch.h"
+#include "roster/notify/snapshot_properties.h"
 #include "roster/store/accounts_manager.h"
+#include "roster/store/store_state.h"
 
 namespace roster {
 
@@ -19,16 +20,12 @@ void AccountsManager::_setShouldSkipNotifications(bool shouldSkip) {
   _shouldSkipNotifications() = shouldSkip;
 }
 
-/// Tells those concerned what a save changed. While nobody is told, the snapshot stays: the next save that
-/// tells them reports the changes of this one too.
-void AccountsManager::announceSave() {
-  if (_shouldSkipNotifications()) return;
-  _sendNotificationsForChangedAccounts();
-  _setOriginalAccountDictionaries();
-}
+/// While nobody is told, the snapshot stays: the next save that tells somebody reports the changes of this
+/// one too.
+bool areNotificationsSkipped() { return _shouldSkipNotifications() || areNotificationsPaused(); }
 
 void AccountsManager::_sendNotificationsForChangedAccounts() {
-  announceChanges(detectChanges(*_originalAccountsByID, _indexes->topLevelAccountsByID));
+  announceChanges(detectChanges(_state->snapshot, _state->indexes.topLevelAccountsByID()));
 }
 
 void AccountsManager::_addNotificationToDictionaryForChangeTypeOriginalPropertiesCurrentProperties(

@@ -4,15 +4,15 @@
 
 #include "roster/platform/resources.h"
 #include "roster/platform/system_log.h"
-#include "roster/store/account_indexes.h"
 #include "roster/store/accounts_manager.h"
+#include "roster/store/store_state.h"
 
 namespace roster {
 
 namespace {
 
 /// The first record of an index that has the sync identifier.
-AccountPtr withSyncIdentifier(const OrderedMap<AccountPtr>& accounts, std::string_view syncIdentifier) {
+AccountPtr withSyncIdentifier(const AccountIndexes::ByID& accounts, std::string_view syncIdentifier) {
   for (const auto& entry : accounts) {
     if (entry.value->syncStoreIdentifier() == syncIdentifier) return entry.value;
   }
@@ -23,7 +23,7 @@ AccountPtr withSyncIdentifier(const OrderedMap<AccountPtr>& accounts, std::strin
 class ChildrenByParent {
  public:
   using Children = std::vector<AccountPtr>;
-  explicit ChildrenByParent(const OrderedMap<AccountPtr>& children) : children_(children) { sort(); }
+  explicit ChildrenByParent(const AccountIndexes::ByID& children) : children_(children) { sort(); }
 
   /// Those of now: they are sorted again when the store's children have changed since.
   Children of(const AccountPtr& parent) {
@@ -39,7 +39,7 @@ class ChildrenByParent {
     for (const auto& entry : children_) byParent_[entry.value->parentAccount().get()].push_back(entry.value);
   }
 
-  const OrderedMap<AccountPtr>& children_;
+  const AccountIndexes::ByID& children_;
   std::unordered_map<const BasicAccount*, Children> byParent_;
   std::uint64_t changes_ = 0;
 };
@@ -47,18 +47,22 @@ class ChildrenByParent {
 }  // namespace
 
 AccountPtr AccountsManager::accountWithIdentifier(std::string_view identifier) const {
-  if (const AccountPtr* account = _indexes->topLevelAccountsByID.find(identifier)) return *account;
-  const AccountPtr* child = _indexes->childAccountsByID().find(identifier);
-  if (child == nullptr) return nullptr;
-  const String parentID = _indexes->parentIDOfChild((*child)->identifier());
-  if (parentID.isNil()) return nullptr;
-  const AccountPtr* parent = _indexes->topLevelAccountsByID.find(parentID);
-  return parent == nullptr ? nullptr : *parent;
+  return _state->indexes.ownerOf(identifier);
+}
+
+AccountPtr AccountsManager::childAccountWithIdentifier(std::string_view identifier) const {
+  const AccountPtr* child = _state->indexes.childAccountsByID().find(identifier);
+  return child == nullptr ? nullptr : *child;
+}
+
+std::vector<AccountPtr> AccountsManager::childrenOfAccount(const AccountPtr& parent) const {
+  return _state->indexes.childrenOf(parent);
 }
 
 AccountPtr AccountsManager::syncableAccountWithSyncIdentifier(std::string_view syncIdentifier) const {
-  if (AccountPtr account = withSyncIdentifier(_indexes->topLevelAccountsByID, syncIdentifier)) return account;
-  return withSyncIdentifier(_indexes->childAccountsByID(), syncIdentifier);
+  if (AccountPtr account = withSyncIdentifier(_state->indexes.topLevelAccountsByID(), syncIdentifier))
+    return account;
+  return withSyncIdentifier(_state->indexes.childAccountsByID(), syncIdentifier);
 }
 
 AccountPtr AccountsManager::displayAccountWithSyncIdentifier(std::string_view syncIdentifier) const {
@@ -67,37 +71,38 @@ AccountPtr AccountsManager::displayAccountWithSyncIdentifier(std::string_view sy
 }
 
 std::shared_ptr<const AccountArray> AccountsManager::allBasicAccounts() const {
-  return _indexes->orderedTopLevelAccounts;
+  return _state->indexes.topLevelAccounts();
 }
 
 std::vector<AccountPtr> AccountsManager::allBasicSyncableAccounts() const {
-  const auto topLevel = _indexes->orderedTopLevelAccounts->span();
+  const auto topLevel = _state->indexes.topLevelAccounts()->span();
   std::vector<AccountPtr> all(topLevel.begin(), topLevel.end());
-  for (const auto& entry : _indexes->childAccountsByID()) all.push_back(entry.value);
+  for (const auto& entry : _state->indexes.childAccountsByID()) all.push_back(entry.value);
   return all;
 }
 
 std::vector<AccountPtr> AccountsManager::basicAccountsWithTypes(const TypeSet& types) const {
   std::vector<AccountPtr> matching;
-  for (const AccountPtr& account : *_indexes->orderedTopLevelAccounts) {
+  for (const AccountPtr& account : *_state->indexes.topLevelAccounts()) {
     if (types.contains(account->type())) matching.push_back(account);
   }
   return matching;
 }
 
 std::size_t AccountsManager::countOfBasicAccountsWithTypes(const TypeSet& types) const {
+  const auto accounts = _state->indexes.topLevelAccounts()->span();
   return static_cast<std::size_t>(
-      std::count_if(_indexes->orderedTopLevelAccounts->begin(), _indexes->orderedTopLevelAccounts->end(),
+      std::count_if(accounts.begin(), accounts.end(),
                     [&types](const AccountPtr& account) { return types.contains(account->type()); }));
 }
 
-std::size_t AccountsManager::count() const { return _indexes->orderedTopLevelAccounts->size(); }
+std::size_t AccountsManager::count() const { return _state->indexes.topLevelAccounts()->size(); }
 
 AccountsManager::FullAccount AccountsManager::fullAccountWithIdentifierLoader(
     std::string_view identifier, AccountLoaderProtocol* loader) const {
   if (identifier.empty()) return nullptr;
-  const AccountPtr* account = _indexes->topLevelAccountsByID.find(identifier);
-  if (account == nullptr) account = _indexes->childAccountsByID().find(identifier);
+  const AccountPtr* account = _state->indexes.topLevelAccountsByID().find(identifier);
+  if (account == nullptr) account = _state->indexes.childAccountsByID().find(identifier);
   if (account == nullptr) return nullptr;
   const AccountPtr kept = *account;  // the creator may change the store
   return kept->fullAccountUsingLoader(loader);
@@ -106,8 +111,8 @@ AccountsManager::FullAccount AccountsManager::fullAccountWithIdentifierLoader(
 std::vector<AccountsManager::FullAccount> AccountsManager::accountsWithTypesWithLoader(
     const TypeSet& types, AccountLoaderProtocol* loader) const {
   std::vector<FullAccount> accounts;
-  ChildrenByParent children(_indexes->childAccountsByID());
-  for (const AccountPtr& element : *_indexes->orderedTopLevelAccounts) {
+  ChildrenByParent children(_state->indexes.childAccountsByID());
+  for (const AccountPtr& element : *_state->indexes.topLevelAccounts()) {
     // A creator may change the store, and the element with it.
     const AccountPtr parent = element;  // NOLINT(performance-unnecessary-copy-initialization)
     if (types.contains(parent->type())) {
@@ -137,7 +142,7 @@ std::vector<AccountsManager::FullAccount> AccountsManager::allMailAccounts() con
 }
 
 AccountsManager::FullAccount AccountsManager::fullDeviceLocalAccount() {
-  for (const AccountPtr& account : *_indexes->orderedTopLevelAccounts) {
+  for (const AccountPtr& account : *_state->indexes.topLevelAccounts()) {
     if (!(account->type() == kOnMyDeviceAccountType)) continue;
     // The creator may change the store, and the element with it.
     const AccountPtr kept = account;  // NOLINT(performance-unnecessary-copy-initialization)

@@ -1,27 +1,20 @@
 #include "roster/store/registry_check.h"
 
+#include <algorithm>
+
 #include "roster/account/vocabulary.h"
 #include "roster/base/single_line.h"
 #include "roster/platform/property_list_file.h"
 #include "roster/platform/system_log.h"
 #include "roster/store/account_check.h"
-#include "roster/store/accounts_manager.h"
 #include "roster/store/settings_file.h"
+#include "roster/store/store_state.h"
 
 namespace roster {
 
 namespace {
 
 using Kind = RegistryFinding::Kind;
-
-/// Hands out the fixers that a store asks.
-class FixerSource : public AccountsManager {
- public:
-  using AccountsManager::AccountsManager;
-  static std::vector<std::shared_ptr<RSRuntimeFixProtocol>> fixers() {
-    return makeWithAccountsInfo<FixerSource>(Array())->_createRuntimeFixers();
-  }
-};
 
 void checkVersion(const Dictionary& root, AccountCheck& check) {
   const std::string current = std::to_string(currentRegistryVersion);
@@ -47,9 +40,9 @@ void checkRootKeys(const Dictionary& root, AccountCheck& check) {
     if (entry.key.isNil()) {
       check.add(Kind::damage, "a key of the file", "it is left out", "it cannot be read");
     } else if (!(entry.key == kPlistAccountsKey) && !(entry.key == kPlistVersionKey)) {
-      constexpr std::size_t mostShown = 80;
+      constexpr std::size_t maximumShown = 80;
       std::string name;
-      appendSingleLine(name, frontOf(entry.key, mostShown));
+      appendSingleLine(name, frontOf(entry.key, maximumShown));
       check.add(Kind::ignores, name, "gone from the file at the next save",
                 R"(a registry has no such key beside "Accounts" and "Version")");
     }
@@ -76,7 +69,7 @@ std::vector<RegistryFinding> checkRegistry(const std::string& path) {
   const SystemLogSilence silence;
   const Result<Value> file = readPropertyListFile(path, Soundness::inspected);
   if (!file && isMissingFile(file.error())) return {};
-  AccountCheck check(FixerSource::fixers());
+  AccountCheck check(standardFixers());
   const std::optional<Dictionary> root = file ? file->dictionary() : std::nullopt;
   if (!file) {
     check.add(Kind::damage, path, "the registry counts as empty", file.error().message);
@@ -92,6 +85,20 @@ std::vector<RegistryFinding> checkRegistry(const std::string& path) {
     check.add(Kind::ignores, path, "the check ends here", "there is too much to look at or to report");
   }
   return std::move(check).takeFindings();
+}
+
+Result<Array> readRegistryAccounts(const std::string& path) {
+  Registry registry = SettingsFile(path).read();
+  const Array accounts = registry.accounts.value_or(Array());
+  const bool isReadable =
+      registry.accounts && std::all_of(accounts.begin(), accounts.end(), [](const Value& element) {
+        return !element.isNil() && element.fault() == Fault::none;
+      });
+  if (isReadable || !registry.damage) return accounts;
+  Error damage = *std::move(registry.damage);
+  // What is said of the whole file names it already.
+  if (damage.message.find(path) == std::string::npos) damage.message = path + ": " + damage.message;
+  return damage;
 }
 
 }  // namespace roster

@@ -22,34 +22,36 @@ std::string damageOfAccount(const Value& account) {
   return " has a value that " + std::string(describe(account.fault()));
 }
 
-/// What about "Accounts" cannot be read as accounts; empty when there is nothing.
-std::string damageOf(const Array& accounts) {
+Error damage(std::string why) { return {std::errc::bad_message, std::move(why)}; }
+
+/// What about "Accounts" cannot be read as accounts.
+std::optional<Error> damageOf(const Array& accounts) {
   std::size_t index = 0;
   for (const Value& element : accounts) {
     if (!element.isDictionary() || element.fault() != Fault::none) {
-      return "its account " + std::to_string(index) + damageOfAccount(element);
+      return damage("its account " + std::to_string(index) + damageOfAccount(element));
     }
     ++index;
   }
-  return {};
+  return std::nullopt;
 }
 
-/// What about the file cannot be read as a registry; empty when there is nothing.
-std::string damageOf(const Value& file, const Dictionary& root, const std::optional<Array>& accounts) {
-  std::string damage;
+/// What about the file cannot be read as a registry.
+std::optional<Error> damageOf(const Value& file, const Dictionary& root,
+                              const std::optional<Array>& accounts) {
+  if (!accounts && root.contains(kPlistAccountsKey)) return damage("its \"Accounts\" are not an array");
   if (accounts) {
-    damage = damageOf(*accounts);
-  } else if (root.contains(kPlistAccountsKey)) {
-    damage = "its \"Accounts\" are not an array";
+    if (std::optional<Error> found = damageOf(*accounts)) return found;
   }
-  if (!damage.empty()) return damage;
-  if (file.fault() != Fault::none) return "it has a value that " + std::string(describe(file.fault()));
+  if (file.fault() != Fault::none)
+    return damage("it has a value that " + std::string(describe(file.fault())));
   // A version alone may be meant. Without it the accounts may be there, but not under their key.
   const bool isEmptyRegistry = root.size() == 1 && root.contains(kPlistVersionKey);
-  return accounts || isEmptyRegistry ? "" : "it has no \"Accounts\"";
+  if (!accounts && !isEmptyRegistry) return damage("it has no \"Accounts\"");
+  return std::nullopt;
 }
 
-Registry damaged(std::string why) {
+Registry damaged(Error why) {
   Registry registry;
   registry.damage = std::move(why);
   return registry;
@@ -75,9 +77,9 @@ std::string utcTime() {
 
 Registry SettingsFile::read() const {
   const Result<Value> file = readPropertyListFile(path_, Soundness::inspected);
-  if (!file) return isMissingFile(file.error()) ? Registry() : damaged(file.error().message);
+  if (!file) return isMissingFile(file.error()) ? Registry() : damaged(file.error());
   const std::optional<Dictionary> root = file->dictionary();
-  if (!root) return damaged(path_ + " is not a dictionary");
+  if (!root) return damaged(damage(path_ + " is not a dictionary"));
 
   Registry registry;
   registry.version = root->find(kPlistVersionKey).integer().value_or(0);
@@ -86,18 +88,19 @@ Registry SettingsFile::read() const {
   return registry;
 }
 
-Result<> SettingsFile::replace(const std::string& bytes, const std::string& damage) const {
-  const bool isToBeKept = !damage.empty() && fileExists(path_);
+Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Error>& damage) const {
+  const bool isToBeKept = damage && fileExists(path_);
   const std::string copy = isToBeKept ? nameForDamaged() : std::string();
   if (isToBeKept) {
-    if (const Result<> kept = keepFileAs(path_, copy); !kept) return kept;
+    if (Result<> kept = keepFileAs(path_, copy); !kept) return kept;
   }
-  const Result<> replaced = replaceFile(path_, std::as_bytes(std::span(bytes)));
-  // While the damaged file is still in its place, a second name for it would only be litter.
+  Result<> replaced = replaceFile(path_, std::as_bytes(std::span(bytes)));
+  // While the damaged file is still in its place, a second name for it is of no use.
   std::error_code ignored;
   const bool isLitter = !replaced && isToBeKept && std::filesystem::equivalent(path_, copy, ignored);
   if (isLitter) std::filesystem::remove(copy, ignored);
-  if (isToBeKept && !isLitter) systemLog("Kept the damaged registry %@ as %@: %@", path_, copy, damage);
+  if (isToBeKept && !isLitter)
+    systemLog("Kept the damaged registry %@ as %@: %@", path_, copy, damage->message);
   return replaced;
 }
 

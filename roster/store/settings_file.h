@@ -5,9 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "roster/base/export.h"
 #include "roster/base/result.h"
-#include "roster/store/salvage.h"
 #include "roster/value/value.h"
 
 namespace roster {
@@ -21,13 +19,13 @@ struct Registry {
   std::optional<Array> accounts;
   /// The value under "Version", 0 when there is none.
   std::int64_t version = 0;
-  /// Why the file, though it exists, cannot be read as a registry in full; empty when it can, or there is no
-  /// file. What cannot be read is not lost as long as the file itself is kept.
-  std::string damage;
+  /// Why the file, though it exists, cannot be read as a registry in full; nothing when it can, or there is
+  /// no file. What cannot be read is not lost as long as the file itself is kept.
+  std::optional<Error> damage;
 };
 
 /// The one file that holds the registry, at a path.
-class ROSTER_EXPORT SettingsFile {
+class SettingsFile {
  public:
   explicit SettingsFile(std::string path) : path_(std::move(path)) {}
 
@@ -37,9 +35,9 @@ class ROSTER_EXPORT SettingsFile {
   Registry read() const;
 
   /// Replaces the file atomically. A damaged one is kept beside its successor, under its own name with
-  /// ".damaged-" and the time in UTC, and one line in the system log says so. Returns nothing on success,
-  /// else what failed; the old file is then whole, and so it is when it could not be kept.
-  Result<> replace(const std::string& bytes, const std::string& damage) const;
+  /// ".damaged-" and the time in UTC, and one line in the system log says so. After a failure,
+  /// also one to keep the damaged file, the old file is whole.
+  Result<> replace(const std::string& bytes, const std::optional<Error>& damage) const;
 
  private:
   std::string nameForDamaged() const;

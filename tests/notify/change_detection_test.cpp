@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "tests/support/values.h"
+#include "tests/store/store_test.h"
 
 namespace roster::testing {
 namespace {
@@ -46,13 +46,27 @@ TEST(ChangeDetection, ConcernsWhatWasSwitchedAndWithOtherChangesAllThatIsEnabled
         const int was = std::max(before, 0);
         const int is = std::max(now, 0);
         const Value switched = dataclassesOf((was ^ is) | (isChange ? is : 0));
-        EXPECT_EQ(concerned(RSAccountChangeTypeModified, original, current), switched)
-            << before << " " << now;
+        SCOPED_TRACE(formatted("%@ and %@", original, current));
+        EXPECT_EQ(concerned(RSAccountChangeTypeModified, original, current), switched);
         EXPECT_EQ(concerned(RSAccountChangeTypeAdded, {}, current), dataclassesOf(is));
         EXPECT_EQ(concerned(RSAccountChangeTypeRemoved, original, {}), dataclassesOf(was));
       }
     }
   }
+}
+
+TEST(ChangeDetection, BetweenSnapshotsTellsWhatWentThenWhatCameThenWhatIsOtherNow) {
+  const TemporaryDevice device;
+  const AccountPtr same = record("same"), other = record("other"), gone = record("gone");
+  const Snapshot before(std::vector{other, gone, same});
+  other->setDisplayName("new");
+  const Snapshot after(std::vector{record("came"), same, other});
+  std::string told;
+  for (const AccountChange& change : changesBetween(before, after)) {
+    told += std::to_string(change.type) + " " + change.identifier().str() + ", ";
+  }
+  EXPECT_EQ(told, "2 gone, 0 came, 1 other, ");
+  EXPECT_TRUE(changesBetween(after, after).empty());
 }
 
 }  // namespace

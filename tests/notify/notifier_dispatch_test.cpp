@@ -1,5 +1,7 @@
 #include "roster/notify/notifier_dispatch.h"
 
+#include <thread>
+
 #include "tests/store/store_test.h"
 #include "tests/support/creators_table.h"
 
@@ -70,6 +72,7 @@ TEST_F(NotifierTest, AreFoundInACompleteTable) {
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     const std::string type = "T" + std::to_string(i);
     const auto& [entries, message, names] = cases[i];
+    SCOPED_TRACE(type + " " + message);
     assertions.clear();
     EXPECT_EQ(AccountsManager::_notifierClassNamesForAccountTypeDataclass(type, dataclass("Mail")), names);
     EXPECT_EQ(assertions, message.empty() ? Lines() : Lines{formatted(finding + message, type)});
@@ -121,6 +124,20 @@ TEST_F(NotifierTest, HearTogetherOfAllThatWasSavedSilentlyOrNotAtAll) {
   a->setEnabledForDataclasses({dataclass("Notes")});
   EXPECT_EQ(save(store), Lines());
   AccountsManager::_setShouldSkipNotifications(false);
+
+  const auto saveSilently = [&] {
+    const NotificationPause pause;
+    b->setDisplayName("silent");
+    EXPECT_EQ(save(store), Lines());
+    std::thread([this] {
+      const Store other = storeOf(array(account("other", "Mail")));
+      other->accountWithIdentifier("other")->setDisplayName("new");
+      EXPECT_EQ(save(other), Lines{"A; 1 T other [Mail]"}) << "another thread goes on telling";
+    }).join();
+    throw std::runtime_error("the scope ends");
+  };
+  EXPECT_THROW(saveSilently(), std::runtime_error);
+  b->removeAccountPropertyForKey("DisplayName");
 
   a->setDisplayName("\xFF");
   EXPECT_EQ(save(store), Lines()) << "such a name cannot be written";

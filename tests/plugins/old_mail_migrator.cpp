@@ -43,7 +43,7 @@ class OldMailMigrator : public AccountMigrationProtocol {
     }
     store->setDataVersion(AccountsManager::currentVersion());
     store->saveAllAccounts();
-    return store->lastSaveError().empty() && (list.empty() || std::filesystem::remove(mailAccountsPath()));
+    return !store->lastSaveError() && (list.empty() || std::filesystem::remove(mailAccountsPath()));
   }
 };
 

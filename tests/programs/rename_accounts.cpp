@@ -6,8 +6,10 @@
 int main(int count, char** arguments) {
   if (count != 2) return 2;
   const auto store = roster::AccountsManager::init();
-  for (const auto& account : *store->allBasicAccounts()) account->setDisplayName(arguments[1]);
+  const auto accounts = store->allBasicAccounts();
+  for (const auto& account : *accounts) account->setDisplayName(arguments[1]);
   store->saveAllAccounts();
-  std::fputs(store->lastSaveError().c_str(), stderr);
-  return store->lastSaveError().empty() ? 0 : 1;
+  if (!store->lastSaveError()) return 0;
+  std::fputs(store->lastSaveError()->message.c_str(), stderr);
+  return 1;
 }

@@ -53,7 +53,7 @@ TEST_F(ChangesTest, ReachTheAccountsTheirChildrenAndTheIndexes) {
   for (std::size_t i = 0; i < std::size(rows); ++i) {
     store = usualStore();
     rows[i].first();
-    EXPECT_EQ(state(), rows[i].second) << i;
+    EXPECT_EQ(state(), rows[i].second) << "row " << i;
   }
 }
 
@@ -92,20 +92,21 @@ TEST_F(ChangesTest, AddAChildUncheckedAndRemoveEveryOneWithTheIdentifierThatCanB
 }
 
 TEST_F(ChangesTest, AChangeDuringAWalkOverTheAccountsEndsTheWalk) {
-  const std::function<void()> changes[] = {
-      [&] { store->updateAccount(record("b")); },
-      [&] { store->insertAccount(record("n")); },
-      [&] { store->deleteAccountWithIdentifier("b"); },
-      [&] { store->replaceAccountWithAccount(store->allBasicAccounts()->at(0), record("m")); },
-      [&] { store->replaceAccountsWithTypesWithAccounts({"Mail"}, {}); },
+  const std::pair<const char*, std::function<void()>> changes[] = {
+      {"update", [&] { store->updateAccount(record("b")); }},
+      {"insert", [&] { store->insertAccount(record("n")); }},
+      {"delete", [&] { store->deleteAccountWithIdentifier("b"); }},
+      {"replace one",
+       [&] { store->replaceAccountWithAccount(store->allBasicAccounts()->at(0), record("m")); }},
+      {"replace many", [&] { store->replaceAccountsWithTypesWithAccounts({"Mail"}, {}); }},
   };
-  for (const auto& change : changes) {
-    const auto walk = [&] {
+  for (const auto& [name, change] : changes) {
+    const auto walk = [this, &make = change] {
       for (const AccountPtr& account : *store->allBasicAccounts()) {
-        if (account) change();
+        if (account) make();
       }
     };
-    EXPECT_THROW(walk(), EnumerationMutation);
+    EXPECT_THROW(walk(), EnumerationMutation) << name;
   }
   EXPECT_EQ(all(), "m c n") << "each change itself was made";
 }

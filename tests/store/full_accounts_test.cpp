@@ -79,6 +79,7 @@ class FullDeviceLocalAccountTest : public StoreTest {};
 TEST_F(FullDeviceLocalAccountTest, IsAddedToAStoreThatLacksItInEveryLanguage) {
   std::set<std::string> words;
   for (const std::string language : {"en", "de", "es", "fr", "ja"}) {
+    SCOPED_TRACE(language);
     device.setEnvironment("LC_ALL", language + ".UTF-8");
     log.clear();
     writeRegistry();

@@ -19,6 +19,11 @@ TEST_F(QueriesTest, FindAChildsParentButTheChildItselfByItsSyncIdentifier) {
   EXPECT_EQ(store->syncableAccountWithSyncIdentifier("sync c")->identifier(), "c");
   EXPECT_EQ(store->displayAccountWithSyncIdentifier("sync c"), parent);
   EXPECT_EQ(store->displayAccountWithSyncIdentifier("sync p"), parent);
+  const AccountPtr child = store->childAccountWithIdentifier("c");
+  EXPECT_EQ(child, store->syncableAccountWithSyncIdentifier("sync c"));
+  EXPECT_EQ(child->parentAccount(), parent);
+  for (const char* none : {"p", "", "unknown"})
+    EXPECT_EQ(store->childAccountWithIdentifier(none), nullptr) << none;
   EXPECT_EQ(store->accountWithIdentifier(""), nullptr);
   EXPECT_EQ(store->displayAccountWithSyncIdentifier(""), nullptr);
 }
@@ -31,6 +36,25 @@ TEST_F(QueriesTest, ListByTypeWithoutChildrenAndShowLaterChangesThroughTheListOf
   store->replaceAccountsWithTypesWithAccounts({"Exchange"}, {record("t")});
   store->replaceAccountWithAccount(store->accountWithIdentifier("r"), record("u"));
   EXPECT_EQ(identifiers(*all), "p u s t");
+}
+
+TEST_F(QueriesTest, ListTheChildrenOfAParentInItsOrderAsItHoldsThemNow) {
+  const auto childrenOf = [this](const AccountPtr& parent) {
+    return identifiers(store->childrenOfAccount(parent));
+  };
+  const AccountPtr parent = store->accountWithIdentifier("p");
+  const AccountPtr other = store->accountWithIdentifier("q");
+  EXPECT_EQ(childrenOf(parent), "c twin");
+  EXPECT_EQ(store->childrenOfAccount(parent).front(), store->childAccountWithIdentifier("c"));
+  store->removeChildWithIdentifierFromAccount("c", parent);
+  store->addChildToAccount(record("c"), parent);
+  store->addChildToAccount(record("twin"), parent);
+  EXPECT_EQ(childrenOf(parent), "c twin") << "of two with one identifier the later is the child";
+  store->addChildToAccount(record("c"), other);
+  EXPECT_EQ(childrenOf(parent) + "; " + childrenOf(other), "twin; c");
+  for (const AccountPtr& none : {AccountPtr(), store->childAccountWithIdentifier("c"), record("p")}) {
+    EXPECT_EQ(childrenOf(none), "") << (none ? none->identifier().str() : "nil");
+  }
 }
 
 TEST_F(QueriesTest, HaveAGroupTitleForSubscribedCalendarsAlone) {

@@ -171,8 +171,14 @@ std::string state(const std::vector<AccountPtr>& all, std::size_t count,
   return text;
 }
 
-::testing::AssertionResult endsAlike(std::size_t start, const std::set<std::string>& types,
-                                     const std::vector<std::size_t>& given) {
+struct Draw {
+  std::size_t start;
+  std::set<std::string> types{};
+  std::vector<std::size_t> given{};
+};
+
+::testing::AssertionResult endsAlike(const Draw& draw) {
+  const auto& [start, types, given] = draw;
   std::vector<Value> info;
   PlainStore plain;
   for (const Description& description : starts[start]) {
@@ -197,8 +203,21 @@ std::string state(const std::vector<AccountPtr>& all, std::size_t count,
       state(plainAll, plain.ordered.size(), [&](const char* id) { return plain.find(id); },
             {plainOwn, plainAccounts});
   if (is == expected) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << "start " << start << ", given " << ::testing::PrintToString(given)
-                                       << "\n  is        " << is << "\n  should be " << expected;
+  return ::testing::AssertionFailure()
+         << "start " << start << ", types " << ::testing::PrintToString(types) << ", given "
+         << ::testing::PrintToString(given) << "\n  is        " << is << "\n  should be " << expected;
+}
+
+/// The draw without all those given that it fails without.
+Draw smallestFailing(Draw draw) {
+  for (std::size_t index = 0; index < draw.given.size();) {
+    Draw smaller = draw;
+    smaller.given.erase(smaller.given.begin() + static_cast<std::ptrdiff_t>(index));
+    const bool isNeeded = static_cast<bool>(endsAlike(smaller));
+    index = isNeeded ? index + 1 : 0;
+    if (!isNeeded) draw = std::move(smaller);
+  }
+  return draw;
 }
 
 class ReplaceAccountsTest : public StoreTest {};
@@ -206,11 +225,11 @@ class ReplaceAccountsTest : public StoreTest {};
 TEST_F(ReplaceAccountsTest, EndsAsIfDoneStepByStepForRecordsDrawnByLot) {
   std::mt19937 lot(7);  // NOLINT: the same draw in every run
   for (int round = 0; round < 10'000; ++round) {
-    std::vector<std::size_t> given(lot() % 10);
-    for (std::size_t& candidate : given) candidate = lot() % candidates.size();
-    std::set<std::string> types;
-    if (lot() % 2 == 0) types.insert("CalDAV");
-    ASSERT_TRUE(endsAlike(lot() % starts.size(), types, given));
+    Draw draw{.start = lot() % starts.size()};
+    draw.given.resize(lot() % 10);
+    for (std::size_t& candidate : draw.given) candidate = lot() % candidates.size();
+    if (lot() % 2 == 0) draw.types.insert("CalDAV");
+    if (!endsAlike(draw)) FAIL() << "round " << round << ": " << endsAlike(smallestFailing(draw)).message();
   }
 }
 

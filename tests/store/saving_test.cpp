@@ -6,6 +6,9 @@
 namespace roster::testing {
 namespace {
 
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+
 constexpr std::string_view failure = "Failed to save accounts to filesystem.";
 
 template <class Result, class... Arguments>
@@ -46,14 +49,15 @@ TEST_F(SavingTest, MergesWithWhatAnotherProcessWrote) {
     set(other, {}, "Gone");
     set(other, 2, "Note");
     other->saveAllAccounts();
-    return other->lastSaveError().empty();
+    return !other->lastSaveError();
   })));
   set(store, "ours", "Username");
   set(store, {}, "Note");
   for (int save = 1; save <= 2; ++save) {
     store->saveAllAccounts();
     EXPECT_EQ(storedAccount(0),
-              stored("a", {{"DisplayName", "theirs"}, {"Username", "ours"}, {"Hostname", "theirs"}}));
+              stored("a", {{"DisplayName", "theirs"}, {"Username", "ours"}, {"Hostname", "theirs"}}))
+        << "save " << save;
   }
   EXPECT_EQ(store->accountWithIdentifier("a")->displayName(), "old") << "what others wrote stays unseen";
 }
@@ -68,13 +72,15 @@ TEST_F(SavingTest, InTwoProcessesNeverShowsAHalfWrittenFile) {
     for (int round = 0; round < rounds; ++round) {
       store->accountWithIdentifier("a7")->setAccountPropertyForKey(round, key);
       store->saveAllAccounts();
-      if (!store->lastSaveError().empty()) return false;
+      if (store->lastSaveError()) return false;
     }
     return true;
   };
   const pid_t first = startProcess([&] { return write("First"); });
   const pid_t second = startProcess([&] { return write("Second"); });
-  for (int round = 0; round < rounds; ++round) EXPECT_EQ(AccountsManager::init()->count(), accounts.size());
+  for (int round = 0; round < rounds; ++round) {
+    EXPECT_EQ(AccountsManager::init()->count(), accounts.size()) << "round " << round;
+  }
   EXPECT_TRUE(endsWell(first));
   EXPECT_TRUE(endsWell(second));
   EXPECT_EQ(files(), onlyTheRegistry);
@@ -129,41 +135,39 @@ TEST_F(SavingTest, TellsTheMailApplicationOnceAfterASaveThatRepairedEvenIfItFail
 }
 
 TEST_F(SavingTest, AfterAFailureLeavesEverythingAsItWasAndMergesTheSameChangesAgain) {
-  for (const char* call : {"write", "rename"}) {
+  const std::string full = "No space left on device";
+  const std::string unwritable = "could not serialize the accounts for ";
+  const std::pair<std::string_view, std::string> rows[] = {
+      {"write", full}, {"rename", full}, {"a value that cannot be written", unwritable}};
+  for (const auto& [fault, why] : rows) {
+    SCOPED_TRACE(fault);
+    log.clear();
     writeRegistry(stored("a", {{"DisplayName", "old"}, {"Note", 1}}));
     const Store store = AccountsManager::init();
-    set(store, "new", "DisplayName");
+    set(store, why == unwritable ? "\xFF" : "new", "DisplayName");
     const std::string before = registry();
     {
-      const FileCallsOverride calls(failingCalls(call));
+      const FileCallsOverride calls(failingCalls(fault));
       store->saveAllAccounts();
     }
     EXPECT_EQ(registry(), before);
     EXPECT_EQ(files(), onlyTheRegistry);
     EXPECT_EQ(original(store), Value("old"));
     EXPECT_EQ(log.lines().back(), failure);
-    EXPECT_THAT(store->lastSaveError(), ::testing::HasSubstr(device.root()));
-    EXPECT_THAT(store->lastSaveError(), ::testing::HasSubstr("No space left on device"));
+    EXPECT_EQ(linesWith(log.lines(), "Failed to serialize account settings data: "), why == unwritable);
+    ASSERT_TRUE(store->lastSaveError());
+    EXPECT_TRUE(store->lastSaveError()->code);
+    EXPECT_THAT(store->lastSaveError()->message, AllOf(HasSubstr(device.root()), HasSubstr(why)));
 
+    set(store, "new", "DisplayName");
     const Store other = AccountsManager::init();
     set(other, 2, "Note");
     other->saveAllAccounts();
     store->saveAllAccounts();
-    EXPECT_EQ(store->lastSaveError(), "");
+    EXPECT_FALSE(store->lastSaveError());
     EXPECT_EQ(storedAccount(0), stored("a", {{"DisplayName", "new"}, {"Note", 2}}));
     EXPECT_EQ(original(store), Value("new"));
   }
-}
-
-TEST_F(SavingTest, FailsOnAValueThatCannotBeWritten) {
-  writeRegistry(stored("a"));
-  const Store store = AccountsManager::init();
-  const std::string before = registry();
-  set(store, "\xFF", "DisplayName");
-  store->saveAllAccounts();
-  EXPECT_EQ(linesWith(log.lines(), "Failed to serialize account settings data: "), 1U);
-  EXPECT_EQ(log.lines().back(), failure);
-  EXPECT_EQ(registry(), before);
 }
 
 TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
@@ -171,9 +175,11 @@ TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
   const Store store = AccountsManager::init();
   EXPECT_EQ(log.lines(), Lines()) << "a load says nothing of it";
   for (const char* call : {"link", "write", "rename"}) {
+    SCOPED_TRACE(call);
     const FileCallsOverride calls(failingCalls(call));
     store->saveAllAccounts();
-    EXPECT_EQ(log.lines(), (Lines{store->lastSaveError(), std::string(failure)}));
+    ASSERT_TRUE(store->lastSaveError());
+    EXPECT_EQ(log.lines(), (Lines{store->lastSaveError()->message, std::string(failure)}));
     EXPECT_EQ(files(), onlyTheRegistry);
     EXPECT_EQ(registry(), "damaged");
     log.clear();

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "roster/base/result.h"
+#include "roster/fixers/runtime_fix.h"
+#include "roster/notify/change_detection.h"
+#include "roster/store/account_indexes.h"
+
+namespace roster {
+
+using RuntimeFixers = std::vector<std::shared_ptr<RSRuntimeFixProtocol>>;
+
+/// All that a store has in memory, and what happens to it as a whole.
+struct StoreState {
+  AccountIndexes indexes;
+  /// The accounts as they were when the store was loaded or last told the notifiers.
+  Snapshot snapshot;
+  /// Asked in this order.
+  RuntimeFixers fixers;
+  std::int64_t dataVersion = 0;
+  /// Why the file could not be read in full when the store was loaded.
+  std::optional<Error> damage;
+  std::optional<Error> lastSaveError;
+
+  /// Makes a record of every account that the fixers let pass, and takes the first snapshot.
+  void load(const Array& accounts, RuntimeFixers newFixers);
+  /// Shows every record to the fixers before a save. One that cannot be repaired is found no more, but is
+  /// still written: only the next load, which meets it again, drops it. Returns whether a fixer did anything.
+  bool fixBeforeSaving();
+  /// Follows a load or save in which a fixer did something.
+  void tellFixers(bool areSaved) const;
+  /// What the notifiers are told next is what changed since now.
+  void takeSnapshot() { snapshot = Snapshot(indexes.topLevelAccounts()->span()); }
+};
+
+/// Whether saves of this thread tell no notifier: the process has switched them off, or the thread.
+bool areNotificationsSkipped();
+
+/// The fixers of a store that no subclass gives others.
+RuntimeFixers standardFixers();
+
+}  // namespace roster
