@@ -1,10 +1,9 @@
 #include "roster/account/basic_account.h"
 #include "roster/platform/property_list_file.h"
 #include "roster/platform/resources.h"
-#include "tools/command_error.h"
 #include "tools/commands.h"
+#include "tools/printing.h"
 #include "tools/session.h"
-#include "tools/table.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {

@@ -1,11 +1,10 @@
-#include "tools/json_writer.h"
-
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <span>
 
 #include "roster/value/date_text.h"
+#include "tools/json.h"
 
 namespace roster::tool {
 
@@ -17,12 +16,12 @@ std::string base64(std::span<const std::byte> bytes) {
   constexpr std::string_view symbols = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string text;
   text.reserve((bytes.size() + 2) / 3 * 4);
-  for (std::size_t at = 0; at < bytes.size(); at += 3) {
+  for (std::size_t offset = 0; offset < bytes.size(); offset += 3) {
     const auto byteAt = [&](std::size_t index) {
       return index < bytes.size() ? std::to_integer<unsigned>(bytes[index]) : 0U;
     };
-    const unsigned group = (byteAt(at) << 16U) | (byteAt(at + 1) << 8U) | byteAt(at + 2);
-    const std::size_t digits = std::min<std::size_t>(bytes.size() - at, 3) + 1;
+    const unsigned group = (byteAt(offset) << 16U) | (byteAt(offset + 1) << 8U) | byteAt(offset + 2);
+    const std::size_t digits = std::min<std::size_t>(bytes.size() - offset, 3) + 1;
     for (std::size_t digit = 0; digit < 4; ++digit) {
       text += digit < digits ? symbols[(group >> (18 - 6 * digit)) & 63U] : '=';
     }
@@ -48,15 +47,16 @@ ordered_json jsonFromDictionary(const Dictionary& dictionary) {
   return object;
 }
 
-/// With so many digits behind the point; empty when that is not the very same instant.
+/// The instant with this many digits behind the point; empty when they do not read back as the same instant.
 std::string textWithFraction(Date date, int digits) {
   const double whole = std::floor(date.secondsSinceReference);
   const double fraction = date.secondsSinceReference - whole;
-  const std::string number = std::to_string(std::llround(fraction * std::pow(10, digits)));
-  if (number.size() > static_cast<std::size_t>(digits)) return {};
+  const std::string fractionDigits = std::to_string(std::llround(fraction * std::pow(10, digits)));
+  if (fractionDigits.size() > static_cast<std::size_t>(digits)) return {};
   std::string text = rfc3339Text(Date{whole});
   text.pop_back();
-  text += "." + std::string(static_cast<std::size_t>(digits) - number.size(), '0') + number + "Z";
+  text +=
+      "." + std::string(static_cast<std::size_t>(digits) - fractionDigits.size(), '0') + fractionDigits + "Z";
   return dateFromText(text) == date ? text : std::string();
 }
 
@@ -67,7 +67,7 @@ bool isReservedKey(std::string_view key) {
 }
 
 ordered_json jsonFromEntries(const Dictionary& dictionary) {
-  // Not by assignment, which looks for an equal key each time: a dictionary has none.
+  // Not by assignment, which would search for the key each time: a dictionary's keys are distinct.
   ordered_json::object_t entries;
   entries.reserve(dictionary.size());
   for (const DictionaryEntry& entry : dictionary) {
