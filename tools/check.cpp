@@ -4,10 +4,9 @@
 #include "roster/migration/migration.h"
 #include "roster/store/accounts_manager.h"
 #include "roster/store/registry_check.h"
-#include "tools/command_error.h"
 #include "tools/commands.h"
-#include "tools/migration_need.h"
-#include "tools/table.h"
+#include "tools/migrate.h"
+#include "tools/printing.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
@@ -69,7 +68,7 @@ int check(const Options& options) {
   if (isGiven && !isThere)
     throw CommandError("could not open " + path, error ? error.message() : "No such file or directory");
   const std::vector<RegistryFinding> findings = checkRegistry(path);
-  // Old files elsewhere are about the device's registry, and not about any other.
+  // Old files that wait for a migration concern the device's own registry only.
   const MigrationNeed need = isGiven ? MigrationNeed() : askedMigrationNeed(options);
   if (options.isJson) {
     ordered_json document = jsonFromFindings(path, isThere, findings);

@@ -1,12 +1,11 @@
-#include "tools/command_line.h"
-
 #include <CLI/CLI.hpp>
+#include <clocale>
 #include <cstdlib>
 #include <iostream>
 
 #include "roster/platform/system_log.h"
-#include "tools/command_error.h"
 #include "tools/commands.h"
+#include "tools/printing.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
@@ -43,7 +42,8 @@ constexpr const char* examples =
     "  rosterctl --root /tmp/demo --json show ID\n"
     "  rosterctl check old-registry.plist";
 
-/// The parser takes a word in square brackets for a list of words. Behind this character it is left alone.
+/// The parser splits a word in square brackets into a list. It leaves a word alone that begins with this
+/// character.
 constexpr char shield = '\x01';
 
 std::string shielded(const std::string& word) {
@@ -59,7 +59,7 @@ void unshield(std::string& word) {
 class CommandLine {
  public:
   CommandLine() : app_(description, "rosterctl") {
-    app_.footer(globalOptions);  // of each command; they take it over when they are made
+    app_.footer(globalOptions);  // of each command: they inherit it when they are added
     app_.require_subcommand(1);
     app_.fallthrough();
     app_.set_help_all_flag();
@@ -193,8 +193,7 @@ int report(const std::string& message, int status) {
   return status;
 }
 
-}  // namespace
-
+/// Runs the command that the arguments name and returns the program's exit status.
 int runCommandLine(int argumentCount, const char* const* arguments) {
   try {
     CommandLine line;
@@ -213,4 +212,14 @@ int runCommandLine(int argumentCount, const char* const* arguments) {
   }
 }
 
+}  // namespace
+
 }  // namespace roster::tool
+
+int main(int argumentCount, char** arguments) {
+  // Character widths need a UTF-8 locale: all text here is UTF-8, whatever the user's locale. Without it
+  // columns are less straight, which is no reason to stop. NOLINTNEXTLINE(concurrency-mt-unsafe): no other
+  // thread has started
+  static_cast<void>(std::setlocale(LC_CTYPE, "C.UTF-8"));
+  return roster::tool::runCommandLine(argumentCount, arguments);
+}

@@ -1,11 +1,27 @@
 #pragma once
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace roster::tool {
 
-/// What the command line said. Each command uses the fields that its arguments fill.
+enum ExitStatus : int { done = 0, failed = 1, wrongUsage = 2 };
+
+/// Ends a command with a message about what failed and why, and with the program's exit status.
+class CommandError : public std::runtime_error {
+ public:
+  explicit CommandError(const std::string& message, ExitStatus status = failed)
+      : std::runtime_error(message), status_(status) {}
+  CommandError(const std::string& what, const std::string& why, ExitStatus status = failed)
+      : CommandError(what + ": " + why, status) {}
+  ExitStatus status() const { return status_; }
+
+ private:
+  ExitStatus status_;
+};
+
+/// The options and arguments of a command line; each command uses those that it takes.
 struct Options {
   bool isJson = false;
   bool isVerbose = false;
@@ -20,8 +36,7 @@ struct Options {
   std::string file;
 };
 
-// The commands. Each returns the exit status of a command that did its work, and throws CommandError when it
-// could not.
+// The commands. Each returns the exit status when it could do its work, and throws CommandError when not.
 
 int list(const Options& options);
 int show(const Options& options);

@@ -1,9 +1,8 @@
 #include "roster/account/basic_account.h"
 #include "roster/platform/assertion.h"
-#include "tools/command_error.h"
 #include "tools/commands.h"
+#include "tools/printing.h"
 #include "tools/session.h"
-#include "tools/table.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {

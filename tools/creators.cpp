@@ -5,11 +5,10 @@
 #include "roster/notify/account_notifier.h"
 #include "roster/platform/property_list_file.h"
 #include "roster/platform/resources.h"
-#include "tools/command_error.h"
 #include "tools/commands.h"
-#include "tools/json_writer.h"
+#include "tools/json.h"
+#include "tools/printing.h"
 #include "tools/session.h"
-#include "tools/table.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
@@ -46,7 +45,7 @@ constexpr std::array<Kind, 3> kinds{{
     {notifierCreatorType, "noteAccountChanges:", &hearsOfChanges},
 }};
 
-/// One entry of the table, tried out as far as it goes. What was not reached is neither true nor false.
+/// One entry of the table, tried out step by step. A step that was not reached has no answer.
 struct Trial {
   String kind{};
   String className{};
@@ -59,7 +58,7 @@ struct Trial {
   std::string problem{};
 };
 
-/// Why the library passes over an entry without a word; empty when it does not.
+/// Why the library ignores an entry without a log line; empty when it does not.
 std::string whyPassedOver(const Value& element, const CreatorEntry& entry, const Kind* kind) {
   const std::string passedOver = "it is passed over: ";
   if (!element.isDictionary()) return passedOver + "it is not a dictionary";
@@ -72,7 +71,7 @@ std::string whyPassedOver(const Value& element, const CreatorEntry& entry, const
   return {};
 }
 
-/// Goes the way of the library, up to the first thing that does not work; returns what that is.
+/// Takes the steps that the library takes, up to the first that fails; returns why it failed.
 std::string tryOut(const CreatorEntry& entry, const Kind& kind, std::string_view type, Trial& trial) {
   if (!entry.description) return creator_faults::noDescription(kind.name, type);
   if (trial.library.isNil()) return creator_faults::noFramework(kind.name, type);

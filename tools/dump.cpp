@@ -2,11 +2,10 @@
 #include <iterator>
 
 #include "roster/platform/property_list_file.h"
-#include "tools/command_error.h"
 #include "tools/commands.h"
-#include "tools/json_writer.h"
+#include "tools/json.h"
+#include "tools/printing.h"
 #include "tools/terminal.h"
-#include "tools/value_tree.h"
 
 namespace roster::tool {
 

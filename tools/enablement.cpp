@@ -1,8 +1,5 @@
 #include <strings.h>
 
-#include <algorithm>
-
-#include "tools/command_error.h"
 #include "tools/commands.h"
 #include "tools/session.h"
 #include "tools/terminal.h"
@@ -11,15 +8,11 @@ namespace roster::tool {
 
 namespace {
 
-bool contains(const StringList& list, std::string_view text) {
-  return std::find(list.begin(), list.end(), text) != list.end();
-}
-
 bool areEqualIgnoringCase(const std::string& left, const std::string& right) {
   return strcasecmp(left.c_str(), right.c_str()) == 0;
 }
 
-/// The dataclass that somebody calls by its full string or its short name, in any case.
+/// The dataclass with this name, full or short, in upper or lower case.
 std::string resolved(const std::string& name, const BasicAccount& account) {
   const StringList supported = account.supportedDataclasses();
   for (const StringList* list : {&supported, &BasicAccount::allSupportedDataclasses()}) {
@@ -45,7 +38,7 @@ void warnOfNoEffect(const BasicAccount& account, const StringList& enabled) {
   }
 }
 
-/// A child follows a parent that has anything switched on.
+/// While its parent has a dataclass enabled, a child's own settings have no effect.
 void warnOfParent(const FoundAccount& found) {
   if (!found.parent || found.parent->enabledDataclasses().value_or(StringList()).empty()) return;
   warn("account " + found.account->identifier().str(), "stored, but without effect while its parent " +

@@ -1,14 +1,10 @@
-#include "tools/json_reader.h"
-
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "roster/base/base64.h"
-#include "roster/base/limits.h"
 #include "roster/value/date_text.h"
-#include "tools/json_writer.h"
+#include "tools/json.h"
 
 namespace roster::tool {
 
@@ -16,36 +12,42 @@ namespace {
 
 using nlohmann::ordered_json;
 
-/// The value that stands behind a reserved key.
+/// Containers inside containers; the library refuses a property list that is nested more deeply.
+constexpr std::size_t maximumDepth = 512;
+
+Error badJson(std::string why) { return {std::errc::invalid_argument, std::move(why)}; }
+
+/// The value that a reserved key and its content stand for.
 Result<Value> specialValue(std::string_view key, const Value& content) {
   if (key == dictionaryKey) {
     if (content.isDictionary()) return content;
-    return Error(std::errc::invalid_argument, R"("$dictionary" takes an object)");
+    return badJson(R"("$dictionary" takes an object)");
   }
   const String text = content.string();
-  if (text.isNil()) return Error(std::errc::invalid_argument, "\"" + std::string(key) + "\" takes a text");
+  if (text.isNil()) return badJson("\"" + std::string(key) + "\" takes a text");
   if (key == dataKey) {
     if (const auto data = bytesFromBase64(text)) return Value::data(data->span());
-    return Error(std::errc::invalid_argument, R"("$data" takes bytes in base64)");
+    return badJson(R"("$data" takes bytes in base64)");
   }
   if (key == dateKey) {
     if (const auto date = dateFromText(text)) return Value(*date);
-    return Error(std::errc::invalid_argument, R"("$date" takes an instant as in "2024-02-29T12:00:00Z")");
+    return badJson(R"("$date" takes an instant as in "2024-02-29T12:00:00Z")");
   }
   using Limits = std::numeric_limits<double>;
   if (text == "nan") return Value(Limits::quiet_NaN());
   if (text == "inf") return Value(Limits::infinity());
   if (text == "-inf") return Value(-Limits::infinity());
-  return Error(std::errc::invalid_argument, R"("$real" takes "nan", "inf" or "-inf")");
+  return badJson(R"("$real" takes "nan", "inf" or "-inf")");
 }
 
-/// Builds the value while the text is read, because only then it shows how a number was written.
+/// Builds the value while the text is read, because only the parser's callbacks show how a number was
+/// written.
 class ValueBuilder final : public nlohmann::json_sax<ordered_json> {
  public:
-  Result<Value> result() const {
-    if (!error_.empty()) return Error(std::errc::invalid_argument, error_);
-    return value_;
-  }
+  /// The whole value, or the first error.
+  const Result<Value>& result() const { return result_; }
+
+  // The parser's own interface: each step returns whether to go on.
 
   bool null() override { return fail("null is no value; 'rosterctl unset' removes a property"); }
   bool boolean(bool value) override { return put(value); }
@@ -71,7 +73,7 @@ class ValueBuilder final : public nlohmann::json_sax<ordered_json> {
     if (!frame.hasReservedKey) return put(frame.entries.deepCopy());
     if (frame.entries.size() != 1) return fail("a key such as \"$data\" stands alone in its object");
     const Result<Value> value = specialValue(frame.key, frame.entries.find(frame.key));
-    return value ? put(*value) : fail(value.error().message);
+    return value ? put(*value) : fail(value.error());
   }
   bool start_array(std::size_t) override { return open(false); }
   bool end_array() override {
@@ -98,13 +100,15 @@ class ValueBuilder final : public nlohmann::json_sax<ordered_json> {
     std::vector<Value> elements;
   };
 
-  bool fail(std::string why) {
-    if (error_.empty()) error_ = std::move(why);
+  bool fail(std::string why) { return fail(badJson(std::move(why))); }
+
+  bool fail(const Error& error) {
+    if (result_) result_ = error;
     return false;
   }
 
   bool open(bool isObject) {
-    if (frames_.size() >= limits::maximumDepth) return fail("it is nested too deeply");
+    if (frames_.size() >= maximumDepth) return fail("it is nested too deeply");
     const bool isLiteral = isObject && !frames_.empty() && frames_.back().isObject &&
                            !frames_.back().isLiteral && frames_.back().key == dictionaryKey;
     frames_.push_back({.isObject = isObject, .isLiteral = isLiteral});
@@ -113,7 +117,7 @@ class ValueBuilder final : public nlohmann::json_sax<ordered_json> {
 
   bool put(const Value& value) {
     if (frames_.empty()) {
-      value_ = value;
+      result_ = value;
     } else if (frames_.back().isObject) {
       frames_.back().entries.set(frames_.back().key, value);
     } else {
@@ -123,8 +127,7 @@ class ValueBuilder final : public nlohmann::json_sax<ordered_json> {
   }
 
   std::vector<Frame> frames_;
-  Value value_;
-  std::string error_;
+  Result<Value> result_ = Value();
 };
 
 }  // namespace

@@ -1,11 +1,10 @@
-#include "tools/json_writer.h"
-
 #include <array>
 #include <charconv>
 #include <cmath>
 
 #include "roster/base/base64.h"
 #include "roster/value/date_text.h"
+#include "tools/json.h"
 
 namespace roster::tool {
 
@@ -31,15 +30,16 @@ ordered_json jsonFromDictionary(const Dictionary& dictionary) {
   return object;
 }
 
-/// With so many digits behind the point; empty when that is not the very same instant.
+/// The instant with this many digits behind the point; empty when they do not read back as the same instant.
 std::string textWithFraction(Date date, int digits) {
   const double whole = std::floor(date.secondsSinceReference);
   const double fraction = date.secondsSinceReference - whole;
-  const std::string number = std::to_string(std::llround(fraction * std::pow(10, digits)));
-  if (number.size() > static_cast<std::size_t>(digits)) return {};
+  const std::string fractionDigits = std::to_string(std::llround(fraction * std::pow(10, digits)));
+  if (fractionDigits.size() > static_cast<std::size_t>(digits)) return {};
   std::string text = rfc3339Text(Date{whole});
   text.pop_back();
-  text += "." + std::string(static_cast<std::size_t>(digits) - number.size(), '0') + number + "Z";
+  text +=
+      "." + std::string(static_cast<std::size_t>(digits) - fractionDigits.size(), '0') + fractionDigits + "Z";
   return dateFromText(text) == date ? text : std::string();
 }
 
@@ -50,7 +50,7 @@ bool isReservedKey(std::string_view key) {
 }
 
 ordered_json jsonFromEntries(const Dictionary& dictionary) {
-  // Not by assignment, which looks for an equal key each time: a dictionary has none.
+  // Not by assignment, which would search for the key each time: a dictionary's keys are distinct.
   ordered_json::object_t entries;
   entries.reserve(dictionary.size());
   for (const DictionaryEntry& entry : dictionary) {

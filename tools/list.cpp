@@ -3,11 +3,10 @@
 
 #include "roster/store/account_collections.h"
 #include "tools/commands.h"
-#include "tools/json_writer.h"
+#include "tools/json.h"
+#include "tools/printing.h"
 #include "tools/session.h"
-#include "tools/table.h"
 #include "tools/terminal.h"
-#include "tools/value_tree.h"
 
 namespace roster::tool {
 

@@ -1,9 +1,9 @@
 #include <iostream>
 
 #include "roster/platform/assertion.h"
-#include "tools/assignment.h"
-#include "tools/command_error.h"
 #include "tools/commands.h"
+#include "tools/printing.h"
+#include "tools/properties.h"
 #include "tools/session.h"
 #include "tools/terminal.h"
 
@@ -11,8 +11,7 @@ namespace roster::tool {
 
 namespace {
 
-/// A new account as the library makes it; what the library calls a programming error is here one of the
-/// user's.
+/// Creates the account. What the library asserts against its caller is a mistake of the user here.
 AccountPtr newAccount(const Options& options) {
   try {
     return BasicAccount::accountWithTypeClass(options.type, options.accountClass);
@@ -33,7 +32,8 @@ void assign(const AccountPtr& account, const Assignment& assignment, const Accou
     if (store.accountWithIdentifier(identifier)) {
       throw CommandError(key, "there is an account " + identifier.str() + " already");
     }
-    // The two are the same in a new account; an assignment of its own still follows or has gone before.
+    // The two are equal in a new account. An assignment to the sync identifier itself wins, before or after
+    // this.
     if (account->syncStoreIdentifier() == account->identifier()) {
       account->setAccountPropertyForKey(value, kAccountSyncIdentifier);
     }

@@ -1,12 +1,15 @@
+#include "tools/migrate.h"
+
 #include <filesystem>
 #include <iostream>
+#include <optional>
 
 #include "roster/migration/migration.h"
 #include "roster/platform/device.h"
+#include "roster/platform/system_log.h"
 #include "roster/store/accounts_manager.h"
-#include "tools/command_error.h"
 #include "tools/commands.h"
-#include "tools/migration_need.h"
+#include "tools/printing.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
@@ -29,8 +32,8 @@ bool isThere(const std::string& path) {
 
 // ---- What would be done
 
-/// --root leads to another device, but the user's home is where HOME says: old files of this user would be
-/// made into accounts of that device.
+/// --root selects another device, but HOME still names the user's home: the old files of this user would
+/// become accounts of that device.
 void warnOfForeignHome(const MigrationNeed& need) {
   const std::string root = deviceRoot();
   if (root.empty() || !need.isFromOldFiles() || homeDirectory().starts_with(root + "/")) return;
@@ -106,14 +109,14 @@ void sayOutcome(const MigrationReport& report) {
   }
 }
 
-/// A migrator that leaves its sources where they were makes the next migration remove what it has made.
+/// If the migrator leaves its sources in place, the next migration removes the accounts that this one made.
 void warnOfLeftovers(const Options& options) {
   for (const std::string& reason : reasonsToMigrate(askedMigrationNeed(options))) {
     warn("after the migration there is still something to migrate", reason);
   }
 }
 
-/// A device that is put together wrongly is an assertion failure, which ends a migration where it stands.
+/// On a misconfigured device a migration fails an assertion, which ends it at that step.
 MigrationReport attempt(const MigrationNeed& need) {
   try {
     return migrateIfNeeded();
@@ -123,6 +126,32 @@ MigrationReport attempt(const MigrationNeed& need) {
 }
 
 }  // namespace
+
+MigrationNeed askedMigrationNeed(const Options& options) {
+  std::optional<SystemLogSilence> silence;
+  if (!options.isVerbose) silence.emplace();
+  return migrationNeed();
+}
+
+std::vector<std::string> reasonsToMigrate(const MigrationNeed& need) {
+  std::vector<std::string> reasons;
+  if (need.hasOldMailAccounts)
+    reasons.push_back("There is an old list of mail accounts: " + mailAccountsPath());
+  if (need.hasOldTSAccounts) {
+    reasons.push_back("There are old preferences of the sync-accounts service: " + tsAccountPath());
+  }
+  if (need.isRosterOutOfDate) {
+    reasons.push_back("The registry has a version below " +
+                      std::to_string(AccountsManager::currentVersion()) + ": " + rosterAccountsPath());
+  }
+  return reasons;
+}
+
+nlohmann::ordered_json jsonFromNeed(const MigrationNeed& need) {
+  return {{"oldMailAccounts", need.hasOldMailAccounts},
+          {"oldSyncAccounts", need.hasOldTSAccounts},
+          {"outOfDateRegistry", need.isRosterOutOfDate}};
+}
 
 int migrate(const Options& options) {
   if (options.isDryRun) return explain(options);

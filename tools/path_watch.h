@@ -4,26 +4,26 @@
 #include <set>
 #include <string>
 
-#include "tools/descriptor.h"
+#include "tools/descriptors.h"
 
 namespace roster::tool {
 
-/// Hears when something else may stand at a path: when a file there is written, replaced, removed or made,
-/// and when that happens to a folder or a symbolic link on the way. Nothing of the way need be there.
+/// Notices when a path may lead to something else: when a file there is written, replaced, removed or made,
+/// and when that happens to a folder or a symbolic link on the way. No part of the path need exist.
 ///
 /// Failures, such as a folder that may not be watched, are thrown as CommandError.
 class PathWatch {
  public:
-  /// Begins to watch; what happens from then on is heard of. The path is absolute.
+  /// Begins to watch; whatever happens from then on is noticed. The path is absolute.
   explicit PathWatch(std::string path);
 
   /// Becomes readable when something has happened.
-  int descriptor() const { return queue_.number(); }
-  /// Takes what has happened so far, without waiting. Whether any of it concerns the path.
-  bool takeEvents();
+  int fd() const { return queue_.fd(); }
+  /// Takes the events so far, without waiting, and returns whether any of them concerns the path.
+  [[nodiscard]] bool takeEvents();
 
  private:
-  /// The names that count in a watched folder, by the number of the watch.
+  /// The names that count in each watched folder, by its watch.
   using Watches = std::map<int, std::set<std::string, std::less<>>>;
 
   void followPath();

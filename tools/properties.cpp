@@ -1,6 +1,7 @@
-#include "tools/assignment.h"
-#include "tools/command_error.h"
+#include "tools/properties.h"
+
 #include "tools/commands.h"
+#include "tools/json.h"
 #include "tools/session.h"
 #include "tools/terminal.h"
 
@@ -8,9 +9,29 @@ namespace roster::tool {
 
 namespace {
 
+Assignment parseAssignment(const std::string& word) {
+  const std::size_t equals = word.find('=');
+  if (equals == std::string::npos) {
+    throw CommandError(word, "an assignment is KEY=TEXT or KEY:=JSON", wrongUsage);
+  }
+  if (!isUtf8(word)) throw CommandError(word, "it is not UTF-8", wrongUsage);
+  const bool isJson = equals > 0 && word[equals - 1] == ':';
+  Assignment assignment{word.substr(0, isJson ? equals - 1 : equals), {}};
+  if (assignment.key.empty()) throw CommandError(word, "the key is missing", wrongUsage);
+  const std::string content = word.substr(equals + 1);
+  if (!isJson) {
+    assignment.value = content;
+    return assignment;
+  }
+  const Result<Value> value = valueFromJson(content);
+  if (!value) throw CommandError(assignment.key, value.error().message, wrongUsage);
+  assignment.value = *value;
+  return assignment;
+}
+
 void assign(BasicAccount& account, const Assignment& assignment) {
   const auto& [key, value] = assignment;
-  // What 'show' prints can be given back whole.
+  // Everything that 'show' prints may be passed to 'set' again, so an unchanged value is accepted.
   if (value == account.properties().find(key) && key != kAccountClass) {
     if (key == kAccountType || key == kAccountIdentifier) return;
   }
@@ -38,6 +59,13 @@ void saveChanged(Session& session, const FoundAccount& found) {
 }
 
 }  // namespace
+
+std::vector<Assignment> parseAssignments(const std::vector<std::string>& words) {
+  std::vector<Assignment> assignments;
+  assignments.reserve(words.size());
+  for (const std::string& word : words) assignments.push_back(parseAssignment(word));
+  return assignments;
+}
 
 int set(const Options& options) {
   const std::vector<Assignment> assignments = parseAssignments(options.words);

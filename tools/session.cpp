@@ -2,7 +2,7 @@
 
 #include "roster/fixers/mail_account_fixer.h"
 #include "roster/store/registry_check.h"
-#include "tools/command_error.h"
+#include "tools/commands.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {

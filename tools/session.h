@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "roster/store/accounts_manager.h"
-#include "tools/edit_lock.h"
+#include "tools/descriptors.h"
 
 namespace roster::tool {
 

@@ -2,15 +2,12 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <cwchar>
 #include <iostream>
-#include <system_error>
 
 #include "roster/base/single_line.h"
 #include "roster/base/unicode.h"
-#include "tools/command_error.h"
 
 namespace roster::tool {
 
@@ -26,12 +23,6 @@ bool isColourful() {
   static const bool answer =
       isatty(STDOUT_FILENO) == 1 && environment("NO_COLOR").empty() && environment("TERM") != "dumb";
   return answer;
-}
-
-/// On one line when the indent is negative.
-void writeJson(const nlohmann::ordered_json& document, int indent) {
-  using nlohmann::ordered_json;
-  std::cout << document.dump(indent, ' ', false, ordered_json::error_handler_t::replace) << '\n';
 }
 
 }  // namespace
@@ -79,16 +70,5 @@ void warn(std::string_view what, std::string_view why) {
 }
 
 void note(std::string_view what) { std::cerr << "rosterctl: note: " << singleLine(what) << '\n'; }
-
-void printJson(const nlohmann::ordered_json& document) { writeJson(document, 2); }
-
-void printJsonLine(const nlohmann::ordered_json& document) { writeJson(document, -1); }
-
-void flushOutput() {
-  errno = 0;
-  if (std::cout.flush()) return;
-  const std::string why = errno == 0 ? "it takes no more" : std::generic_category().message(errno);
-  throw CommandError("could not write to the standard output", why);
-}
 
 }  // namespace roster::tool

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
@@ -26,13 +25,5 @@ void warn(std::string_view what, std::string_view why);
 
 /// Says on the standard error what the user may want to know.
 void note(std::string_view what);
-
-/// Writes one JSON document to the standard output.
-void printJson(const nlohmann::ordered_json& document);
-/// The same on one line.
-void printJsonLine(const nlohmann::ordered_json& document);
-
-/// Hands what was written to the standard output to the system, or fails.
-void flushOutput();
 
 }  // namespace roster::tool

@@ -11,13 +11,12 @@
 
 #include "roster/platform/system_log.h"
 #include "roster/store/accounts_manager.h"
-#include "tools/command_error.h"
 #include "tools/commands.h"
+#include "tools/descriptors.h"
 #include "tools/path_watch.h"
+#include "tools/printing.h"
 #include "tools/registry_state.h"
 #include "tools/session.h"
-#include "tools/stop_signals.h"
-#include "tools/table.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
@@ -36,7 +35,7 @@ std::string changeWord(RSAccountChangeType type) {
   return "";
 }
 
-/// Those that a change concerns, in the order in which all are listed; behind them those of no known kind.
+/// The dataclasses that a change concerns: the known ones in their canonical order, then the unknown ones.
 StringList orderedDataclasses(const AccountChange& change) {
   StringList concerned = concernedDataclasses(change);
   const StringList& known = BasicAccount::allSupportedDataclasses();
@@ -52,7 +51,7 @@ StringList orderedDataclasses(const AccountChange& change) {
   return concerned;
 }
 
-/// Writes each change at once: whoever reads along does not wait for more.
+/// Prints each change at once, so that a program that reads the output need not wait for the next one.
 class ChangePrinter {
  public:
   explicit ChangePrinter(bool isJson) : isJson_(isJson) {}
@@ -82,7 +81,7 @@ class ChangePrinter {
  private:
   static constexpr std::size_t longestWord = 8;
 
-  /// A column is as wide as the widest that stood in it: what is to come is not known.
+  /// A column is as wide as its widest cell so far: what will follow is not known.
   static std::string cell(std::string_view text, std::size_t& width) {
     const std::string line = singleLine(text);
     width = std::max(width, displayWidth(line));
@@ -97,11 +96,10 @@ class ChangePrinter {
 
 CommandError outputIsClosed() { return CommandError("the standard output has been closed"); }
 
-/// Sleeps until something has happened at the path or the end is requested; returns whether it is.
+/// Sleeps until something happens at the path or a signal asks the program to end; returns whether one did.
 bool waitForEventsOrStop(const PathWatch& events, const StopSignals& stop) {
-  // Nothing is asked of the output: the system tells by itself when nobody can read it any more.
-  std::array<pollfd, 3> all{
-      {{events.descriptor(), POLLIN, 0}, {stop.descriptor(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
+  // No event is requested for the output: the system always reports that its reader has gone.
+  std::array<pollfd, 3> all{{{events.fd(), POLLIN, 0}, {stop.fd(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
   if (poll(all.data(), all.size(), -1) == -1) {
     if (errno == EINTR) return false;
     throw CommandError("could not wait for changes", std::generic_category().message(errno));
@@ -114,13 +112,13 @@ bool waitForEventsOrStop(const PathWatch& events, const StopSignals& stop) {
 }  // namespace
 
 int watch(const Options& options) {
-  // The next file to be opened would otherwise become the standard output.
+  // The next file to be opened would take the descriptor of the standard output.
   if (fcntl(STDOUT_FILENO, F_GETFD) == -1) throw outputIsClosed();
   const StopSignals stop;
-  // A write that nobody reads is to fail, so that it can be reported.
+  // A write to a closed pipe must fail instead of ending the process, so that it can be reported.
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-  // What a load finds wrong is logged by the programs that use the accounts; it does not become more wrong by
-  // being read again after every change.
+  // The programs that use the accounts log what a load finds wrong; logging it again after every change would
+  // only repeat them.
   if (!options.isVerbose) setSystemLogSink([](std::string_view) {});
 
   const std::string path = AccountsManager::fullPathToRosterPlist();

@@ -173,7 +173,8 @@ class RosterctlTest(unittest.TestCase):
             self.run_tool(*arguments)
             changed = {key: value for key, value in {**children[1], **change}.items() if value is not None}
             children[1] = changed
-            self.assertEqual(exactly(self.accounts()), exactly([account("A", ChildAccounts=children), account("B")]))
+            self.assertEqual(exactly(self.accounts()), exactly([account("A", ChildAccounts=children), account("B")]),
+                             arguments)
         self.assertEqual(self.json("show", "D")["Port"], 25)
         self.run_tool("delete", "D")
         self.assertEqual([child["Identifier"] for child in self.stored("A")["ChildAccounts"]], ["C", "E"])
@@ -188,7 +189,7 @@ class RosterctlTest(unittest.TestCase):
         for arguments, warning in ((("enable", "A", "Notes"), "not provisioned"),
                                    (("enable", "N", "backup"), "restricted"),
                                    (("enable", "C", "Mail"), "its parent A"), (("unset", "A", "Nope"), "Nope")):
-            self.assertRegex(self.err(*arguments), f"^rosterctl: warning: .*{warning}.*\n$")
+            self.assertRegex(self.err(*arguments), f"^rosterctl: warning: .*{warning}.*\n$", arguments)
         self.assertEqual(self.stored("A")["Enabled Dataclasses"], [MAIL, NOTES])
         self.write(account("A"), account("B", "Unheard"))
         self.assertIn('Accounts[1] (B): the account is left out: its type "Unheard" is not known',
@@ -235,8 +236,8 @@ class RosterctlTest(unittest.TestCase):
         self.registry.mkdir()
         for arguments in (("list",), ("add", "Exchange", "EASAccount")):
             message = self.err(*arguments, status=1)
-            self.assertIn("rosterctl: could not ", message)
-            self.assertIn(str(self.registry), message)
+            self.assertIn("rosterctl: could not ", message, arguments)
+            self.assertIn(str(self.registry), message, arguments)
         self.registry.rmdir()
         self.registry.write_bytes(b"not a registry")
         self.assertIn("the registry counts as empty", self.err("add", "Exchange", "EASAccount"))
@@ -301,9 +302,9 @@ class RosterctlTest(unittest.TestCase):
         self.assertIn("there is no such file yet", self.out("check"))
         self.write(self.FOREIGN, account("B", "Exchange", "EAS", ChildAccounts=[account("C", "SMTP", "S")]))
         self.assertEqual(self.out("check"), f"{self.registry}: nothing to report\n")
-        for damaged in (self.registry.read_bytes()[:-1], b""):
+        for name, damaged in (("without its last byte", self.registry.read_bytes()[:-1]), ("empty", b"")):
             self.registry.write_bytes(damaged)
-            self.assertEqual([found["kind"] for found in self.json("check", status=1)["findings"]], ["damage"])
+            self.assertEqual([found["kind"] for found in self.json("check", status=1)["findings"]], ["damage"], name)
 
     def test_the_configuration_is_listed(self):
         types = {row["type"]: row for row in self.json("types")}
@@ -312,7 +313,7 @@ class RosterctlTest(unittest.TestCase):
         names = [row["name"] for row in self.json("dataclasses")]
         self.assertEqual((len(names), names[0], names[-1]), (14, "Mail", "SharedStreams"))
         for name in ("types", "dataclasses"):
-            self.assertIn("SharedStreams", self.out(name))
+            self.assertIn("SharedStreams", self.out(name), name)
 
 
 if __name__ == "__main__":

@@ -78,9 +78,9 @@ class Watch:
             heard += line
         return heard
 
-    def end(self, number=signal.SIGTERM):
+    def end(self, stop=signal.SIGTERM):
         """What it printed and has not been read yet, its later complaints, and its exit status."""
-        self.process.send_signal(number)
+        self.process.send_signal(stop)
         return (*self.process.communicate(), self.process.returncode)
 
     def close(self):
@@ -100,9 +100,10 @@ class WatchTest(Device):
                 (("delete", "A"), "removed", [MAIL, CONTACTS, "Odd"])):
             self.run_tool(*command)
             short = ", ".join(name.removeprefix("com.nimbal.Dataclass.") for name in names) or "-"
-            self.assertEqual(human.line(), f"{word:8}  A  Exchange  Wörk\\n  {short}\n")
+            self.assertEqual(human.line(), f"{word:8}  A  Exchange  Wörk\\n  {short}\n", command)
             self.assertEqual(json.loads(machine.line()), {
-                "change": word, "identifier": "A", "type": "Exchange", "displayName": "Wörk\n", "dataclasses": names})
+                "change": word, "identifier": "A", "type": "Exchange", "displayName": "Wörk\n", "dataclasses": names},
+                command)
         identifier = self.run_tool("add", "CalDAV", "CalDAVAccount").stdout.strip()
         self.assertEqual(human.line(), f"added     {identifier}  CalDAV    -       -\n")
         self.assertEqual(json.loads(machine.line())["displayName"], None)
@@ -124,7 +125,7 @@ class WatchTest(Device):
             (elsewhere / "new").write_bytes(self.registry_of("D"))
             (elsewhere / "new").rename(elsewhere / "target")
 
-        for step, words in (
+        for index, (step, words) in enumerate((
                 (lambda: self.put_accounts("A"), ["added A"]),
                 (lambda: self.put_accounts("A", "B"), ["added B"]),
                 (self.registry.unlink, ["removed A", "removed B"]),
@@ -137,9 +138,9 @@ class WatchTest(Device):
                 (lambda: self.put_accounts("A"), ["added A"]),
                 (replace_by_link, ["removed A", "added C"]),
                 (replace_target, ["removed C", "added D"]),
-                (lambda: (elsewhere / "target").write_bytes(self.registry_of("D", Port=1)), ["modified D"])):
+                (lambda: (elsewhere / "target").write_bytes(self.registry_of("D", Port=1)), ["modified D"]))):
             step()
-            self.assertEqual([" ".join(watch.line().split()[:2]) for _ in words], words)
+            self.assertEqual([" ".join(watch.line().split()[:2]) for _ in words], words, f"step {index}")
         self.assertEqual(watch.end()[::2], ("", 0))
 
     def test_a_registry_that_cannot_be_read_counts_as_unchanged(self):
@@ -154,7 +155,7 @@ class WatchTest(Device):
                               (plistlib.dumps({"Accounts": 1}), '"Accounts" are not an array'),
                               (plistlib.dumps({"Old": []}), 'it has no "Accounts"')):
             self.put(damage)
-            self.assertEqual(watch.hear("warning: ").count(cause), 1)
+            self.assertEqual(watch.hear("warning: ").count(cause), 1, cause)
             self.put(damage)
         self.put_accounts("A", Port=2)
         self.assertNotIn("warning", watch.hear("can be read again"))
@@ -162,12 +163,12 @@ class WatchTest(Device):
         self.assertEqual(watch.end(), ("", "", 0))
 
     def test_a_request_to_end_is_followed_after_what_came_before_it(self):
-        for number in (signal.SIGINT, signal.SIGTERM):
-            self.assertEqual(self.watch().end(number), ("", "", 0))
+        for stop in (signal.SIGINT, signal.SIGTERM):
+            self.assertEqual(self.watch().end(stop), ("", "", 0), stop)
             self.put_accounts("A")
             watch = self.watch()
             self.run_tool("delete", "A")
-            self.assertEqual(watch.end(number), ("removed   A  Exchange  -  -\n", "", 0))
+            self.assertEqual(watch.end(stop), ("removed   A  Exchange  -  -\n", "", 0), stop)
 
     def test_it_ends_when_nobody_can_read_it_any_more(self):
         watch = self.watch()
@@ -255,9 +256,9 @@ class CreatorsTest(Device):
             for command, stored in (("enable", [NOTES]), ("disable", [])):
                 self.assertEqual(self.run_tool(command, "A", "Notes").stderr,
                                  "rosterctl: warning: the change is saved, but not every notifier could be told: "
-                                 f"{self.problems('Exchange')[0]}\n")
+                                 f"{self.problems('Exchange')[0]}\n", (library, name))
                 account = plistlib.loads(self.registry.read_bytes())["Accounts"][0]
-                self.assertEqual(account["Enabled Dataclasses"], stored)
+                self.assertEqual(account["Enabled Dataclasses"], stored, (library, name, command))
             self.assertEqual(self.run_tool("set", "A", f"Server={name}").stderr, "")  # concerns nobody
 
     def test_a_plug_in_that_works_is_said_to_work(self):

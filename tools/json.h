@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "roster/base/result.h"
 #include "roster/value/value.h"
 
 namespace roster::tool {
@@ -15,16 +16,21 @@ namespace roster::tool {
 //   {"$real": "nan"}                       "nan", "inf" or "-inf"; all other reals are numbers with a point
 //   {"$dictionary": {"$data": "x"}}        a dictionary that itself has one of these keys
 //
-// What is written so is read back as it was, in value and in type.
+// Reading it back gives an equal value of the same type.
 
 inline constexpr std::string_view dataKey = "$data";
 inline constexpr std::string_view dateKey = "$date";
 inline constexpr std::string_view realKey = "$real";
 inline constexpr std::string_view dictionaryKey = "$dictionary";
 
+/// The property-list value of a JSON text in this notation. Integers from -2^63 to 2^64-1 stay integers, and
+/// a number with a point or an exponent is a real. The error completes "KEY: ..."; null, repeated keys and
+/// integers beyond that range are errors.
+Result<Value> valueFromJson(std::string_view text);
+
 bool isReservedKey(std::string_view key);
 
-/// The value, which must be sound to its leaves, in this notation.
+/// The value, no part of which may be faulty, in this notation.
 nlohmann::ordered_json jsonFromValue(const Value& value);
 
 /// An object with exactly the keys of the dictionary, reserved or not; their values in this notation.
@@ -33,8 +39,8 @@ nlohmann::ordered_json jsonFromEntries(const Dictionary& dictionary);
 /// The text; null for the nil one.
 nlohmann::ordered_json textOrNull(const String& text);
 
-/// The instant as RFC 3339 writes it, with as many digits as it takes to read the very same instant back. One
-/// that has no such text is "@" and its seconds since 2001-01-01 00:00:00 UTC.
+/// The instant as RFC 3339 writes it, with as many digits as it takes to read the same instant back. An
+/// instant that has no such text becomes "@" and its seconds since 2001-01-01 00:00:00 UTC.
 std::string dateText(Date date);
 
 }  // namespace roster::tool

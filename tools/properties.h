@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "roster/value/value.h"
@@ -14,9 +13,8 @@ struct Assignment {
   Value value;
 };
 
-/// Reads KEY=TEXT, which takes the text literally, and KEY:=JSON. The first "=" splits: a key has none, and
-/// does not end with ":" (in a text assignment). Anything else is a CommandError of wrong usage.
-Assignment parseAssignment(const std::string& word);
+/// Reads words of the form KEY=TEXT, which takes the text literally, or KEY:=JSON. The first "=" ends the
+/// key, so a key contains none. Throws CommandError of wrong usage for anything else.
 std::vector<Assignment> parseAssignments(const std::vector<std::string>& words);
 
 }  // namespace roster::tool

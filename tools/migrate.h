@@ -9,11 +9,11 @@
 
 namespace roster::tool {
 
-/// What there is to be migrated, for a command that only tells it: the system log is for migrations. What it
-/// would have been told is printed when that is asked for.
+/// What there is to migrate, for a command that only reports it: nothing goes to the system log, which is for
+/// migrations that take place, unless the options ask for log lines.
 MigrationNeed askedMigrationNeed(const Options& options);
 
-/// Why accounts have to be migrated, a sentence each; empty when they have not.
+/// Why accounts have to be migrated, a sentence for each reason; empty when there is nothing to migrate.
 std::vector<std::string> reasonsToMigrate(const MigrationNeed& need);
 
 nlohmann::ordered_json jsonFromNeed(const MigrationNeed& need);

@@ -1,27 +1,42 @@
-#include "tools/value_tree.h"
+#include "tools/printing.h"
 
 #include <algorithm>
-#include <array>
+#include <cerrno>
 #include <charconv>
 #include <iostream>
 #include <optional>
+#include <span>
+#include <system_error>
 
 #include "roster/value/date_text.h"
-#include "tools/json_writer.h"
+#include "tools/commands.h"
+#include "tools/json.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
 
 namespace {
 
+constexpr std::string_view gap = "  ";
+
+std::string line(const Table::Row& cells, const std::vector<std::size_t>& widths) {
+  std::string text;
+  for (std::size_t column = 0; column < cells.size(); ++column) {
+    if (column > 0) text += gap;
+    text += padded(cells[column], widths[column]);
+  }
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
 constexpr std::size_t step = 2;
 /// A longer key moves its own value, not those of its neighbours.
 constexpr std::size_t widestAlignedKey = 28;
 
 bool readsAsNumber(std::string_view text) {
-  double number = 0;
+  double ignored = 0;
   const char* end = text.data() + text.size();
-  return std::from_chars(text.data(), end, number).ptr == end;
+  return std::from_chars(text.data(), end, ignored).ptr == end;
 }
 
 std::string textLine(std::string_view text) {
@@ -34,14 +49,14 @@ std::string textLine(std::string_view text) {
 }
 
 std::string dataLine(std::span<const std::byte> bytes) {
-  constexpr std::size_t mostShown = 16;
+  constexpr std::size_t maximumShown = 16;
   constexpr std::string_view symbols = "0123456789abcdef";
   std::string line = "<";
-  for (const std::byte byte : bytes.first(std::min(bytes.size(), mostShown))) {
+  for (const std::byte byte : bytes.first(std::min(bytes.size(), maximumShown))) {
     line += symbols[std::to_integer<unsigned>(byte) >> 4U];
     line += symbols[std::to_integer<unsigned>(byte) & 15U];
   }
-  if (bytes.size() > mostShown) line += "…";
+  if (bytes.size() > maximumShown) line += "…";
   return line + "> " + std::to_string(bytes.size()) + (bytes.size() == 1 ? " byte" : " bytes");
 }
 
@@ -116,8 +131,53 @@ class TreePrinter {
   std::size_t openDashes_ = 0;
 };
 
+/// On one line when the indent is negative.
+void writeJson(const nlohmann::ordered_json& document, int indent) {
+  using nlohmann::ordered_json;
+  std::cout << document.dump(indent, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+}
+
 }  // namespace
 
+void Table::addRow(Row cells) {
+  for (std::string& cell : cells) cell = singleLine(cell);
+  rows_.push_back(std::move(cells));
+}
+
+void Table::print() const {
+  std::vector<std::size_t> widths(header_.size());
+  const auto widen = [&widths](const Row& row) {
+    for (std::size_t column = 0; column < widths.size(); ++column) {
+      widths[column] = std::max(widths[column], displayWidth(row.at(column)));
+    }
+  };
+  widen(header_);
+  for (const Row& row : rows_) widen(row);
+  std::cout << emphasised(line(header_, widths)) << '\n';
+  for (const Row& row : rows_) std::cout << line(row, widths) << '\n';
+}
+
+std::string joined(const std::vector<std::string>& texts, const std::string& none) {
+  if (texts.empty()) return none;
+  std::string all;
+  for (const std::string& text : texts) {
+    if (!all.empty()) all += ", ";
+    all += text;
+  }
+  return all;
+}
+
 void printTree(const Value& value) { TreePrinter().print(value, 0); }
+
+void printJson(const nlohmann::ordered_json& document) { writeJson(document, 2); }
+
+void printJsonLine(const nlohmann::ordered_json& document) { writeJson(document, -1); }
+
+void flushOutput() {
+  errno = 0;
+  if (std::cout.flush()) return;
+  const std::string why = errno == 0 ? "it takes no more" : std::generic_category().message(errno);
+  throw CommandError("could not write to the standard output", why);
+}
 
 }  // namespace roster::tool
