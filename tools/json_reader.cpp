@@ -7,7 +7,8 @@
 
 #include "roster/base/limits.h"
 #include "roster/plist/xml_scalars.h"
-#include "roster/value/date_text.h"
+#include "roster/value/date.h"
+#include "roster/value/mutable_dictionary.h"
 #include "tools/json_writer.h"
 
 namespace roster::tool {

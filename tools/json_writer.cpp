@@ -5,7 +5,7 @@
 #include <cmath>
 #include <span>
 
-#include "roster/value/date_text.h"
+#include "roster/value/date.h"
 
 namespace roster::tool {
 

@@ -6,7 +6,7 @@
 #include <iostream>
 #include <optional>
 
-#include "roster/value/date_text.h"
+#include "roster/value/date.h"
 #include "tools/json_writer.h"
 #include "tools/terminal.h"
 

@@ -88,7 +88,8 @@ bool BasicAccount::takeProperties(const Dictionary& properties) {
   if (!isKnownType) return false;
 
   _originalProperties = properties.deepCopy();
-  if (!_originalProperties.sharesContentsWith(properties)) _properties.emplace(properties);
+  if (!_originalProperties.sharesContentsWith(properties))
+    _properties = MutableDictionary::copyOf(properties);
   if (!properties.find(kAccountIdentifier).isString()) {
     const String identifier = createNewAccountUID();
     this->properties().set(kAccountIdentifier, identifier);
@@ -100,8 +101,8 @@ bool BasicAccount::takeProperties(const Dictionary& properties) {
 }
 
 MutableDictionary BasicAccount::properties() const {
-  if (!_properties) _properties.emplace(_originalProperties);
-  return *_properties;
+  if (!_properties) _properties = MutableDictionary::copyOf(_originalProperties);
+  return _properties->share();
 }
 
 Value BasicAccount::accountPropertyForKey(std::string_view key) const {

@@ -76,7 +76,7 @@ std::vector<AccountChange> detectChanges(const Snapshot& snapshot,
   std::vector<AccountChange> changes;
   std::vector<AccountChange> modified;
   std::size_t kept = 0;
-  for (const auto& [identifier, original, hash, isErased] : originals) {
+  for (const auto& [identifier, original] : originals) {
     const AccountPtr* account = accountsByID.find(identifier);
     if (account == nullptr) {
       changes.push_back({RSAccountChangeTypeRemoved, original, {}});

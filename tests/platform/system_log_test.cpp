@@ -7,7 +7,7 @@
 
 #include "roster/base/limits.h"
 #include "roster/platform/assertion.h"
-#include "roster/value/date_text.h"
+#include "roster/value/date.h"
 #include "roster/value/value_description.h"
 #include "tests/support/temporary_device.h"
 #include "tests/support/values.h"
