@@ -13,6 +13,7 @@
 #include "roster/notify/account_notifier.h"
 #include "roster/platform/class_table.h"
 #include "roster/plist/property_list.h"
+#include "roster/value/mutable_dictionary.h"
 #include "roster/value/value.h"
 
 namespace roster::bench {

@@ -11,6 +11,7 @@
 
 #include "roster/account/vocabulary.h"
 #include "roster/plist/property_list.h"
+#include "roster/value/mutable_dictionary.h"
 #include "roster/value/value.h"
 
 namespace roster::bench {
@@ -36,7 +37,7 @@ class Generator {
     identifier = uuid();
     std::array<std::byte, 32> token{};
     for (std::byte& byte : token) byte = static_cast<std::byte>(random_());
-    MutableDictionary properties(Dictionary{
+    auto properties = MutableDictionary::copyOf(Dictionary{
         {kAccountType, kind.type},
         {kAccountClass, kind.accountClass},
         {kAccountIdentifier, identifier},

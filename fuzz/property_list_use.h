@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "roster/plist/property_list.h"
+#include "roster/value/mutable_dictionary.h"
 #include "roster/value/value_description.h"
 
 namespace roster::fuzzing {
@@ -48,7 +49,7 @@ inline void use(std::string_view file) {
   const bool isSound = value->fault() == Fault::none;
   require(bool(again) == isSound, "only what is sound is accepted");
   if (const std::optional<Dictionary> dictionary = value->dictionary()) {
-    MutableDictionary changed(*dictionary);
+    auto changed = MutableDictionary::copyOf(*dictionary);
     changed.set("another", *value);
     require(!changed.empty() && changed.find("another").isDictionary(), "a change is seen");
     static_cast<void>(binaryPropertyList(changed));

@@ -3,7 +3,8 @@
 #include <vector>
 
 #include "roster/base/base64.h"
-#include "roster/value/date_text.h"
+#include "roster/value/date.h"
+#include "roster/value/mutable_dictionary.h"
 #include "tools/json.h"
 
 namespace roster::tool {

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "roster/base/base64.h"
-#include "roster/value/date_text.h"
+#include "roster/value/date.h"
 #include "tools/json.h"
 
 namespace roster::tool {

@@ -8,7 +8,7 @@
 #include <span>
 #include <system_error>
 
-#include "roster/value/date_text.h"
+#include "roster/value/date.h"
 #include "tools/commands.h"
 #include "tools/json.h"
 #include "tools/terminal.h"

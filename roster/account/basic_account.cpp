@@ -78,7 +78,8 @@ bool BasicAccount::takeProperties(const Dictionary& properties) {
   if (!isKnownType) return false;
 
   _originalProperties = properties.deepCopy();
-  if (!_originalProperties.sharesContentsWith(properties)) _properties.emplace(properties);
+  if (!_originalProperties.sharesContentsWith(properties))
+    _properties = MutableDictionary::copyOf(properties);
   if (!properties.find(kAccountIdentifier).isString()) {
     const String identifier = createNewAccountUID();
     this->properties().set(kAccountIdentifier, identifier);
@@ -96,8 +97,8 @@ const Dictionary& BasicAccount::currentProperties() const {
 Dictionary BasicAccount::propertiesToSave() const { return currentProperties(); }
 
 MutableDictionary BasicAccount::properties() const {
-  if (!_properties) _properties.emplace(_originalProperties);
-  return *_properties;
+  if (!_properties) _properties = MutableDictionary::copyOf(_originalProperties);
+  return _properties->share();
 }
 
 Value BasicAccount::accountPropertyForKey(std::string_view key) const {

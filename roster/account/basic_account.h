@@ -10,7 +10,7 @@
 #include "roster/account/string_list.h"
 #include "roster/account/vocabulary.h"
 #include "roster/base/export.h"
-#include "roster/value/value.h"
+#include "roster/value/mutable_dictionary.h"
 
 namespace roster {
 

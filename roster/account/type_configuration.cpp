@@ -10,6 +10,7 @@
 #include "roster/platform/property_list_file.h"
 #include "roster/platform/resources.h"
 #include "roster/platform/system_log.h"
+#include "roster/value/mutable_dictionary.h"
 #include "roster/value/ordered_map.h"
 
 namespace roster {
@@ -76,7 +77,7 @@ OrderedMap<Dictionary> rewrittenEntries(const Dictionary& resource, bool isMulti
   for (const DictionaryEntry& entry : resource) {
     const std::optional<Dictionary> configured = entry.value.dictionary();
     if (!configured) continue;
-    MutableDictionary rewritten(*configured);
+    auto rewritten = MutableDictionary::copyOf(*configured);
     std::vector<Value> known =
         knownDataclasses(configured->find(kPropertiesSupportedDataclasses), isMultitasking);
     // A type of which nothing is left keeps what it listed, so that it does not turn into a type without

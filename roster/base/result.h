@@ -10,11 +10,14 @@ namespace roster {
 /// Why an operation failed: a code for programs, and a message for people that names the operation, the file
 /// or object it was about, and the cause in the system's own words.
 struct Error {
+  /// The code must not be zero.
   Error(std::error_code why, std::string text) : code(why), message(std::move(text)) {}
+  /// As above, for a code of the system.
   Error(std::errc why, std::string text) : Error(std::make_error_code(why), std::move(text)) {}
 
   /// The system's code where the system refused something, else the one that says it best; never zero.
   std::error_code code;
+  /// One sentence without a full stop, in English.
   std::string message;
 };
 
@@ -27,21 +30,26 @@ inline bool isMissingFile(const Error& error) {
 template <class T = void>
 class [[nodiscard]] Result {
  public:
+  /// A success.
   Result(T value) : content_(std::in_place_index<0>, std::move(value)) {}
+  /// A failure.
   Result(Error error) : content_(std::in_place_index<1>, std::move(error)) {}
 
   /// Whether the operation succeeded.
   explicit operator bool() const { return content_.index() == 0; }
 
-  // The value; to be asked for after a success only.
-
+  /// The value. After a failure this throws std::bad_variant_access, as does each operator below.
   T& operator*() & { return std::get<0>(content_); }
+  /// The value.
   const T& operator*() const& { return std::get<0>(content_); }
+  /// The value, to be moved from.
   T&& operator*() && { return std::get<0>(std::move(content_)); }
+  /// A member of the value.
   T* operator->() { return &std::get<0>(content_); }
+  /// A member of the value.
   const T* operator->() const { return &std::get<0>(content_); }
 
-  /// The error; to be asked for after a failure only.
+  /// The error. After a success this throws std::bad_variant_access.
   const Error& error() const { return std::get<1>(content_); }
 
  private:
@@ -52,13 +60,15 @@ class [[nodiscard]] Result {
 template <>
 class [[nodiscard]] Result<void> {
  public:
+  /// A success.
   Result() = default;
+  /// A failure.
   Result(Error error) : content_(std::move(error)) {}
 
   /// Whether the operation succeeded.
   explicit operator bool() const { return content_.index() == 0; }
 
-  /// The error; to be asked for after a failure only.
+  /// The error. After a success this throws std::bad_variant_access.
   const Error& error() const { return std::get<1>(content_); }
 
  private:

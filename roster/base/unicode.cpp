@@ -43,17 +43,17 @@ void appendUtf8(std::string& text, char32_t codePoint) {
 std::optional<std::string> utf8FromBigEndianUtf16(std::span<const std::byte> bytes) {
   std::string text;
   text.reserve(bytes.size());
-  const auto unitAt = [&](std::size_t at) {
-    return (std::to_integer<char32_t>(bytes[at]) << 8U) | std::to_integer<char32_t>(bytes[at + 1]);
+  const auto unitAt = [&](std::size_t offset) {
+    return (std::to_integer<char32_t>(bytes[offset]) << 8U) | std::to_integer<char32_t>(bytes[offset + 1]);
   };
-  for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
-    char32_t codePoint = unitAt(at);
+  for (std::size_t offset = 0; offset + 1 < bytes.size(); offset += 2) {
+    char32_t codePoint = unitAt(offset);
     if (codePoint >= firstSurrogate && codePoint < behindSurrogates) {
-      if (codePoint >= firstLowSurrogate || at + 3 >= bytes.size()) return std::nullopt;
-      const char32_t low = unitAt(at + 2);
+      if (codePoint >= firstLowSurrogate || offset + 3 >= bytes.size()) return std::nullopt;
+      const char32_t low = unitAt(offset + 2);
       if (low < firstLowSurrogate || low >= behindSurrogates) return std::nullopt;
       codePoint = firstSupplementary + ((codePoint - firstSurrogate) << 10U) + (low - firstLowSurrogate);
-      at += 2;
+      offset += 2;
     }
     appendUtf8(text, codePoint);
   }
@@ -61,8 +61,8 @@ std::optional<std::string> utf8FromBigEndianUtf16(std::span<const std::byte> byt
 }
 
 std::optional<char32_t> takeCodePoint(std::string_view& text) {
-  const auto byteAt = [&](std::size_t at) {
-    return static_cast<char32_t>(static_cast<unsigned char>(text[at]));
+  const auto byteAt = [&](std::size_t offset) {
+    return static_cast<char32_t>(static_cast<unsigned char>(text[offset]));
   };
   const char32_t lead = byteAt(0);
   std::size_t length = 1;
@@ -80,9 +80,9 @@ std::optional<char32_t> takeCodePoint(std::string_view& text) {
     }
   }
   if (length > text.size()) return std::nullopt;
-  for (std::size_t at = 1; at < length; ++at) {
-    if ((byteAt(at) & 0xC0U) != 0x80U) return std::nullopt;
-    codePoint = (codePoint << 6U) | (byteAt(at) & 0x3FU);
+  for (std::size_t offset = 1; offset < length; ++offset) {
+    if ((byteAt(offset) & 0xC0U) != 0x80U) return std::nullopt;
+    codePoint = (codePoint << 6U) | (byteAt(offset) & 0x3FU);
   }
   const bool isSurrogate = codePoint >= firstSurrogate && codePoint < behindSurrogates;
   if (codePoint < smallest || codePoint > lastCodePoint || isSurrogate) return std::nullopt;
@@ -109,9 +109,9 @@ std::optional<std::string> bigEndianUtf16FromUtf8(std::string_view text) {
 
 bool isAscii(std::string_view text) {
   constexpr std::uint64_t highBits = 0x8080808080808080U;
-  const auto wordAt = [&](std::size_t at) {
+  const auto wordAt = [&](std::size_t offset) {
     std::uint64_t word = 0;
-    std::memcpy(&word, text.data() + at, sizeof word);
+    std::memcpy(&word, text.data() + offset, sizeof word);
     return word;
   };
   std::uint64_t seen = 0;
@@ -121,7 +121,7 @@ bool isAscii(std::string_view text) {
   }
   // The last word may overlap the one before it, so that there is no shorter rest to look at.
   const std::size_t last = text.size() - sizeof seen;
-  for (std::size_t at = 0; at < last; at += sizeof seen) seen |= wordAt(at);
+  for (std::size_t offset = 0; offset < last; offset += sizeof seen) seen |= wordAt(offset);
   return ((seen | wordAt(last)) & highBits) == 0;
 }
 

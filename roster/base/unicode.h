@@ -20,11 +20,12 @@ std::optional<std::string> utf8FromBigEndianUtf16(std::span<const std::byte> byt
 /// Big-endian UTF-16 bytes of UTF-8 text, nothing when the text is not valid UTF-8.
 std::optional<std::string> bigEndianUtf16FromUtf8(std::string_view text);
 
-/// Decodes one code point at the front of the text and removes it; nothing, with the text as it was, when the
-/// front is not valid UTF-8 (overlong forms, surrogates and values above U+10FFFF are not). The text must not
-/// be empty.
+/// Decodes one code point at the front of the text, which must not be empty, and removes it from the view.
+/// Nothing, with the view as it was, when the front is not valid UTF-8: overlong forms, surrogates and values
+/// above U+10FFFF are not.
 ROSTER_EXPORT std::optional<char32_t> takeCodePoint(std::string_view& text);
 
+/// Whether no byte of the text is above 0x7F.
 bool isAscii(std::string_view text);
 
 }  // namespace roster

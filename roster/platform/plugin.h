@@ -14,6 +14,7 @@
 #include "roster/base/export.h"
 #include "roster/base/result.h"
 #include "roster/platform/class_table.h"
+#include "roster/value/mutable_dictionary.h"
 #include "roster/value/value.h"
 
 namespace roster {

@@ -8,8 +8,8 @@
 #include "roster/base/text_table.h"
 #include "roster/base/unicode.h"
 #include "roster/plist/property_list.h"
-#include "roster/value/binary_document.h"
-#include "roster/value/value_node.h"
+#include "roster/value/document.h"
+#include "roster/value/representation.h"
 
 namespace roster {
 
@@ -52,7 +52,7 @@ class ObjectNumbering {
   ObjectNumbering() = default;
 
   std::uint32_t place(const Value& given, std::size_t depth) {
-    const Value& value = given.isDictionary() ? ValueAccess::holder(given) : given;
+    const Value& value = given.isDictionary() ? ValueAccess::contents(given) : given;
     switch (value.kind()) {
       case Value::Kind::array:
       case Value::Kind::dictionary:

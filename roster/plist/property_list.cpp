@@ -1,7 +1,7 @@
 #include "roster/plist/property_list.h"
 
 #include "roster/plist/xml_property_list.h"
-#include "roster/value/binary_document.h"
+#include "roster/value/document.h"
 
 namespace roster {
 

@@ -3,7 +3,7 @@
 #include "roster/base/limits.h"
 #include "roster/base/single_line.h"
 #include "roster/plist/xml_property_list.h"
-#include "roster/value/value_node.h"
+#include "roster/value/representation.h"
 
 namespace roster {
 

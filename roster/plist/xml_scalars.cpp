@@ -5,7 +5,7 @@
 #include "roster/base/base64.h"
 #include "roster/base/single_line.h"
 #include "roster/plist/xml_property_list.h"
-#include "roster/value/date_text.h"
+#include "roster/value/date.h"
 
 namespace roster {
 

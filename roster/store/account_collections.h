@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "roster/account/basic_account.h"
-#include "roster/value/enumeration_mutation.h"
+#include "roster/value/fault.h"
 
 namespace roster {
 

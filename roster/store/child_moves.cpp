@@ -1,7 +1,5 @@
 #include "roster/store/child_moves.h"
 
-#include "roster/value/value_node.h"
-
 namespace roster {
 
 void ChildMoves::remove(const String& childID, const AccountPtr& parent) {
@@ -77,8 +75,8 @@ void ChildMoves::append(Parent& parent, const String& parentID, const Value& ele
 }
 
 void ChildMoves::note(const Value& properties, Role role) {
-  if (!ValueAccess::isLiveDictionary(properties)) return;
-  unsigned& roles = roles_[ValueAccess::node(properties)];
+  if (!properties.isLiveDictionary()) return;
+  unsigned& roles = roles_[properties.identity()];
   roles |= role;
   if (isNothingPutOff_ || roles != (Role::asParent | Role::asChild)) return;
   writeAll();

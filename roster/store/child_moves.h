@@ -8,8 +8,6 @@
 
 namespace roster {
 
-class Node;
-
 /// Takes many children out of parents and adds them to others. At the end the parents' "ChildAccounts" and
 /// the child indexes are as if each had been moved by itself, but a parent's children are gone through once,
 /// not once for each child. Only where parents dispute a child, or a record is both parent and child, are
@@ -55,7 +53,7 @@ class ChildMoves {
   AccountIndexes& indexes_;
   std::unordered_map<std::string, Parent> parentsByID_;
   /// The live properties met so far, and as what.
-  std::unordered_map<const Node*, unsigned> roles_;
+  std::unordered_map<ValueIdentity, unsigned> roles_;
   /// A record that is a parent is a child as well: the copy of it that is indexed as a child shows which of
   /// the changes came before it and which after, so that none may be put off.
   bool isNothingPutOff_ = false;

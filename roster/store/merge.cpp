@@ -1,10 +1,12 @@
 #include "roster/store/merge.h"
 
+#include "roster/value/mutable_dictionary.h"
+
 namespace roster {
 
 Dictionary mergeProperties(const Dictionary& inMemory, const Dictionary& original, const Dictionary& onDisk) {
   if (original.empty() || onDisk.empty()) return inMemory;
-  MutableDictionary merged(onDisk);
+  auto merged = MutableDictionary::copyOf(onDisk);
   // Nothing to bring into the file's version: the usual case, and one that need not look at any property.
   if (inMemory.sharesContentsWith(original)) return merged;
 

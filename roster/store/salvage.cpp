@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "roster/base/limits.h"
-#include "roster/value/value_node.h"
+#include "roster/value/mutable_dictionary.h"
 
 namespace roster {
 
@@ -66,7 +66,7 @@ bool Salvage::fits(const Value& value, bool isRepeated) {
 /// holds, is counted.
 bool Salvage::isAffordable(const Value& value, bool& isRepeated) {
   if (!isRepeated && (value.isArray() || value.isDictionary())) {
-    isRepeated = !met_.emplace(ValueAccess::node(value), ValueAccess::object(value)).second;
+    isRepeated = !met_.insert(value.identity()).second;
   }
   return !isRepeated || ++repetitions_ <= limits::unfoldingAllowance;
 }

@@ -8,7 +8,7 @@ void Node::destroy(const Node* node) noexcept {
   thread_local bool isDestroying = false;
   thread_local const Node* doomed = nullptr;
   if (isDestroying) {
-    // The count has done its service; its place links the waiting nodes, so that nothing has to be allocated.
+    // Nobody counts references any more: the counter links the waiting nodes, so that nothing is allocated.
     node->references_.store(reinterpret_cast<std::uintptr_t>(doomed), std::memory_order_relaxed);
     doomed = node;
     return;

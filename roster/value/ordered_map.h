@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "roster/base/text_hash.h"
-#include "roster/value/enumeration_mutation.h"
+#include "roster/base/text_table.h"
+#include "roster/value/fault.h"
 #include "roster/value/value.h"
 
 namespace roster {
@@ -24,8 +24,6 @@ class OrderedMap {
   struct Entry {
     String key;
     T value;
-    std::uint32_t hash = 0;
-    bool isErased = false;
   };
 
   std::size_t size() const { return live_; }
@@ -69,7 +67,7 @@ class OrderedMap {
     if (index == none) return false;
     ++changes_;
     --live_;
-    Entry& entry = entries_[index];
+    Stored& entry = entries_[index];
     entry.isErased = true;
     entry.key = String();
     entry.value = T();
@@ -77,11 +75,11 @@ class OrderedMap {
     return true;
   }
 
-  /// The first entry at or behind a position that is not erased; `endPosition()` when there is none.
-  std::size_t skipErased(std::size_t position) const {
-    while (position < entries_.size() && entries_[position].isErased) ++position;
-    return position;
-  }
+  // Positions are for walks that keep no pointer into the map. They stay valid while no key is inserted or
+  // removed, and mean the same entries in a copy of the map.
+
+  std::size_t firstPosition() const { return liveFrom(0); }
+  std::size_t nextPosition(std::size_t position) const { return liveFrom(position + 1); }
   std::size_t endPosition() const { return entries_.size(); }
   const Entry& entryAt(std::size_t position) const { return entries_[position]; }
   T& valueAt(std::size_t position) { return entries_[position].value; }
@@ -101,7 +99,7 @@ class OrderedMap {
     }
     Iterator& operator++() {
       check();
-      position_ = map_->skipErased(position_ + 1);
+      position_ = map_->nextPosition(position_);
       return *this;
     }
     friend bool operator==(const Iterator& left, const Iterator& right) {
@@ -117,13 +115,23 @@ class OrderedMap {
     std::size_t position_;
     std::uint64_t changes_;
   };
-  Iterator begin() const { return {this, skipErased(0)}; }
+  Iterator begin() const { return {this, firstPosition()}; }
   Iterator end() const { return {this, entries_.size()}; }
 
  private:
   static constexpr std::size_t smallSize = 16;
   static constexpr std::size_t none = static_cast<std::size_t>(-1);
   static constexpr std::uint32_t emptySlot = 0;
+
+  struct Stored : Entry {
+    std::uint32_t hash = 0;
+    bool isErased = false;
+  };
+
+  std::size_t liveFrom(std::size_t position) const {
+    while (position < entries_.size() && entries_[position].isErased) ++position;
+    return position;
+  }
 
   std::uint32_t hashOf(std::string_view key) const {
     return slots_.empty() ? 0 : static_cast<std::uint32_t>(hashText(key, textHashSeed()));
@@ -137,10 +145,10 @@ class OrderedMap {
       return none;
     }
     const std::size_t mask = slots_.size() - 1;
-    for (std::size_t at = hash & mask; slots_[at] != emptySlot; at = (at + 1) & mask) {
-      if (((slots_[at] ^ hash) & ~mask) != 0) continue;
-      const std::size_t index = (slots_[at] & mask) - 1;
-      const Entry& entry = entries_[index];
+    for (std::size_t slot = hash & mask; slots_[slot] != emptySlot; slot = (slot + 1) & mask) {
+      if (((slots_[slot] ^ hash) & ~mask) != 0) continue;
+      const std::size_t index = (slots_[slot] & mask) - 1;
+      const Stored& entry = entries_[index];
       if (!entry.isErased && areEqualTexts(entry.key.view(), key)) return index;
     }
     return none;
@@ -153,21 +161,21 @@ class OrderedMap {
       rebuildSlots(2 * (live_ + 1));
       hash = hashOf(key.view());
     }
-    entries_.push_back({key, std::move(value), hash, false});
+    entries_.push_back({{key, std::move(value)}, hash, false});
     ++live_;
     if (!slots_.empty()) claimSlot(entries_.size() - 1);
   }
 
   void claimSlot(std::size_t index) {
     const std::size_t mask = slots_.size() - 1;
-    std::size_t at = entries_[index].hash & mask;
-    while (slots_[at] != emptySlot) at = (at + 1) & mask;
-    slots_[at] = static_cast<std::uint32_t>((entries_[index].hash & ~mask) | (index + 1));
+    std::size_t slot = entries_[index].hash & mask;
+    while (slots_[slot] != emptySlot) slot = (slot + 1) & mask;
+    slots_[slot] = static_cast<std::uint32_t>((entries_[index].hash & ~mask) | (index + 1));
   }
 
   void compact() {
     if (live_ == entries_.size()) return;
-    std::erase_if(entries_, [](const Entry& entry) { return entry.isErased; });
+    std::erase_if(entries_, [](const Stored& entry) { return entry.isErased; });
     if (!slots_.empty()) rebuildSlots(entries_.size());
   }
 
@@ -180,7 +188,7 @@ class OrderedMap {
     }
   }
 
-  std::vector<Entry> entries_;
+  std::vector<Stored> entries_;
   /// A slot holds the number of an entry, plus one, in the bits that a hash chooses a slot by, and in the
   /// others those of its hash. There are more than twice as many slots as entries, so the number fits.
   std::vector<std::uint32_t> slots_;

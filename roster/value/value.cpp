@@ -2,40 +2,10 @@
 
 #include <limits>
 
-#include "roster/value/binary_document.h"
-#include "roster/value/value_node.h"
+#include "roster/value/document.h"
+#include "roster/value/representation.h"
 
 namespace roster {
-
-std::string_view describe(Fault fault) {
-  switch (fault) {
-    case Fault::none:
-      return "is sound";
-    case Fault::containsItself:
-      return "contains itself";
-    case Fault::tooDeep:
-      return "is nested too deeply";
-    case Fault::tooLarge:
-      return "refers to its own parts so often that it unfolds to too many values";
-    case Fault::unknownObject:
-      return "holds an object of an unknown kind";
-    case Fault::uid:
-      return "holds a UID, which has no place in a property list of this kind";
-    case Fault::outOfBounds:
-      return "reaches beyond the end of the file";
-    case Fault::badReference:
-      return "refers to an object that is not there";
-    case Fault::badKey:
-      return "has a dictionary key that is not a string";
-    case Fault::badText:
-      return "holds a string that is not valid text";
-    case Fault::badNumber:
-      return "holds a number out of range";
-    case Fault::overlaps:
-      return "overlaps another part of the file";
-  }
-  return "is damaged";
-}
 
 Value::Value(unsigned long long value) noexcept
     : kind_(Kind::integer),
@@ -43,7 +13,9 @@ Value::Value(unsigned long long value) noexcept
   payload_.natural = value;
 }
 
-Value::Value(std::string_view text) : Value(Kind::string, new StringNode(text)) {}
+Value::Value(const char* text) : Value(text == nullptr ? Value() : Value(std::string_view(text))) {}
+
+Value::Value(std::string_view text) : Value(ValueAccess::make(Kind::string, Ref<StringNode>::make(text))) {}
 
 Value::Value(const String& text) : Value(text.value_) {}
 
@@ -53,27 +25,20 @@ Value::Value(const Array& array)
 Value::Value(const Dictionary& dictionary)
     : Value(dictionary.value_.isNil() ? ValueAccess::makeDictionary({}, Fault::none) : dictionary.value_) {}
 
-Value Value::data(std::span<const std::byte> bytes) { return {Kind::data, new DataNode(bytes)}; }
-
-Value::Value(Kind kind, const Node* node) noexcept : kind_(kind), home_(Home::node) {
-  payload_.node = node;
-  node->retain();
-}
-
-Value::Value(Kind kind, const Document* document, std::uint32_t object) noexcept
-    : object_(object), kind_(kind), home_(Home::document) {
-  payload_.node = document;
-  document->retain();
+Value Value::data(std::span<const std::byte> bytes) {
+  return ValueAccess::make(Kind::data, Ref<DataNode>::make(bytes));
 }
 
 String Value::string() const& { return isString() ? String(*this) : String(); }
 
 String Value::string() && { return isString() ? String(std::move(*this)) : String(); }
 
-std::optional<Array> Value::array() const& { return isArray() ? std::optional(Array(*this)) : std::nullopt; }
+std::optional<Array> Value::array() const& {
+  return isArray() ? std::optional(Array(*this, Array::Adopt())) : std::nullopt;
+}
 
 std::optional<Array> Value::array() && {
-  return isArray() ? std::optional(Array(std::move(*this))) : std::nullopt;
+  return isArray() ? std::optional(Array(std::move(*this), Array::Adopt())) : std::nullopt;
 }
 
 std::optional<Dictionary> Value::dictionary() const& {
@@ -137,12 +102,18 @@ bool Value::booleanValue() const {
 }
 
 Fault Value::fault() const noexcept {
-  if (home_ == Home::document) return ValueAccess::document(*this).fault(object_);
-  if (home_ != Home::node) return Fault::none;
-  if (isArray()) return static_cast<const ArrayNode*>(payload_.node)->fault;
-  if (!isDictionary()) return Fault::none;
-  const auto& dictionary = *static_cast<const DictionaryNode*>(payload_.node);
-  return dictionary.own ? dictionary.fault : dictionary.base.value_.fault();
+  switch (home_) {
+    case Home::none:
+      return Fault::none;
+    case Home::document:
+      return ValueAccess::document(*this).fault(object_);
+    case Home::live:
+      return ValueAccess::contents(*this).fault();
+    case Home::node:
+      break;
+  }
+  if (isArray()) return ValueAccess::arrayNode(*this).fault;
+  return isDictionary() ? ValueAccess::dictionaryNode(*this).fault : Fault::none;
 }
 
 bool Value::isIdenticalTo(const Value& other) const noexcept {

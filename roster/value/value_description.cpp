@@ -6,7 +6,7 @@
 
 #include "roster/base/limits.h"
 #include "roster/base/single_line.h"
-#include "roster/value/date_text.h"
+#include "roster/value/date.h"
 
 namespace roster {
 

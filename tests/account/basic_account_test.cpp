@@ -14,7 +14,7 @@ using Lines = std::vector<std::string>;
 class BasicAccountTest : public ::testing::Test {
  protected:
   static AccountPtr account(std::initializer_list<std::pair<std::string_view, Value>> more) {
-    MutableDictionary properties(Dictionary{{"Type", "Mail"}, {"Class", "IMAPAccount"}});
+    auto properties = MutableDictionary::copyOf(Dictionary{{"Type", "Mail"}, {"Class", "IMAPAccount"}});
     for (const auto& [key, value] : more) properties.set(key, value);
     return BasicAccount::accountWithProperties(properties);
   }
@@ -101,7 +101,7 @@ TEST_F(BasicAccountTest, AnswersWithTheWholeChainOfParents) {
 }
 
 TEST_F(BasicAccountTest, SharesLivePropertiesButNeverItsOriginals) {
-  MutableDictionary nested(Dictionary{{"depth", 1}});
+  auto nested = MutableDictionary::copyOf(Dictionary{{"depth", 1}});
   const auto made = account({{"Identifier", "1"}, {"List", array(nested)}});
   const auto depth = [](const Dictionary& properties) {
     return properties.find("List").array()->at(0).dictionary()->find("depth");

@@ -38,7 +38,7 @@ class DeviceLocalAccountTest : public ::testing::Test {
 
 TEST_F(DeviceLocalAccountTest, HasAnIdentityThatNoPropertyChanges) {
   setDeviceClass("tablet");
-  MutableDictionary odd(DeviceLocalAccount::basicAccountProperties());
+  auto odd = MutableDictionary::copyOf(DeviceLocalAccount::basicAccountProperties());
   for (const auto* key : {"Identifier", "Sync Identifier", "DisplayName"}) odd.set(key, "odd");
   const auto record = BasicAccount::accountWithProperties(odd);
   const std::shared_ptr<DeviceLocalAccount> kiosk = KioskAccount::accountWithBasicAccount(record);

@@ -18,7 +18,8 @@ class TypeConfiguration : public OwnProcessTest {
     const auto type = [](const char* supported) {
       return Dictionary{{"Supported Dataclasses", dataclassArray(supported)}};
     };
-    MutableDictionary mixed(type("Satchel Notes x.y Mail Calendars Mail com.nimbal.dataclass.mail"));
+    auto mixed =
+        MutableDictionary::copyOf(type("Satchel Notes x.y Mail Calendars Mail com.nimbal.dataclass.mail"));
     mixed.set("Enable Actions", array("Keep Local Data", "None", "Keep Local Data", 4, "Merge Local Data"));
     mixed.set("Disable Actions", array("None"));
     mixed.set("Delete Account Actions", array("Merge Data", 3, "Delete Data"));

@@ -10,7 +10,7 @@ namespace roster::testing {
 namespace {
 
 Dictionary with(const Dictionary& properties, std::string_view key, const Value& value) {
-  MutableDictionary copy(properties);
+  auto copy = MutableDictionary::copyOf(properties);
   copy.set(key, value);
   return copy;
 }

@@ -180,7 +180,7 @@ class SecretiveAccount : public AccountSubclass<SecretiveAccount> {
  public:
   using AccountSubclass::AccountSubclass;
   Dictionary propertiesToSave() const override {
-    MutableDictionary saved(BasicAccount::propertiesToSave().deepCopy());
+    auto saved = MutableDictionary::copyOf(BasicAccount::propertiesToSave().deepCopy());
     saved.remove("Secret");
     return saved;
   }

@@ -25,7 +25,7 @@ void exercise(std::string_view bytes) {
   describe(*value);
   const Result<std::string> written = binaryPropertyList(*value);
   if (const std::optional<Dictionary> dictionary = value->dictionary()) {
-    MutableDictionary changed(*dictionary);
+    auto changed = MutableDictionary::copyOf(*dictionary);
     changed.set("another", 1);
     for (const DictionaryEntry& entry : changed) {
       EXPECT_FALSE(entry.key.isNil() || entry.value.isNil());

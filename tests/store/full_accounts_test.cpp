@@ -29,9 +29,9 @@ class FullAccountsTest : public CreatorsTableTest {
     registerCreator("Adopter", {.accountWithBasicAccount = adopt});
     registerCreator("None", {.accountWithBasicAccount = none});
     registerCreator("Meddler", {.accountWithBasicAccount = meddle});
-    MutableDictionary table(Dictionary{{"Broken", array(full("None"))},
-                                       {"Meddling", array(full("Meddler"))},
-                                       {"Adopting", array(full("Adopter"))}});
+    auto table = MutableDictionary::copyOf(Dictionary{{"Broken", array(full("None"))},
+                                                      {"Meddling", array(full("Meddler"))},
+                                                      {"Adopting", array(full("Adopter"))}});
     for (const std::string_view type : selfMade) table.set(type, array(full("Self")));
     writeCreators(table);
   }

@@ -4,6 +4,8 @@
 
 #include <array>
 
+#include "roster/value/mutable_dictionary.h"
+
 namespace roster {
 namespace {
 

@@ -18,7 +18,8 @@ using Store = std::shared_ptr<AccountsManager>;
 
 /// The stored properties of an account of a known type, and whatever is added to them or put in their place.
 inline Dictionary stored(std::string_view identifier, const Dictionary& more = {}) {
-  MutableDictionary properties(Dictionary{{"Type", "CalDAV"}, {"Class", "X"}, {"Identifier", identifier}});
+  auto properties =
+      MutableDictionary::copyOf(Dictionary{{"Type", "CalDAV"}, {"Class", "X"}, {"Identifier", identifier}});
   for (const DictionaryEntry& entry : more) properties.set(entry.key, entry.value);
   return *Value(properties).deepCopy().dictionary();
 }

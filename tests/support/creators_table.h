@@ -62,7 +62,7 @@ class CreatorsTableTest : public OwnProcessTest {
   /// Makes the types of the table known, and the type "Unlisted".
   void writeTypes(const Dictionary& table) const {
     const Dictionary type{{"Supported Dataclasses", dataclassArray("Mail Contacts Notes")}};
-    MutableDictionary types(Dictionary{{"Unlisted", type}});
+    auto types = MutableDictionary::copyOf(Dictionary{{"Unlisted", type}});
     for (const DictionaryEntry& entry : table) types.set(entry.key, type);
     writeResource("AccountTypesProperties", types);
   }

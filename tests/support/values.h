@@ -7,6 +7,7 @@
 
 #include "roster/account/string_list.h"
 #include "roster/base/result.h"
+#include "roster/value/mutable_dictionary.h"
 
 namespace roster::testing {
 

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "roster/base/limits.h"
-#include "roster/value/date_text.h"
+#include "roster/value/date.h"
 #include "roster/value/value_description.h"
 #include "tests/support/values.h"
 

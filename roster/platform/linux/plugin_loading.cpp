@@ -66,7 +66,7 @@ Error refusal(const std::string& path, const std::string& reason) {
 Result<const PluginEntry*> entryOf(void* library, const std::string& path) {
   void* symbol = dlsym(library, entryName);
   if (symbol == nullptr || !isDefinedIn(library, symbol))
-    return refusal(path, std::string("it has no entry ") + entryName);
+    return refusal(path, std::string("it has no entry ").append(entryName));
   const PluginEntry* entry = reinterpret_cast<const PluginEntry* (*)()>(symbol)();
   if (entry == nullptr) return refusal(path, "its entry tells nothing");
   if (entry->version != pluginEntryVersion) {

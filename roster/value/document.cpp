@@ -1,4 +1,4 @@
-#include "roster/value/binary_document.h"
+#include "roster/value/document.h"
 
 #include <bit>
 
@@ -7,16 +7,13 @@ namespace roster {
 Result<Value> Document::read(Bytes file) {
   const Result<BinaryLayout> layout = BinaryLayout::read(file);
   if (!layout) return layout.error();
-  auto* const made = new Document(std::move(file), *layout);
-  const Value keeper = ValueAccess::make(Value::Kind::data, made, 0);
-  Document& document = *made;
-  Result<CheckedObjects> checked = checkObjects(document.layout_);
+  Result<CheckedObjects> checked = checkObjects(*layout);
   if (!checked) return checked.error();
-  document.checked_ = *std::move(checked);
-  const std::uint32_t top = document.layout_.topObject();
-  Value value = document.value(top);
+  const auto document = Ref<const Document>::make(std::move(file), *layout, *std::move(checked));
+  const std::uint32_t top = layout->topObject();
+  Value value = document->value(top);
   if (value.isNil())
-    return Error(std::errc::bad_message, "its top value " + std::string(describe(document.fault(top))));
+    return Error(std::errc::bad_message, "its top value " + std::string(describe(document->fault(top))));
   return value;
 }
 
@@ -25,60 +22,60 @@ std::span<const std::byte> Document::bytes(std::uint32_t object) const {
 }
 
 std::size_t Document::count(std::uint32_t container) const {
-  const KeyIndex* keys = index(container);
-  return keys ? keys->places.size() : header(container).count;
+  const KeyIndex* keys = keyIndex(container);
+  return keys ? keys->indexes.size() : header(container).count;
 }
 
-Value Document::element(std::uint32_t array, std::size_t place) const {
-  return value(layout_.reference(this->header(array), place));
+Value Document::element(std::uint32_t array, std::size_t index) const {
+  return value(layout_.reference(this->header(array), index));
 }
 
-String Document::key(std::uint32_t dictionary, std::size_t place) const {
-  return value(layout_.reference(this->header(dictionary), placeInFile(dictionary, place))).string();
+String Document::key(std::uint32_t dictionary, std::size_t index) const {
+  return value(layout_.reference(this->header(dictionary), storedIndex(dictionary, index))).string();
 }
 
-Value Document::valueAt(std::uint32_t dictionary, std::size_t place) const {
+Value Document::valueAt(std::uint32_t dictionary, std::size_t index) const {
   const ObjectHeader& header = this->header(dictionary);
-  return value(layout_.reference(header, header.count + placeInFile(dictionary, place)));
+  return value(layout_.reference(header, header.count + storedIndex(dictionary, index)));
 }
 
-const KeyIndex* Document::index(std::uint32_t dictionary) const {
+const KeyIndex* Document::keyIndex(std::uint32_t dictionary) const {
   if (checked_.indexes.empty()) return nullptr;
   const auto found = checked_.indexes.find(dictionary);
   return found == checked_.indexes.end() ? nullptr : &found->second;
 }
 
-std::size_t Document::placeInFile(std::uint32_t dictionary, std::size_t place) const {
-  const KeyIndex* keys = index(dictionary);
-  return keys ? keys->places[place] : place;
+std::size_t Document::storedIndex(std::uint32_t dictionary, std::size_t index) const {
+  const KeyIndex* keys = keyIndex(dictionary);
+  return keys ? keys->indexes[index] : index;
 }
 
 Value Document::find(std::uint32_t dictionary, std::string_view key) const {
   const std::uint32_t number = numberOfKey(key);
   if (number == TextTable::none) return {};
-  const std::optional<std::uint32_t> place = placeOfKey(dictionary, number);
-  if (!place) return {};
+  const std::optional<std::uint32_t> index = indexOfKey(dictionary, number);
+  if (!index) return {};
   const ObjectHeader& header = this->header(dictionary);
-  return value(layout_.reference(header, std::uint64_t{header.count} + *place));
+  return value(layout_.reference(header, std::uint64_t{header.count} + *index));
 }
 
 std::uint32_t Document::numberOfKey(std::string_view key) const {
   return checked_.keysByText.find(key, [this](std::uint32_t number) { return checked_.keys[number]; });
 }
 
-std::optional<std::uint32_t> Document::placeOfKey(std::uint32_t dictionary, std::uint32_t key) const {
+std::optional<std::uint32_t> Document::indexOfKey(std::uint32_t dictionary, std::uint32_t key) const {
   const ObjectHeader& header = this->header(dictionary);
   if (header.shape != 0) {
     if (key >= checked_.shapedKeys) return std::nullopt;
-    const std::uint8_t place = checked_.shapePlaces[(header.shape - 1U) * checked_.shapedKeys + key];
-    return place == 0 ? std::nullopt : std::optional(place - 1U);
+    const std::uint8_t index = checked_.shapeIndexes[(header.shape - 1U) * checked_.shapedKeys + key];
+    return index == 0 ? std::nullopt : std::optional(index - 1U);
   }
-  if (const KeyIndex* keys = index(dictionary)) return keys->placeOf(key);
-  for (std::uint32_t place = 0; place < header.count; ++place) {
-    const std::uint64_t object = layout_.reference(header, place);
+  if (const KeyIndex* keys = keyIndex(dictionary)) return keys->indexOf(key);
+  for (std::uint32_t index = 0; index < header.count; ++index) {
+    const std::uint64_t object = layout_.reference(header, index);
     if (object >= objectCount()) continue;
     const auto known = checked_.keyNumbers.find(static_cast<std::uint32_t>(object));
-    if (known != checked_.keyNumbers.end() && known->second == key) return place;
+    if (known != checked_.keyNumbers.end() && known->second == key) return index;
   }
   return std::nullopt;
 }
@@ -98,14 +95,14 @@ Value Document::value(std::uint64_t reference) const {
     case ObjectClass::date:
       return Date{std::bit_cast<double>(readBigEndian(file_.data() + header.contents, 8))};
     case ObjectClass::data:
-      return ValueAccess::make(Value::Kind::data, this, object);
+      return ValueAccess::make(Value::Kind::data, *this, object);
     case ObjectClass::asciiText:
     case ObjectClass::wideText:
-      return ValueAccess::make(Value::Kind::string, this, object);
+      return ValueAccess::make(Value::Kind::string, *this, object);
     case ObjectClass::array:
-      return ValueAccess::make(Value::Kind::array, this, object);
+      return ValueAccess::make(Value::Kind::array, *this, object);
     case ObjectClass::dictionary:
-      return ValueAccess::make(Value::Kind::dictionary, this, object);
+      return ValueAccess::make(Value::Kind::dictionary, *this, object);
     case ObjectClass::unreadable:
       break;
   }

@@ -1,4 +1,4 @@
-#include "roster/value/binary_layout.h"
+#include "roster/value/document_layout.h"
 
 #include "roster/base/limits.h"
 
@@ -70,10 +70,10 @@ Result<BinaryLayout> BinaryLayout::read(const Bytes& file) {
   return layout;
 }
 
-ObjectHeader BinaryLayout::fixedHeader(unsigned marker, std::size_t at) const {
+ObjectHeader BinaryLayout::fixedHeader(unsigned marker, std::size_t offset) const {
   const auto fixed = [&](ObjectClass type, std::size_t width) {
-    if (width > tableOffset_ - at - 1) return unreadable(Fault::outOfBounds);
-    return ObjectHeader{static_cast<std::uint32_t>(at + 1), static_cast<std::uint32_t>(width), type,
+    if (width > tableOffset_ - offset - 1) return unreadable(Fault::outOfBounds);
+    return ObjectHeader{static_cast<std::uint32_t>(offset + 1), static_cast<std::uint32_t>(width), type,
                         Fault::none};
   };
   const unsigned exponent = marker & 0xFU;

@@ -2,7 +2,7 @@
 #include <cmath>
 
 #include "roster/base/limits.h"
-#include "roster/value/value_node.h"
+#include "roster/value/representation.h"
 
 namespace roster {
 
@@ -96,56 +96,8 @@ class Comparison {
   std::uint64_t work_ = 0;
 };
 
-class DeepCopy {
- public:
-  Value copy(const Value& value, std::size_t depth) {
-    if (!ValueAccess::holdsLiveDictionaries(value)) return value;
-    if (depth > limits::maximumDepth || work_++ > limits::unfoldingAllowance) {
-      failed_ = true;
-      return {};
-    }
-    if (value.isArray()) return copyArray(*value.array(), depth);
-    const auto& node = *static_cast<const DictionaryNode*>(ValueAccess::node(value));
-    if (!node.isLive) return copyEntries(*node.own, depth);
-    // The live dictionary and its copy stand on the same entries until it changes.
-    node.freeze();
-    return copy(node.base, depth);
-  }
-  bool hasFailed() const { return failed_; }
-
- private:
-  Value copyArray(const Array& array, std::size_t depth) {
-    std::vector<Value> elements;
-    elements.reserve(array.size());
-    for (const Value& element : array) {
-      elements.push_back(copy(element, depth + 1));
-      if (failed_) return {};
-    }
-    return ValueAccess::makeArray(std::move(elements), Fault::none);
-  }
-
-  Value copyEntries(OrderedMap<Value> entries, std::size_t depth) {
-    for (std::size_t at = entries.skipErased(0); at < entries.endPosition();
-         at = entries.skipErased(at + 1)) {
-      Value& value = entries.valueAt(at);
-      if (ValueAccess::holdsLiveDictionaries(value)) value = copy(value, depth + 1);
-      if (failed_) return {};
-    }
-    return ValueAccess::makeDictionary(std::move(entries), Fault::none);
-  }
-
-  std::uint64_t work_ = 0;
-  bool failed_ = false;
-};
-
 }  // namespace
 
 bool operator==(const Value& left, const Value& right) { return Comparison().equal(left, right, 0); }
-
-Value Value::deepCopy() const {
-  DeepCopy walk;
-  Value result = walk.copy(*this, 0);
-  return walk.hasFailed() ? Value() : result;
-}
 
 }  // namespace roster

@@ -1,4 +1,4 @@
-#include "roster/value/date_text.h"
+#include "roster/value/date.h"
 
 #include <algorithm>
 #include <array>
@@ -11,6 +11,7 @@ namespace roster {
 
 namespace {
 
+using Instant = std::chrono::system_clock::time_point;
 using std::chrono::days;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
@@ -22,7 +23,7 @@ constexpr sys_days referenceDay = std::chrono::year(2001) / std::chrono::January
 /// Inside what the calendar can count with, and exact to the millisecond in a double.
 constexpr double calendarReach = 9.0e11;
 
-constexpr int greatestYear = 32767;
+constexpr int maximumYear = 32767;
 
 void appendPadded(std::string& text, std::int64_t number, std::size_t width) {
   const std::string digits = std::to_string(number);
@@ -60,14 +61,14 @@ class Reader {
 
   void expect(char expected) { failed_ = !takeIf(expected); }
 
-  int number(std::size_t fewestDigits, std::size_t mostDigits) {
+  int number(std::size_t minimumDigits, std::size_t maximumDigits) {
     std::size_t count = 0;
     int value = 0;
-    for (; count < std::min(mostDigits, text_.size()); ++count) {
+    for (; count < std::min(maximumDigits, text_.size()); ++count) {
       if (text_[count] < '0' || text_[count] > '9') break;
       value = 10 * value + (text_[count] - '0');
     }
-    if (count < fewestDigits) failed_ = true;
+    if (count < minimumDigits) failed_ = true;
     text_.remove_prefix(count);
     lastCount_ = count;
     return value;
@@ -83,7 +84,7 @@ class Reader {
     const bool isNegative = takeIf('-');
     const bool hasSign = isNegative || takeIf('+');
     const int value = number(4, hasSign ? 5 : 4);
-    if (value > greatestYear) failed_ = true;
+    if (value > maximumYear) failed_ = true;
     return isNegative ? -value : value;
   }
 
@@ -94,6 +95,25 @@ class Reader {
 };
 
 }  // namespace
+
+Date Date::fromTimePoint(Instant instant) {
+  // Whole seconds and the rest are exact each for itself, so that only their sum is rounded.
+  const auto whole = std::chrono::floor<seconds>(instant);
+  const std::chrono::duration<double> rest = instant - whole;
+  return {static_cast<double>((whole - referenceDay).count()) + rest.count()};
+}
+
+std::optional<Instant> Date::timePoint() const {
+  constexpr auto first = std::chrono::ceil<seconds>(Instant::min()) - referenceDay;
+  constexpr auto last = std::chrono::floor<seconds>(Instant::max()) - referenceDay;
+  const double whole = std::floor(secondsSinceReference);
+  const bool isInReach =
+      whole >= static_cast<double>(first.count()) && whole < static_cast<double>(last.count());
+  if (!isInReach) return std::nullopt;
+  const std::chrono::duration<double> rest(secondsSinceReference - whole);
+  return Instant(referenceDay + seconds(static_cast<std::int64_t>(whole))) +
+         std::chrono::round<Instant::duration>(rest);
+}
 
 std::string rfc3339Text(Date date) {
   if (!(std::abs(date.secondsSinceReference) < calendarReach)) return secondsText(date);

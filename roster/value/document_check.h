@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "roster/base/text_table.h"
-#include "roster/value/binary_layout.h"
+#include "roster/value/document_layout.h"
 
 namespace roster {
 
@@ -19,14 +19,14 @@ struct KeyIndex {
 
   struct Entry {
     std::uint32_t key = 0;
-    std::uint32_t place = 0;
+    std::uint32_t index = 0;
   };
   /// Sorted by key, one entry a key.
   std::vector<Entry> byKey;
-  /// The places of the entries that count, in the file's order: of a repeated key the last.
-  std::vector<std::uint32_t> places;
+  /// The indexes of the entries that count, in the file's order: of a repeated key the last.
+  std::vector<std::uint32_t> indexes;
 
-  std::optional<std::uint32_t> placeOf(std::uint32_t key) const;
+  std::optional<std::uint32_t> indexOf(std::uint32_t key) const;
 };
 
 /// What one pass over all objects of a binary property list has found out about them.
@@ -35,14 +35,14 @@ struct CheckedObjects {
   std::vector<ObjectHeader> objects;
   /// The texts that are not stored as ASCII, as UTF-8, by object.
   std::unordered_map<std::uint32_t, std::string> wideTexts;
-  /// The texts that serve as dictionary keys; a key's number is its place here.
+  /// The texts that serve as dictionary keys; a key's number is its index here.
   std::vector<std::string_view> keys;
   TextTable keysByText;
   /// By key object, the number of the key whose text it holds.
   std::unordered_map<std::uint32_t, std::uint32_t> keyNumbers;
-  /// For each shape, and in it for each of the first `shapedKeys` keys, the place at which its dictionaries
+  /// For each shape, and in it for each of the first `shapedKeys` keys, the index at which its dictionaries
   /// have the key, plus one; 0 where they do not have it. They have no other keys.
-  std::vector<std::uint8_t> shapePlaces;
+  std::vector<std::uint8_t> shapeIndexes;
   std::uint32_t shapedKeys = 0;
   /// By dictionary.
   std::unordered_map<std::uint32_t, KeyIndex> indexes;

@@ -12,11 +12,11 @@
 
 namespace roster {
 
-/// A big-endian number of up to eight bytes. Eight bytes are loaded whatever the width, so `at` must be
-/// followed by as many readable ones; `Bytes` pads its end for that.
-inline std::uint64_t readBigEndian(const std::byte* at, unsigned width) {
+/// A big-endian number of up to eight bytes. Eight bytes are loaded whatever the width, so the first one must
+/// be followed by as many readable ones; `Bytes` pads its end for that.
+inline std::uint64_t readBigEndian(const std::byte* first, unsigned width) {
   std::uint64_t word = 0;
-  std::memcpy(&word, at, sizeof word);
+  std::memcpy(&word, first, sizeof word);
   if constexpr (std::endian::native == std::endian::little) word = __builtin_bswap64(word);
   return word >> (64U - 8U * width);
 }
@@ -34,7 +34,7 @@ enum class ObjectClass : std::uint8_t {
   unreadable,
 };
 
-/// An object as its first bytes describe it. A file is smaller than 4 GiB, and so is every place and length
+/// An object as its first bytes describe it. A file is smaller than 4 GiB, and so is every offset and length
 /// in it.
 struct ObjectHeader {
   /// Where its contents begin, behind marker and length.
@@ -80,10 +80,10 @@ class BinaryLayout {
     return readBigEndian(bytes_ + tableOffset_ + std::size_t{object} * offsetWidth_, offsetWidth_);
   }
 
-  /// The header of the object that stands at an offset of the table. Its every length is checked against the
+  /// The header of the object at an offset that the table gives. Its every length is checked against the
   /// file; its contents are not looked at. An object that cannot be read has the class `unreadable` and a
   /// fault.
-  ObjectHeader headerAt(std::uint64_t offset) const;
+  ObjectHeader headerAt(std::uint64_t tableEntry) const;
 
   /// The first position behind the contents of a readable object.
   std::size_t end(const ObjectHeader& header) const {
@@ -92,9 +92,9 @@ class BinaryLayout {
   }
   unsigned referenceWidth() const { return referenceWidth_; }
 
-  /// The number of the object that a container refers to at a place; may be out of range.
-  std::uint64_t reference(const ObjectHeader& container, std::uint64_t place) const {
-    return readBigEndian(bytes_ + container.contents + place * referenceWidth_, referenceWidth_);
+  /// The number of the object that a container refers to at an index; may be out of range.
+  std::uint64_t reference(const ObjectHeader& container, std::uint64_t index) const {
+    return readBigEndian(bytes_ + container.contents + index * referenceWidth_, referenceWidth_);
   }
 
  private:
@@ -106,8 +106,8 @@ class BinaryLayout {
   };
   static constexpr unsigned lengthFollows = 0xF;
 
-  ObjectHeader fixedHeader(unsigned marker, std::size_t at) const;
-  ObjectHeader longHeader(Kind kind, std::size_t at) const;
+  ObjectHeader fixedHeader(unsigned marker, std::size_t offset) const;
+  ObjectHeader longHeader(Kind kind, std::size_t offset) const;
   ObjectHeader sized(Kind kind, std::size_t contents, std::uint64_t count) const {
     // The count alone is checked first: it may be so large that the size overflows.
     if (count > tableOffset_) return unreadable(Fault::outOfBounds);
@@ -125,24 +125,24 @@ class BinaryLayout {
   std::uint32_t topObject_ = 0;
 };
 
-inline ObjectHeader BinaryLayout::headerAt(std::uint64_t offset) const {
-  if (offset < headerSize || offset >= tableOffset_) return unreadable(Fault::outOfBounds);
-  const auto at = static_cast<std::size_t>(offset);
-  const auto marker = std::to_integer<unsigned>(bytes_[at]);
+inline ObjectHeader BinaryLayout::headerAt(std::uint64_t tableEntry) const {
+  if (tableEntry < headerSize || tableEntry >= tableOffset_) return unreadable(Fault::outOfBounds);
+  const auto offset = static_cast<std::size_t>(tableEntry);
+  const auto marker = std::to_integer<unsigned>(bytes_[offset]);
   const Kind kind = kinds_[marker >> 4U];
-  if (kind.unit == 0) return fixedHeader(marker, at);
-  if ((marker & 0xFU) == lengthFollows) return longHeader(kind, at);
-  return sized(kind, at + 1, marker & 0xFU);
+  if (kind.unit == 0) return fixedHeader(marker, offset);
+  if ((marker & 0xFU) == lengthFollows) return longHeader(kind, offset);
+  return sized(kind, offset + 1, marker & 0xFU);
 }
 
 /// The length is an integer object of its own behind the marker.
-inline ObjectHeader BinaryLayout::longHeader(Kind kind, std::size_t at) const {
-  if (at + 1 >= tableOffset_) return unreadable(Fault::outOfBounds);
-  const auto marker = std::to_integer<unsigned>(bytes_[at + 1]);
+inline ObjectHeader BinaryLayout::longHeader(Kind kind, std::size_t offset) const {
+  if (offset + 1 >= tableOffset_) return unreadable(Fault::outOfBounds);
+  const auto marker = std::to_integer<unsigned>(bytes_[offset + 1]);
   if (marker < 0x10 || marker > 0x13) return unreadable(Fault::badNumber);
   const unsigned width = 1U << (marker & 0xFU);
-  if (width > tableOffset_ - at - 2) return unreadable(Fault::outOfBounds);
-  return sized(kind, at + 2 + width, readBigEndian(bytes_ + at + 2, width));
+  if (width > tableOffset_ - offset - 2) return unreadable(Fault::outOfBounds);
+  return sized(kind, offset + 2 + width, readBigEndian(bytes_ + offset + 2, width));
 }
 
 }  // namespace roster

@@ -1,4 +1,4 @@
-#include "roster/value/binary_check.h"
+#include "roster/value/document_check.h"
 
 #include <algorithm>
 #include <array>
@@ -30,8 +30,8 @@ constexpr std::uint32_t maximumShapedKey = 1024;
 struct KeyShape {
   /// The references to the keys, as they stand in the file.
   std::string_view references;
-  /// By key, the place plus one.
-  std::vector<std::uint8_t> places;
+  /// By key, the index of its entry plus one.
+  std::vector<std::uint8_t> indexes;
 };
 
 /// A container whose references are being looked at.
@@ -112,9 +112,9 @@ class ObjectCheck {
     std::sort(extents.begin(), extents.end(), [](const Extent& left, const Extent& right) {
       return left.begin != right.begin ? left.begin < right.begin : left.object < right.object;
     });
-    for (std::size_t at = 0; at + 1 < extents.size(); ++at) {
-      if (extents[at].end > extents[at + 1].begin)
-        result_.objects[extents[at].object].fault = states_[extents[at].object].fault = Fault::overlaps;
+    for (std::size_t i = 0; i + 1 < extents.size(); ++i) {
+      if (extents[i].end > extents[i + 1].begin)
+        result_.objects[extents[i].object].fault = states_[extents[i].object].fault = Fault::overlaps;
     }
   }
 
@@ -218,8 +218,8 @@ class ObjectCheck {
     KeyShape shape{references, {}};
     bool repeatsKey = false;
     const bool isLong = frame.header.count > KeyIndex::longestWithout;
-    for (std::uint32_t place = 0; place < frame.header.count; ++place) {
-      const std::uint64_t reference = layout_.reference(frame.header, place);
+    for (std::uint32_t index = 0; index < frame.header.count; ++index) {
+      const std::uint64_t reference = layout_.reference(frame.header, index);
       if (const Fault fault = keyFault(reference); fault != Fault::none) {
         frame.fault = fault;
         continue;
@@ -228,8 +228,8 @@ class ObjectCheck {
       repeatsKey = repeatsKey || lastUses_[number] == frame.object + 1;
       lastUses_[number] = frame.object + 1;
       if (isLong || number >= maximumShapedKey) continue;
-      if (number >= shape.places.size()) shape.places.resize(number + 1);
-      shape.places[number] = static_cast<std::uint8_t>(place + 1);
+      if (number >= shape.indexes.size()) shape.indexes.resize(number + 1);
+      shape.indexes[number] = static_cast<std::uint8_t>(index + 1);
     }
     if (repeatsKey || isLong) addIndex(frame);
     const bool isShape = frame.fault == Fault::none && !repeatsKey && !isLong &&
@@ -237,7 +237,7 @@ class ObjectCheck {
     if (!isShape) return 0;
     shapes_.push_back(std::move(shape));
     shapesByReferences_.add(static_cast<std::uint32_t>(shapes_.size() - 1),
-                            [this](std::uint32_t at) { return shapeReferences(at); });
+                            [this](std::uint32_t number) { return shapeReferences(number); });
     return static_cast<std::uint16_t>(shapes_.size());
   }
 
@@ -245,10 +245,10 @@ class ObjectCheck {
   void layOutShapes() {
     const std::size_t keys = std::min<std::size_t>(result_.keys.size(), maximumShapedKey);
     result_.shapedKeys = static_cast<std::uint32_t>(keys);
-    result_.shapePlaces.resize(shapes_.size() * keys);
+    result_.shapeIndexes.resize(shapes_.size() * keys);
     for (std::size_t shape = 0; shape < shapes_.size(); ++shape) {
-      std::copy(shapes_[shape].places.begin(), shapes_[shape].places.end(),
-                result_.shapePlaces.begin() + static_cast<std::ptrdiff_t>(shape * keys));
+      std::copy(shapes_[shape].indexes.begin(), shapes_[shape].indexes.end(),
+                result_.shapeIndexes.begin() + static_cast<std::ptrdiff_t>(shape * keys));
     }
   }
 
@@ -274,20 +274,20 @@ class ObjectCheck {
   }
 
   void addIndex(const Frame& frame) {
-    KeyIndex index;
-    for (std::uint32_t place = 0; place < frame.header.count; ++place) {
-      const std::uint64_t key = layout_.reference(frame.header, place);
+    KeyIndex keys;
+    for (std::uint32_t index = 0; index < frame.header.count; ++index) {
+      const std::uint64_t key = layout_.reference(frame.header, index);
       if (keyFault(key) != Fault::none) continue;
-      index.byKey.push_back({numberOfKey(static_cast<std::uint32_t>(key)), place});
+      keys.byKey.push_back({numberOfKey(static_cast<std::uint32_t>(key)), index});
     }
-    std::sort(index.byKey.begin(), index.byKey.end(), [](KeyIndex::Entry left, KeyIndex::Entry right) {
-      return left.key != right.key ? left.key < right.key : left.place > right.place;
+    std::sort(keys.byKey.begin(), keys.byKey.end(), [](KeyIndex::Entry left, KeyIndex::Entry right) {
+      return left.key != right.key ? left.key < right.key : left.index > right.index;
     });
     const auto isSameKey = [](KeyIndex::Entry left, KeyIndex::Entry right) { return left.key == right.key; };
-    index.byKey.erase(std::unique(index.byKey.begin(), index.byKey.end(), isSameKey), index.byKey.end());
-    for (const KeyIndex::Entry entry : index.byKey) index.places.push_back(entry.place);
-    std::sort(index.places.begin(), index.places.end());
-    result_.indexes.emplace(frame.object, std::move(index));
+    keys.byKey.erase(std::unique(keys.byKey.begin(), keys.byKey.end(), isSameKey), keys.byKey.end());
+    for (const KeyIndex::Entry entry : keys.byKey) keys.indexes.push_back(entry.index);
+    std::sort(keys.indexes.begin(), keys.indexes.end());
+    result_.indexes.emplace(frame.object, std::move(keys));
   }
 
   std::string_view text(std::uint32_t object) const {
@@ -327,11 +327,11 @@ class ObjectCheck {
 
 }  // namespace
 
-std::optional<std::uint32_t> KeyIndex::placeOf(std::uint32_t key) const {
-  const auto at = std::lower_bound(byKey.begin(), byKey.end(), key,
-                                   [](Entry entry, std::uint32_t wanted) { return entry.key < wanted; });
-  if (at == byKey.end() || at->key != key) return std::nullopt;
-  return at->place;
+std::optional<std::uint32_t> KeyIndex::indexOf(std::uint32_t key) const {
+  const auto found = std::lower_bound(byKey.begin(), byKey.end(), key,
+                                      [](Entry entry, std::uint32_t wanted) { return entry.key < wanted; });
+  if (found == byKey.end() || found->key != key) return std::nullopt;
+  return found->index;
 }
 
 Result<CheckedObjects> checkObjects(const BinaryLayout& layout) { return ObjectCheck(layout).run(); }

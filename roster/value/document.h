@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "roster/value/binary_check.h"
-#include "roster/value/value_node.h"
+#include "roster/value/document_check.h"
+#include "roster/value/representation.h"
 
 namespace roster {
 
@@ -29,31 +29,33 @@ class Document final : public Node {
   /// Elements of an array, entries of a dictionary; of entries with the same key only the last counts.
   std::size_t count(std::uint32_t container) const;
 
-  // A place whose object cannot be read answers nil.
+  // An object that cannot be read is nil.
 
-  Value element(std::uint32_t array, std::size_t place) const;
-  String key(std::uint32_t dictionary, std::size_t place) const;
-  Value valueAt(std::uint32_t dictionary, std::size_t place) const;
+  Value element(std::uint32_t array, std::size_t index) const;
+  String key(std::uint32_t dictionary, std::size_t index) const;
+  Value valueAt(std::uint32_t dictionary, std::size_t index) const;
   Value find(std::uint32_t dictionary, std::string_view key) const;
 
  private:
-  Document(Bytes file, const BinaryLayout& layout) : file_(std::move(file)), layout_(layout) {}
+  friend class Ref<const Document>;
+  Document(Bytes file, const BinaryLayout& layout, CheckedObjects checked)
+      : file_(std::move(file)), layout_(layout), checked_(std::move(checked)) {}
 
   const ObjectHeader& header(std::uint32_t object) const { return checked_.objects[object]; }
-  const KeyIndex* index(std::uint32_t dictionary) const;
+  const KeyIndex* keyIndex(std::uint32_t dictionary) const;
   /// The number of a key in the list of all keys, or `TextTable::none`.
   std::uint32_t numberOfKey(std::string_view key) const;
-  /// The place of a key in a dictionary; nothing when it is not there.
-  std::optional<std::uint32_t> placeOfKey(std::uint32_t dictionary, std::uint32_t key) const;
-  /// The place in the file of an entry, given its place among the entries that count.
-  std::size_t placeInFile(std::uint32_t dictionary, std::size_t place) const;
+  /// The index of a key among the stored entries of a dictionary; nothing when it is not there.
+  std::optional<std::uint32_t> indexOfKey(std::uint32_t dictionary, std::uint32_t key) const;
+  /// The index among all stored entries of one of the entries that count.
+  std::size_t storedIndex(std::uint32_t dictionary, std::size_t index) const;
   Value value(std::uint64_t reference) const;
   Value integerValue(const ObjectHeader& header) const;
   Value realValue(const ObjectHeader& header) const;
 
-  Bytes file_;
-  BinaryLayout layout_;
-  CheckedObjects checked_;
+  const Bytes file_;
+  const BinaryLayout layout_;
+  const CheckedObjects checked_;
 };
 
 }  // namespace roster
