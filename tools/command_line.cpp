@@ -218,8 +218,8 @@ int runCommandLine(int argumentCount, const char* const* arguments) {
 
 int main(int argumentCount, char** arguments) {
   // Character widths need a UTF-8 locale: all text here is UTF-8, whatever the user's locale. Without it
-  // columns are less straight, which is no reason to stop. NOLINTNEXTLINE(concurrency-mt-unsafe): no other
-  // thread has started
+  // columns are less straight, which is no reason to stop.
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread has started
   static_cast<void>(std::setlocale(LC_CTYPE, "C.UTF-8"));
   return roster::tool::runCommandLine(argumentCount, arguments);
 }

@@ -98,7 +98,7 @@ Trial trialOf(const Value& element, std::string_view type) {
     trial.dataclasses = stored ? stringList(*stored) : StringList();
   }
   trial.problem = whyPassedOver(element, entry, kind);
-  if (trial.problem.empty()) trial.problem = tryOut(entry, *kind, type, trial);
+  if (kind != nullptr && trial.problem.empty()) trial.problem = tryOut(entry, *kind, type, trial);
   return trial;
 }
 

@@ -30,7 +30,7 @@ std::vector<AccountChange> RegistryState::update() {
     return {};
   }
   if (std::exchange(damage_, std::nullopt)) note(path_ + " can be read again");
-  // What was judged above is what is compared: a store that reads the file itself could meet another one.
+  // The file that was checked above is compared: a store that read it itself could find a newer one.
   const auto store = AccountsManager::initWithAccounsInfoArray(identified(*accounts));
   Snapshot now(store->allBasicAccounts()->span());
   std::vector<AccountChange> changes;

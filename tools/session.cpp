@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view dataclassPrefix = "com.nimbal.Dataclass.";
 
-/// Saving is what makes the loss of what could not be loaded final.
+/// What could not be loaded is lost for good when the registry is saved.
 void warnOfLoss() {
   using Kind = RegistryFinding::Kind;
   const std::string path = AccountsManager::fullPathToRosterPlist();

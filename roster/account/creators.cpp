@@ -25,11 +25,10 @@ String reported(std::string fault, unsigned line = __builtin_LINE()) {
 /// What the creator makes; nil, with its text in the system log, when it throws instead.
 template <class Make>
 auto madeBy(const ClassObject& creator, const Make& make) -> decltype(make()) {
-  decltype(make()) made;
-  if (const auto failure = failureOf([&] { made = make(); })) {
-    systemLog("ERROR: The account creator %@ failed: %@", creator.name(), *failure);
-  }
-  return made;
+  auto made = runForeignCode(make);
+  if (made) return *std::move(made);
+  systemLog("ERROR: The account creator %@ failed: %@", creator.name(), made.error().message);
+  return nullptr;
 }
 
 }  // namespace

@@ -1,22 +1,29 @@
 #pragma once
 
 #include <exception>
-#include <optional>
 #include <string>
+#include <type_traits>
+
+#include "roster/base/result.h"
 
 namespace roster {
 
-/// Runs code that somebody else wrote, such as a plug-in's. What it throws is its own fault and must not end
-/// what we are in the middle of: returns the exception's text, nothing when there was none.
+/// Runs code that somebody else wrote, such as a plug-in's, and returns what it returns. An exception from it
+/// must not end the operation that called it: it becomes an error with the exception's text.
 template <class Call>
-std::optional<std::string> failureOf(const Call& call) {
+auto runForeignCode(const Call& call) -> Result<std::invoke_result_t<const Call&>> {
+  const auto failed = [](std::string why) { return Error(std::errc::operation_canceled, std::move(why)); };
   try {
-    call();
-    return std::nullopt;
+    if constexpr (std::is_void_v<std::invoke_result_t<const Call&>>) {
+      call();
+      return {};
+    } else {
+      return call();
+    }
   } catch (const std::exception& exception) {
-    return exception.what();
+    return failed(exception.what());
   } catch (...) {
-    return "it threw something that is no exception";
+    return failed("it threw something that is no exception");
   }
 }
 

@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 
-/// What this library is willing to follow. A registry is a few levels deep and every value of it is looked at
-/// a few times; a file or a client that asks for much more than that is hostile or broken, and is refused
-/// with an error.
+/// The largest input that the library accepts. A registry is a few levels deep and every value of it is
+/// looked at a few times; a file or a client that asks for much more than that is hostile or broken, and is
+/// refused with an error.
 namespace roster::limits {
 
 /// Containers inside containers, counted from the outermost one. Low enough that a recursive walk is safe on

@@ -2,7 +2,6 @@
 
 #include <random>
 
-
 namespace roster {
 
 /// Exported for as long as a public header holds an OrderedMap.

@@ -119,7 +119,7 @@ bool isAscii(std::string_view text) {
     for (const char character : text) seen |= static_cast<unsigned char>(character);
     return (seen & 0x80U) == 0;
   }
-  // The last word may overlap the one before it, so that there is no shorter rest to look at.
+  // The last word may overlap the one before it, so that no shorter remainder is left.
   const std::size_t last = text.size() - sizeof seen;
   for (std::size_t offset = 0; offset < last; offset += sizeof seen) seen |= wordAt(offset);
   return ((seen | wordAt(last)) & highBits) == 0;

@@ -10,8 +10,8 @@ namespace roster {
 
 namespace {
 
-/// What cannot be looked at does not count: the registry would be removed for it. Nor does a relative path,
-/// which is what a user without a home has.
+/// A file that cannot be examined does not count, because the registry is removed in favour of it. Nor does a
+/// relative path, as a user without a home directory has.
 bool isThere(const std::string& path) {
   if (!path.starts_with('/')) return false;
   const FileType type = fileType(path);
@@ -52,7 +52,7 @@ bool AccountsManager::rosterNeedsToBeMigrated() {
   const std::optional<Dictionary> root = file ? file->dictionary() : std::nullopt;
   if (!root) return false;
   const Value version = root->find(kPlistVersionKey);
-  // Larger than any signed number, it comes from a library of the future.
+  // Larger than any signed number: a newer library wrote it.
   if (!version.integer() && version.unsignedInteger()) return false;
   if (!version.integer()) {
     systemLog("Roster plist is missing a version number, returning NO for migration");

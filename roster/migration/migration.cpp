@@ -35,10 +35,9 @@ Error migratorError(std::string why) { return {std::errc::executable_format_erro
 /// Runs a piece of the plug-in; fails with what it throws.
 template <class Piece>
 auto guarded(const Piece& piece) -> Result<decltype(piece())> {
-  decltype(piece()) answer{};
-  const auto failure = failureOf([&] { answer = piece(); });
-  if (failure) return migratorError("the migrator failed: " + *failure);
-  return answer;
+  auto answer = runForeignCode(piece);
+  if (answer) return answer;
+  return migratorError("the migrator failed: " + answer.error().message);
 }
 
 /// A new instance of the plug-in's class.

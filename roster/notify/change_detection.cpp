@@ -37,8 +37,8 @@ void addMissing(const StringList& list, const StringList& other, DistinctTexts& 
   }
 }
 
-/// Which dataclasses are enabled is compared by itself, children have accounts of their own, and the activity
-/// changes by itself: none of them concerns the other enabled dataclasses.
+/// The list of enabled dataclasses is compared separately, children have records of their own, and the
+/// activity changes by itself: none of them concerns the other enabled dataclasses.
 bool isComparedByContent(const String& key) {
   return !(key == kAccountEnabledDataclasses || key == kAccountChildAccounts || key == "IsActive");
 }

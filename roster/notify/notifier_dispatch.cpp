@@ -53,9 +53,8 @@ class FirstFailure {
 /// other notifiers must hear of it too.
 template <class Call>
 void tell(const ClassObject& notifier, const Call& call) {
-  if (const auto failure = failureOf(call)) {
-    systemLog("ERROR: The notifier %@ failed: %@", notifier.name(), *failure);
-  }
+  const Result<> told = runForeignCode(call);
+  if (!told) systemLog("ERROR: The notifier %@ failed: %@", notifier.name(), told.error().message);
 }
 
 unsigned& pausesOfThread() {

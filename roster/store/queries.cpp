@@ -25,7 +25,7 @@ class ChildrenByParent {
   using Children = std::vector<AccountPtr>;
   explicit ChildrenByParent(const AccountIndexes::ByID& children) : children_(children) { sort(); }
 
-  /// Those of now: they are sorted again when the store's children have changed since.
+  /// The current children; sorted again when the store's children have changed.
   Children of(const AccountPtr& parent) {
     if (children_.changes() != changes_) sort();
     const auto found = byParent_.find(parent.get());

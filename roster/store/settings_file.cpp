@@ -45,7 +45,8 @@ std::optional<Error> damageOf(const Value& file, const Dictionary& root,
   }
   if (file.fault() != Fault::none)
     return damage("it has a value that " + std::string(describe(file.fault())));
-  // A version alone may be meant. Without it the accounts may be there, but not under their key.
+  // A file with only a version may be intended. Without it the accounts may be there, but not under their
+  // key.
   const bool isEmptyRegistry = root.size() == 1 && root.contains(kPlistVersionKey);
   if (!accounts && !isEmptyRegistry) return damage("it has no \"Accounts\"");
   return std::nullopt;

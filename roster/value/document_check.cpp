@@ -21,8 +21,7 @@ struct State {
   bool isInProgress = false;
 };
 
-/// Shapes are for files whose dictionaries are alike; these bounds keep one of unlike ones from taking much
-/// memory.
+/// Shapes pay off where dictionaries are alike; these bounds limit their memory where they are not.
 constexpr std::size_t maximumShapes = 1024;
 constexpr std::uint32_t maximumShapedKey = 1024;
 

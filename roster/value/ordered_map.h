@@ -46,7 +46,7 @@ class OrderedMap {
   }
   bool contains(std::string_view key) const { return find(key) != nullptr; }
 
-  /// Puts the value under the key, keeping the place of a key that is there already. Returns whether it is
+  /// Puts the value under the key, keeping the position of a key that is there already. Returns whether it is
   /// new.
   bool set(const String& key, T value) {
     const std::uint32_t hash = hashOf(key.view());

@@ -84,7 +84,7 @@ Result<const PluginEntry*> entryOf(void* library, const std::string& path) {
 
 Result<PluginClasses> classesOf(void* library, const std::string& path) {
   Result<PluginClasses> classes = PluginClasses();
-  const auto failure = failureOf([&] {
+  const Result<> called = runForeignCode([&] {
     const Result<const PluginEntry*> entry = entryOf(library, path);
     if (!entry) {
       classes = entry.error();
@@ -92,7 +92,7 @@ Result<PluginClasses> classesOf(void* library, const std::string& path) {
       (*entry)->registerClasses(*classes);
     }
   });
-  if (failure) return refusal(path, "its entry failed: " + *failure);
+  if (!called) return refusal(path, "its entry failed: " + called.error().message);
   return classes;
 }
 

@@ -75,7 +75,8 @@ Result<SystemBus> SystemBus::open() {
 }
 
 Result<> SystemBus::send(const BusSignal& signal, const std::function<void(BusArguments&)>& append) {
-  if (const Result<> queued = queue(signal, append); !queued) return queued;
+  Result<> queued = queue(signal, append);
+  if (!queued) return queued;
   return deliver();
 }
 

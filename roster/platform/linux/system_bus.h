@@ -70,8 +70,8 @@ class SystemBus {
   static Result<SystemBus> open();
 
   /// Sends a signal with the arguments that `append` gives it, and returns once the bus has it. Fails when
-  /// that takes longer than a few seconds, so that a bus that does not answer holds nobody up; the signal may
-  /// then be lost. Nothing is sent when an argument cannot be.
+  /// that takes longer than a few seconds, so that a bus that does not answer cannot block the caller; the
+  /// signal may then be lost. Nothing is sent when an argument cannot be.
   Result<> send(const BusSignal& signal, const std::function<void(BusArguments&)>& append);
 
  private:
