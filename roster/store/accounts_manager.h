@@ -42,8 +42,12 @@ class ROSTER_EXPORT AccountsManager {
   // ---- Creation
 
   /// A store loaded from the account settings file as it is, without a lock and without waiting for a
-  /// migration. A file that is missing or cannot be read gives an empty store.
+  /// migration. A file that is missing or cannot be read gives an empty store; `loadError` tells which.
   static std::shared_ptr<AccountsManager> init();
+  /// Why not all of the file could be read when this store was loaded from it, with path and system text;
+  /// nothing when it could, or there was no file. What it means for saves: see `saveAllAccounts`. It stays as
+  /// it is for the life of the store; to load the file again, make a new one. An addition.
+  const std::optional<Error>& loadError() const;
 
   /// What a subclass passes on so that only the creation operations make instances.
   class Allocation {
@@ -141,6 +145,13 @@ class ROSTER_EXPORT AccountsManager {
   /// notifiers what changed. After a failure, which the system log and `lastSaveError` tell, the file is as
   /// it was, and the next save merges the same changes again. May throw after a success: see the class's
   /// comment.
+  ///
+  /// A file that this process could not read though it may be sound (there were no descriptors or no memory
+  /// left, or the disk did not answer) is not replaced: when that happened to this store's load, all its
+  /// saves fail, and a new store has to be loaded; when it happens to the save itself, that save fails. A
+  /// file that cannot be used as it is (damaged, not a registry, no permission) is replaced, and kept beside
+  /// the new one under its own name with ".damaged-" and the time. So is, once, the file that such a load
+  /// found, even if it has become sound meanwhile: this store has not seen what is in it.
   void saveAllAccounts();
   /// Why the last save failed, with path and system text; nothing when it succeeded or there was none. An
   /// addition.
@@ -259,6 +270,8 @@ class ROSTER_EXPORT AccountsManager {
   void _initWithAccountsInfo(const Array& accounts);
 
  private:
+  ROSTER_HIDDEN Result<> mergeAndWrite() const;
+
   std::unique_ptr<StoreState> _state;
 };
 

@@ -95,10 +95,7 @@ Result<Array> readRegistryAccounts(const std::string& path) {
         return !element.isNil() && element.fault() == Fault::none;
       });
   if (isReadable || !registry.damage) return accounts;
-  Error damage = *std::move(registry.damage);
-  // What is said of the whole file names it already.
-  if (damage.message.find(path) == std::string::npos) damage.message = path + ": " + damage.message;
-  return damage;
+  return naming(path, *std::move(registry.damage));
 }
 
 }  // namespace roster

@@ -1,9 +1,12 @@
 #include "roster/store/settings_file.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
+#include <new>
 #include <span>
 #include <system_error>
 
@@ -75,7 +78,19 @@ std::string utcTime() {
 
 }  // namespace
 
-Registry SettingsFile::read() const {
+bool isFailureOfReading(const Error& error) {
+  constexpr std::errc codes[] = {std::errc::too_many_files_open,
+                                 std::errc::too_many_files_open_in_system,
+                                 std::errc::not_enough_memory,
+                                 std::errc::io_error,
+                                 std::errc::resource_unavailable_try_again,
+                                 std::errc::device_or_resource_busy,
+                                 std::errc::interrupted,
+                                 std::errc::timed_out};
+  return std::any_of(std::begin(codes), std::end(codes), [&](std::errc code) { return error.code == code; });
+}
+
+Registry SettingsFile::read() const try {
   const Result<Value> file = readPropertyListFile(path_, Soundness::inspected);
   if (!file) return isMissingFile(file.error()) ? Registry() : damaged(file.error());
   const std::optional<Dictionary> root = file->dictionary();
@@ -86,6 +101,8 @@ Registry SettingsFile::read() const {
   registry.accounts = root->find(kPlistAccountsKey).array();
   registry.damage = damageOf(*file, *root, registry.accounts);
   return registry;
+} catch (const std::bad_alloc&) {
+  return damaged({std::errc::not_enough_memory, "could not read " + path_ + ": there is not enough memory"});
 }
 
 Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Error>& damage) const {
@@ -109,6 +126,11 @@ std::string SettingsFile::nameForDamaged() const {
   std::string name = base;
   for (int attempt = 2; fileExists(name); ++attempt) name = base + "-" + std::to_string(attempt);
   return name;
+}
+
+Error naming(const std::string& path, Error error) {
+  if (error.message.find(path) == std::string::npos) error.message = path + ": " + error.message;
+  return error;
 }
 
 Result<std::string> registryBytes(std::vector<Value> accounts) {
