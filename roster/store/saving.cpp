@@ -15,7 +15,9 @@ std::vector<Value> mergedAccounts(const AccountsManager& store, const AccountsMa
   const std::shared_ptr<const AccountArray> accounts = store.allBasicAccounts();
   for (const AccountPtr& account : *accounts) {
     const String identifier = account->identifier();
-    const AccountPtr found = identifier ? onDisk.accountWithIdentifier(identifier) : nullptr;
+    AccountPtr found = identifier ? onDisk.accountWithIdentifier(identifier) : nullptr;
+    // Where the identifier is a child's by now, its parent is found, which is another account.
+    if (found && !(found->identifier() == identifier)) found = nullptr;
     const Dictionary properties = store.mergeInMemoryPropertiesOriginalPropertiesOnDiskProperties(
         account->propertiesToSave(), account->originalProperties(),
         found ? found->propertiesToSave() : Dictionary());

@@ -303,6 +303,28 @@ TEST_F(SavingTest, NeverReplacesAccountsThatItsStoreHasNotSeenWithoutKeepingThem
   }
 }
 
+TEST_F(SavingTest, TakesAnAccountsFileVersionFromTheAccountAloneNotFromAParentWithAChildOfItsName) {
+  const Dictionary parent = stored("p", {{"DisplayName", "parent"}, {"ChildAccounts", array(stored("a"))}});
+  const Dictionary account = stored("a", {{"DisplayName", "account"}});
+  // The child becomes an account of its own.
+  writeRegistry(parent);
+  const Store raising = AccountsManager::init();
+  raising->removeChildWithIdentifierFromAccount("a", raising->accountWithIdentifier("p"));
+  const AccountPtr raised = BasicAccount::accountWithProperties(account);
+  raised->setOriginalProperties(account);
+  raising->insertAccount(raised);
+  raising->saveAllAccounts();
+  EXPECT_EQ(root().find("Accounts"),
+            array(stored("p", {{"DisplayName", "parent"}, {"ChildAccounts", array()}}), account));
+
+  // Another store has moved the account below a parent.
+  writeRegistry(account);
+  const Store unaware = AccountsManager::init();
+  writeRegistry(parent);
+  unaware->saveAllAccounts();
+  EXPECT_EQ(root().find("Accounts"), array(account));
+}
+
 TEST_F(SavingTest, OfAStoreOfAnotherClassReadsTheRegistryAndWritesWhereTheClassSays) {
   const std::string elsewhere = device.writeFile("elsewhere/own.plist", "damaged");
   const auto store =
