@@ -116,7 +116,8 @@ class ROSTER_EXPORT AccountsManager {
   static String displayNameForGroupOfAccountTypeForBeginningOfSentence(std::string_view type,
                                                                        bool isBeginningOfSentence);
 
-  // ---- Changes. They change memory only; the next save writes them. Records must not be nil.
+  // ---- Changes. They change memory only; the next save writes them. A record that is nil, where nothing
+  // else is said of nil, is std::invalid_argument, with nothing changed.
 
   /// Puts the record in place of every top-level record with its identifier; ignored when there is none.
   void updateAccount(const AccountPtr& account);
@@ -162,7 +163,7 @@ class ROSTER_EXPORT AccountsManager {
                                                                        const Dictionary& onDisk) const;
 
   // ---- Announcing a change of one account. For clients that need more than what a save tells; the library
-  // itself never calls them.
+  // itself never calls them. A record that is nil is std::invalid_argument.
 
   /// Tells the notifiers of the account's type and the dataclass that the account is about to change in it.
   /// Notifiers that are set up wrongly are assertion failures, thrown when all others have been told.
