@@ -63,14 +63,14 @@ class ROSTER_EXPORT AccountsManager {
   /// Nothing is saved. Records that somebody else holds live on.
   virtual ~AccountsManager();
 
-  // ---- Queries. They look at memory only. Unknown identifiers give nil.
+  // ---- Queries. They look at memory only. Unknown identifiers and nil give nil.
 
   /// The top-level record with the identifier, or the parent of the child with it.
   AccountPtr accountWithIdentifier(std::string_view identifier) const;
-  /// The record, top-level before child, with the sync identifier.
-  AccountPtr syncableAccountWithSyncIdentifier(std::string_view syncIdentifier) const;
+  /// The record, top-level before child, with the sync identifier, which may be the empty text.
+  AccountPtr syncableAccountWithSyncIdentifier(const String& syncIdentifier) const;
   /// The top-level account that the user sees for that record.
-  AccountPtr displayAccountWithSyncIdentifier(std::string_view syncIdentifier) const;
+  AccountPtr displayAccountWithSyncIdentifier(const String& syncIdentifier) const;
   /// The store's own list of top-level records, in order. Changes of the store show through it.
   std::shared_ptr<const AccountArray> allBasicAccounts() const;
   /// The record of the child with the identifier; nil for a top-level account's. To change it, see the
@@ -97,7 +97,8 @@ class ROSTER_EXPORT AccountsManager {
   FullAccount fullAccountWithIdentifierLoader(std::string_view identifier,
                                               AccountLoaderProtocol* loader) const;
   /// The full accounts of all top-level records of the types, in order, each followed by those of its
-  /// children of the types. The loader may be nil. A child is among them even when its parent's type is not.
+  /// children of the types. The loader may be nil. A child is among them even when its parent's type is not,
+  /// and stands behind the parent that it has when that one's children are listed.
   /// Throws std::invalid_argument when that of a top-level record cannot be made (if no assertion handler has
   /// thrown before), leaves out that of a child; throws EnumerationMutation when making one changes the
   /// store's top-level accounts.

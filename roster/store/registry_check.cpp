@@ -21,11 +21,11 @@ void checkVersion(const Dictionary& root, AccountCheck& check) {
   const std::string what = "the next save writes " + current;
   const std::string key(kPlistVersionKey);
   const Value stored = root.find(kPlistVersionKey);
-  const std::optional<std::int64_t> version = stored.integer();
+  const std::optional<std::int64_t> version = registryVersion(root);
   if (stored.isNil()) {
     check.add(Kind::repairs, key, what, "it is missing, which counts as a file that needs no migration");
   } else if (!version) {
-    check.add(Kind::repairs, key, what, "it is " + std::string(kindName(stored)) + ", not an integer");
+    check.add(Kind::repairs, key, what, "it is " + std::string(kindName(stored)) + ", not a whole number");
   } else if (*version < std::int64_t{currentRegistryVersion}) {
     check.add(Kind::repairs, key, what, "it is " + std::to_string(*version) + ": the file needs a migration");
   } else if (*version > std::int64_t{currentRegistryVersion}) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
@@ -97,7 +98,7 @@ Registry SettingsFile::read() const try {
   if (!root) return damaged(damage(path_ + " is not a dictionary"));
 
   Registry registry;
-  registry.version = root->find(kPlistVersionKey).integer().value_or(0);
+  registry.version = registryVersion(*root).value_or(0);
   registry.accounts = root->find(kPlistAccountsKey).array();
   registry.damage = damageOf(*file, *root, registry.accounts);
   return registry;
@@ -131,6 +132,15 @@ std::string SettingsFile::nameForDamaged() const {
 Error naming(const std::string& path, Error error) {
   if (error.message.find(path) == std::string::npos) error.message = path + ": " + error.message;
   return error;
+}
+
+std::optional<std::int64_t> registryVersion(const Dictionary& root) {
+  const Value version = root.find(kPlistVersionKey);
+  if (version.kind() != Value::Kind::real) return version.integer();
+  constexpr double beyond = 0x1p63;
+  const double number = *version.real();
+  const bool isWhole = number >= -beyond && number < beyond && std::trunc(number) == number;
+  return isWhole ? std::optional(static_cast<std::int64_t>(number)) : std::nullopt;
 }
 
 Result<std::string> registryBytes(std::vector<Value> accounts) {

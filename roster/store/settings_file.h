@@ -52,6 +52,10 @@ class SettingsFile {
 /// The error with a message that names the path, unless it does so already.
 Error naming(const std::string& path, Error error);
 
+/// The version that a registry's root tells: an integer, or a real that is whole, as other writers of
+/// property lists store it. Nothing when there is no such number.
+std::optional<std::int64_t> registryVersion(const Dictionary& root);
+
 /// The bytes of a registry with these accounts, in their order, in the current layout.
 Result<std::string> registryBytes(std::vector<Value> accounts);
 
