@@ -30,8 +30,8 @@ struct StoreState;
 /// Operational failures are not thrown: they are lines in the system log, and `lastSaveError` tells of a
 /// save. What may throw is the assertion handler, about a wrong configuration. A save calls it last: when
 /// `saveAllAccounts` throws because notifiers are set up wrongly, the registry has been written, every
-/// notifier that could be told has been, `lastSaveError` has nothing, and the next save tells the same
-/// changes again.
+/// notifier that could be told has been, and `lastSaveError` has nothing. No change is told twice: a notifier
+/// whose library or class was missing never hears of those that were saved meanwhile.
 ///
 /// A child is changed through its parent, because only top-level records are saved: a child's record is a
 /// copy of an element of its parent's "ChildAccounts", and what is set in it alone is not written. Change the
@@ -194,7 +194,7 @@ class ROSTER_EXPORT AccountsManager {
   /// The notifier classes for an account type and a dataclass, in the order of the account-creators table and
   /// as often as it names them, with their libraries loaded. What is wrong with the table or with a library
   /// is an assertion failure.
-  static StringList _notifierClassNamesForAccountTypeDataclass(std::string_view type,
+  static StringList _notifierClassNamesForAccountTypeDataclass(const String& type,
                                                                std::string_view dataclass);
   /// Adds a record of the change for each notifier class that it concerns. Any change type but 0 (added) and
   /// 2 (removed) stands for a modified account.

@@ -41,7 +41,7 @@ void AccountsManager::_addNotificationToDictionaryForChangeTypeOriginalPropertie
                                current.value_or(Dictionary())});
 }
 
-StringList AccountsManager::_notifierClassNamesForAccountTypeDataclass(std::string_view type,
+StringList AccountsManager::_notifierClassNamesForAccountTypeDataclass(const String& type,
                                                                        std::string_view dataclass) {
   return notifierClassNames(type, dataclass);
 }

@@ -69,7 +69,13 @@ void AccountsManager::saveAllAccounts() {
   }
   if (isAnythingFixed) _state->tellFixers(true);
   if (!saved || areNotificationsSkipped()) return;
-  _sendNotificationsForChangedAccounts();
+  try {
+    _sendNotificationsForChangedAccounts();
+  } catch (...) {
+    // Those who could be told have been, and must not hear the same again.
+    _state->takeSnapshot();
+    throw;
+  }
   _state->takeSnapshot();
 }
 
