@@ -94,8 +94,7 @@ void AccountReplacement::appendOthers(const std::vector<AccountPtr>& accounts) {
     }
     ordered_.push_back(given);
     if (const String identifier = storedIdentifier(given)) topLevelByID_.set(identifier, given);
-    moves.release(given->identifier());
-    indexes_.reloadChildrenOf(given);
+    moves.reload(given);
   }
 }
 
