@@ -59,17 +59,10 @@ Session::Session(Purpose purpose) {
   if (purpose == Purpose::changing) lock_.emplace(EditLock::Folder::asItIs);
   if (purpose == Purpose::adding) lock_.emplace(EditLock::Folder::madeIfMissing);
   store_ = AccountsManager::init();
-  // A registry that cannot be read loads as an empty one.
-  if (store_->count() == 0 && purpose != Purpose::adding) requireReadable();
-}
-
-void Session::requireReadable() {
-  const std::string path = AccountsManager::fullPathToRosterPlist();
-  for (const RegistryFinding& finding : checkRegistry(path)) {
-    if (finding.kind != RegistryFinding::Kind::damage) continue;
-    if (finding.where == path) throw CommandError(finding.why);
-    throw CommandError(path + ": " + finding.where, finding.why);
-  }
+  // A registry that cannot be read loads as an empty one. The file is not asked again: it may answer
+  // otherwise.
+  if (store_->count() == 0) unread_ = store_->loadError();
+  if (unread_ && purpose != Purpose::adding) throw CommandError(unread_->message);
 }
 
 FoundAccount Session::find(const std::string& name) const {
@@ -92,7 +85,7 @@ void Session::putBack(const FoundAccount& found) {
 
 void Session::save(const AccountPtr& changed) {
   if (changed) requireLoadable(*changed);
-  warnOfLoss();
+  if (!unread_) warnOfLoss();
   // In two steps, so that what goes wrong in the second one is not taken for a failure of the first.
   {
     const NotificationPause pause;
@@ -101,6 +94,7 @@ void Session::save(const AccountPtr& changed) {
   if (const std::optional<Error>& error = store_->lastSaveError()) {
     throw CommandError("could not save the registry", error->message);
   }
+  if (unread_) warn("the registry counts as empty", unread_->message);
   try {
     store_->_sendNotificationsForChangedAccounts();
   } catch (const std::exception& exception) {

@@ -36,10 +36,10 @@ class Session {
   void save(const AccountPtr& changed = nullptr);
 
  private:
-  static void requireReadable();
-
   std::optional<EditLock> lock_;
   std::shared_ptr<AccountsManager> store_;
+  /// Why the registry that was loaded could not be read at all.
+  std::optional<Error> unread_;
 };
 
 /// A dataclass without the prefix that all known ones share: "Mail".

@@ -1,5 +1,6 @@
 #include "roster/account/basic_account.h"
 
+#include "roster/account/parent_changes.h"
 #include "roster/platform/assertion.h"
 #include "roster/platform/device.h"
 #include "roster/platform/system_log.h"
@@ -156,6 +157,12 @@ void BasicAccount::setDisplayName(const String& name) {
 
 std::string BasicAccount::description() const {
   return "<BasicAccount: " + type().str() + " " + identifier().str() + ">";
+}
+
+void BasicAccount::setParentAccount(AccountPtr parent) {
+  if (_parentAccount && _parentAccount != parent)
+    countOfParentChanges().fetch_add(1, std::memory_order_relaxed);
+  _parentAccount.swap(parent);
 }
 
 String BasicAccount::parentAccountIdentifier() const {

@@ -101,7 +101,7 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   /// The parent's record; nil for a top-level account.
   const AccountPtr& parentAccount() const { return _parentAccount; }
   /// Puts the account below another, or makes it a top-level one with nil. The record keeps its parent.
-  void setParentAccount(AccountPtr parent) override { _parentAccount.swap(parent); }
+  void setParentAccount(AccountPtr parent) override;
   /// The parent's identifier; nil for a top-level account.
   String parentAccountIdentifier() const;
 

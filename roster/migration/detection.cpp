@@ -5,6 +5,7 @@
 #include "roster/platform/property_list_file.h"
 #include "roster/platform/system_log.h"
 #include "roster/store/accounts_manager.h"
+#include "roster/store/settings_file.h"
 
 namespace roster {
 
@@ -51,14 +52,14 @@ bool AccountsManager::rosterNeedsToBeMigrated() {
   const Result<Value> file = readPropertyListFile(fullPathToRosterPlist(), Soundness::inspected);
   const std::optional<Dictionary> root = file ? file->dictionary() : std::nullopt;
   if (!root) return false;
-  const Value version = root->find(kPlistVersionKey);
+  const std::optional<std::int64_t> version = registryVersion(*root);
   // Larger than any signed number: a newer library wrote it.
-  if (!version.integer() && version.unsignedInteger()) return false;
-  if (!version.integer()) {
+  if (!version && root->find(kPlistVersionKey).unsignedInteger()) return false;
+  if (!version) {
     systemLog("Roster plist is missing a version number, returning NO for migration");
     return false;
   }
-  const std::int64_t saved = *version.integer();
+  const std::int64_t saved = *version;
   // Without a sign, so that a negative version is a new one and is left alone.
   if (static_cast<std::uint64_t>(saved) >= currentVersion()) return false;
   systemLog("Roster Version out of date: savedVersion=%ld, currentVersion=%ld", saved, currentVersion());

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <set>
+#include <utility>
 
 #include "roster/account/creator_entries.h"
 #include "roster/base/foreign_code.h"
@@ -71,6 +72,32 @@ void dispatch(std::string_view className, const std::vector<Value>& changes) {
   });
 }
 
+/// Finds whom changes concern. Where the table or a library is wrong for a type and a dataclass, that is one
+/// failure, however many accounts have them, and does not keep others from being found.
+class NotifierLookup {
+ public:
+  /// Adds a record of the change for every notifier class that it concerns.
+  void add(const AccountChange& change, ChangeCollection& collection) {
+    std::set<std::string> names;
+    const String accountType = change.accountType();
+    for (const std::string& dataclass : concernedDataclasses(change)) {
+      std::pair pair(accountType.str(), dataclass);
+      if (failed_.contains(pair)) continue;
+      const bool isFound = failure_.attempt([&] {
+        const StringList concerned = notifierClassNames(accountType, dataclass);
+        names.insert(concerned.begin(), concerned.end());
+      });
+      if (!isFound) failed_.insert(std::move(pair));
+    }
+    for (const std::string& name : names) collection[name].emplace_back(changeRecord(change));
+  }
+  void rethrow() const { failure_.rethrow(); }
+
+ private:
+  FirstFailure failure_;
+  std::set<std::pair<std::string, std::string>> failed_;
+};
+
 }  // namespace
 
 NotificationPause::NotificationPause() { ++pausesOfThread(); }
@@ -78,9 +105,11 @@ NotificationPause::~NotificationPause() { --pausesOfThread(); }
 
 bool areNotificationsPaused() { return pausesOfThread() != 0; }
 
-StringList notifierClassNames(std::string_view accountType, std::string_view dataclass) {
-  const std::optional<Array> entries = creatorEntriesForAccountType(accountType);
-  if (!entries) return misconfigured(creator_faults::noInformation(accountType));
+StringList notifierClassNames(const String& accountType, std::string_view dataclass) {
+  const std::string_view shownType = accountType ? accountType.view() : "(null)";
+  const std::optional<Array> entries =
+      accountType ? creatorEntriesForAccountType(accountType) : std::optional<Array>();
+  if (!entries) return misconfigured(creator_faults::noInformation(shownType));
   StringList names;
   for (const Value& element : *entries) {
     const CreatorEntry entry(element);
@@ -88,38 +117,31 @@ StringList notifierClassNames(std::string_view accountType, std::string_view dat
     const std::optional<Array> supported = entry.supportedDataclasses();
     if (!supported || !supported->containsString(dataclass)) continue;
     const String path = entry.framework();
-    if (path.isNil()) return misconfigured(creator_faults::noFramework(notifierCreatorType, accountType));
+    if (path.isNil()) return misconfigured(creator_faults::noFramework(notifierCreatorType, shownType));
     const Result<> loaded = loadCreatorFramework(path);
     if (!loaded) return misconfigured(creator_faults::notLoaded(path, loaded.error().message));
     const String name = entry.className();
-    if (name.isEmpty()) return misconfigured(creator_faults::noClassName(notifierCreatorType, accountType));
+    if (name.isEmpty()) return misconfigured(creator_faults::noClassName(notifierCreatorType, shownType));
     names.push_back(name.str());
   }
   return names;
 }
 
 void addNotification(ChangeCollection& collection, const AccountChange& change) {
-  std::set<std::string> names;
-  const String accountType = change.accountType();
-  for (const std::string& dataclass : concernedDataclasses(change)) {
-    const StringList concerned = notifierClassNames(accountType, dataclass);
-    names.insert(concerned.begin(), concerned.end());
-  }
-  for (const std::string& name : names) collection[name].emplace_back(changeRecord(change));
+  NotifierLookup lookup;
+  lookup.add(change, collection);
+  lookup.rethrow();
 }
 
 void announceChanges(const std::vector<AccountChange>& changes) {
   ChangeCollection collection;
+  NotifierLookup lookup;
+  for (const AccountChange& change : changes) lookup.add(change, collection);
   FirstFailure failure;
-  std::set<std::string> misconfiguredTypes;  // each is one failure, however many accounts have it
-  for (const AccountChange& change : changes) {
-    const std::string type = change.accountType().str();
-    if (misconfiguredTypes.contains(type)) continue;
-    if (!failure.attempt([&] { addNotification(collection, change); })) misconfiguredTypes.insert(type);
-  }
   for (const auto& entry : collection) {
     failure.attempt([&] { dispatch(entry.first, entry.second); });
   }
+  lookup.rethrow();
   failure.rethrow();
 }
 

@@ -17,9 +17,10 @@ bool areNotificationsPaused();
 
 /// The classes that want to hear of changes to accounts of the type in the dataclass, in the order of the
 /// table, with their libraries loaded. Empty when the handler of an assertion failure returns.
-StringList notifierClassNames(std::string_view accountType, std::string_view dataclass);
+StringList notifierClassNames(const String& accountType, std::string_view dataclass);
 
-/// Adds a record of the change for every notifier class that it concerns.
+/// Adds a record of the change for every notifier class that it concerns. A dataclass for which the table or
+/// a library is wrong does not keep those of the others out; what is thrown about it is thrown at the end.
 void addNotification(ChangeCollection& collection, const AccountChange& change);
 
 /// Tells each notifier that the changes concern, once. Whatever one of them does, the others are told; so

@@ -30,8 +30,8 @@ struct StoreState;
 /// Operational failures are not thrown: they are lines in the system log, and `lastSaveError` tells of a
 /// save. What may throw is the assertion handler, about a wrong configuration. A save calls it last: when
 /// `saveAllAccounts` throws because notifiers are set up wrongly, the registry has been written, every
-/// notifier that could be told has been, `lastSaveError` has nothing, and the next save tells the same
-/// changes again.
+/// notifier that could be told has been, and `lastSaveError` has nothing. No change is told twice: a notifier
+/// whose library or class was missing never hears of those that were saved meanwhile.
 ///
 /// A child is changed through its parent, because only top-level records are saved: a child's record is a
 /// copy of an element of its parent's "ChildAccounts", and what is set in it alone is not written. Change the
@@ -42,8 +42,12 @@ class ROSTER_EXPORT AccountsManager {
   // ---- Creation
 
   /// A store loaded from the account settings file as it is, without a lock and without waiting for a
-  /// migration. A file that is missing or cannot be read gives an empty store.
+  /// migration. A file that is missing or cannot be read gives an empty store; `loadError` tells which.
   static std::shared_ptr<AccountsManager> init();
+  /// Why not all of the file could be read when this store was loaded from it, with path and system text;
+  /// nothing when it could, or there was no file. What it means for saves: see `saveAllAccounts`. It stays as
+  /// it is for the life of the store; to load the file again, make a new one. An addition.
+  const std::optional<Error>& loadError() const;
 
   /// What a subclass passes on so that only the creation operations make instances.
   class Allocation {
@@ -59,14 +63,14 @@ class ROSTER_EXPORT AccountsManager {
   /// Nothing is saved. Records that somebody else holds live on.
   virtual ~AccountsManager();
 
-  // ---- Queries. They look at memory only. Unknown identifiers give nil.
+  // ---- Queries. They look at memory only. Unknown identifiers and nil give nil.
 
   /// The top-level record with the identifier, or the parent of the child with it.
   AccountPtr accountWithIdentifier(std::string_view identifier) const;
-  /// The record, top-level before child, with the sync identifier.
-  AccountPtr syncableAccountWithSyncIdentifier(std::string_view syncIdentifier) const;
+  /// The record, top-level before child, with the sync identifier, which may be the empty text.
+  AccountPtr syncableAccountWithSyncIdentifier(const String& syncIdentifier) const;
   /// The top-level account that the user sees for that record.
-  AccountPtr displayAccountWithSyncIdentifier(std::string_view syncIdentifier) const;
+  AccountPtr displayAccountWithSyncIdentifier(const String& syncIdentifier) const;
   /// The store's own list of top-level records, in order. Changes of the store show through it.
   std::shared_ptr<const AccountArray> allBasicAccounts() const;
   /// The record of the child with the identifier; nil for a top-level account's. To change it, see the
@@ -93,7 +97,8 @@ class ROSTER_EXPORT AccountsManager {
   FullAccount fullAccountWithIdentifierLoader(std::string_view identifier,
                                               AccountLoaderProtocol* loader) const;
   /// The full accounts of all top-level records of the types, in order, each followed by those of its
-  /// children of the types. The loader may be nil. A child is among them even when its parent's type is not.
+  /// children of the types. The loader may be nil. A child is among them even when its parent's type is not,
+  /// and stands behind the parent that it has when that one's children are listed.
   /// Throws std::invalid_argument when that of a top-level record cannot be made (if no assertion handler has
   /// thrown before), leaves out that of a child; throws EnumerationMutation when making one changes the
   /// store's top-level accounts.
@@ -112,7 +117,8 @@ class ROSTER_EXPORT AccountsManager {
   static String displayNameForGroupOfAccountTypeForBeginningOfSentence(std::string_view type,
                                                                        bool isBeginningOfSentence);
 
-  // ---- Changes. They change memory only; the next save writes them. Records must not be nil.
+  // ---- Changes. They change memory only; the next save writes them. A record that is nil, where nothing
+  // else is said of nil, is std::invalid_argument, with nothing changed.
 
   /// Puts the record in place of every top-level record with its identifier; ignored when there is none.
   void updateAccount(const AccountPtr& account);
@@ -141,6 +147,13 @@ class ROSTER_EXPORT AccountsManager {
   /// notifiers what changed. After a failure, which the system log and `lastSaveError` tell, the file is as
   /// it was, and the next save merges the same changes again. May throw after a success: see the class's
   /// comment.
+  ///
+  /// A file that this process could not read though it may be sound (there were no descriptors or no memory
+  /// left, or the disk did not answer) is not replaced: when that happened to this store's load, all its
+  /// saves fail, and a new store has to be loaded; when it happens to the save itself, that save fails. A
+  /// file that cannot be used as it is (damaged, not a registry, no permission) is replaced, and kept beside
+  /// the new one under its own name with ".damaged-" and the time. So is, once, the file that such a load
+  /// found, even if it has become sound meanwhile: this store has not seen what is in it.
   void saveAllAccounts();
   /// Why the last save failed, with path and system text; nothing when it succeeded or there was none. An
   /// addition.
@@ -151,7 +164,7 @@ class ROSTER_EXPORT AccountsManager {
                                                                        const Dictionary& onDisk) const;
 
   // ---- Announcing a change of one account. For clients that need more than what a save tells; the library
-  // itself never calls them.
+  // itself never calls them. A record that is nil is std::invalid_argument.
 
   /// Tells the notifiers of the account's type and the dataclass that the account is about to change in it.
   /// Notifiers that are set up wrongly are assertion failures, thrown when all others have been told.
@@ -181,7 +194,7 @@ class ROSTER_EXPORT AccountsManager {
   /// The notifier classes for an account type and a dataclass, in the order of the account-creators table and
   /// as often as it names them, with their libraries loaded. What is wrong with the table or with a library
   /// is an assertion failure.
-  static StringList _notifierClassNamesForAccountTypeDataclass(std::string_view type,
+  static StringList _notifierClassNamesForAccountTypeDataclass(const String& type,
                                                                std::string_view dataclass);
   /// Adds a record of the change for each notifier class that it concerns. Any change type but 0 (added) and
   /// 2 (removed) stands for a modified account.
@@ -259,6 +272,8 @@ class ROSTER_EXPORT AccountsManager {
   void _initWithAccountsInfo(const Array& accounts);
 
  private:
+  ROSTER_HIDDEN Result<> mergeAndWrite() const;
+
   std::unique_ptr<StoreState> _state;
 };
 

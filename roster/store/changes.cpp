@@ -17,6 +17,11 @@ String storedIdentifier(const AccountPtr& account) {
   return account->accountPropertyForKey(kAccountIdentifier).string();
 }
 
+/// Throws before an operation has changed anything. A parent may be missing, a record may not.
+void requireRecord(const AccountPtr& account) {
+  if (!account) throw std::invalid_argument("a record that a store is to change or hold must not be nil");
+}
+
 /// Whether two identifiers are the same; a record without one is the same as no other.
 bool areSame(const String& identifier, const String& other) { return identifier && identifier == other; }
 
@@ -89,8 +94,7 @@ void AccountReplacement::appendOthers(const std::vector<AccountPtr>& accounts) {
     }
     ordered_.push_back(given);
     if (const String identifier = storedIdentifier(given)) topLevelByID_.set(identifier, given);
-    moves.release(given->identifier());
-    indexes_.reloadChildrenOf(given);
+    moves.reload(given);
   }
 }
 
@@ -107,6 +111,7 @@ void AccountReplacement::moveChild(const AccountPtr& child, const AccountPtr& pa
 }  // namespace
 
 void AccountsManager::updateAccount(const AccountPtr& account) {
+  requireRecord(account);
   RSLog("Updating account:%@", account->properties());
   const String identifier = account->identifier();
   AccountIndexes& indexes = _state->indexes;
@@ -123,6 +128,7 @@ void AccountsManager::updateAccount(const AccountPtr& account) {
 }
 
 void AccountsManager::insertAccount(const AccountPtr& account) {
+  requireRecord(account);
   RSLog("Inserting account:", account->properties());
   const String identifier = account->identifier();
   AccountIndexes& indexes = _state->indexes;
@@ -133,6 +139,7 @@ void AccountsManager::insertAccount(const AccountPtr& account) {
 }
 
 void AccountsManager::deleteAccount(const AccountPtr& account) {
+  requireRecord(account);
   RSLog("Deleting account:", account->properties());
   const String identifier = account->identifier();
   AccountIndexes& indexes = _state->indexes;
@@ -153,6 +160,8 @@ void AccountsManager::deleteAccountWithIdentifier(std::string_view identifier) {
 }
 
 void AccountsManager::replaceAccountWithAccount(const AccountPtr& oldAccount, const AccountPtr& newAccount) {
+  requireRecord(oldAccount);
+  requireRecord(newAccount);
   AccountIndexes& indexes = _state->indexes;
   const String oldIdentifier = oldAccount->identifier();
   indexes.removeChildrenOf(oldIdentifier);
@@ -167,6 +176,7 @@ void AccountsManager::replaceAccountWithAccount(const AccountPtr& oldAccount, co
 
 void AccountsManager::replaceAccountsWithTypesWithAccounts(const TypeSet& types,
                                                            const std::vector<AccountPtr>& accounts) {
+  std::for_each(accounts.begin(), accounts.end(), requireRecord);
   RSLog("Replacing accounts");
   AccountReplacement replacement(_state->indexes);
   replacement.putInPlace(types, accounts);
@@ -175,6 +185,7 @@ void AccountsManager::replaceAccountsWithTypesWithAccounts(const TypeSet& types,
 }
 
 void AccountsManager::addChildToAccount(const AccountPtr& child, const AccountPtr& parent) {
+  requireRecord(child);
   if (!parent) return;
   const Array known = parent->accountPropertyForKey(kAccountChildAccounts).array().value_or(Array());
   std::vector<Value> children(known.begin(), known.end());

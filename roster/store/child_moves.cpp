@@ -2,9 +2,20 @@
 
 namespace roster {
 
+namespace {
+
+/// Whether the element makes a child with the identifier.
+bool hasIdentifier(const Value& element, const String& identifier) {
+  const std::optional<Dictionary> properties = element.dictionary();
+  return identifier && properties && properties->find(kAccountIdentifier).string() == identifier &&
+         BasicAccount::initWithProperties(*properties);
+}
+
+}  // namespace
+
 void ChildMoves::remove(const String& childID, const AccountPtr& parent) {
   if (!parent) return;
-  Parent& opened = open(parent);
+  Parent& opened = open(parent, childID);
   const auto found = opened.indexesByID.find(childID.str());
   if (childID && found != opened.indexesByID.end()) {
     for (const std::size_t index : found->second) opened.children[index] = Value();
@@ -18,7 +29,7 @@ void ChildMoves::add(const AccountPtr& child, const AccountPtr& parent) {
   if (!parent) return;
   Parent& opened = open(parent);
   const Value element = child->properties();
-  note(element, Role::asChild);
+  noteChild(element);
   append(opened, parent->identifier(), element);
   opened.hasChildren = true;
   changed(opened);
@@ -31,17 +42,24 @@ void ChildMoves::release(const String& parentID) {
   parentsByID_.erase(found);
 }
 
-/// The parent with all its children indexed as its own.
-ChildMoves::Parent& ChildMoves::open(const AccountPtr& account) {
+void ChildMoves::reload(const AccountPtr& parent) {
+  release(parent->identifier());
+  const std::optional<Array> children = parent->accountPropertyForKey(kAccountChildAccounts).array();
+  for (const Value& element : children.value_or(Array())) noteChild(element);
+  indexes_.reloadChildrenOf(parent);
+}
+
+/// The parent with all its children indexed as its own, less the one that leaves it.
+ChildMoves::Parent& ChildMoves::open(const AccountPtr& account, const String& leavingID) {
   const String parentID = account->identifier();
   auto found = parentsByID_.find(parentID.str());
   if (found != parentsByID_.end() && found->second.account == account) {
-    if (isNothingPutOff_ || indexes_.hasLostChildren(parentID)) index(found->second, parentID);
+    if (isNothingPutOff_ || indexes_.hasLostChildren(parentID)) index(found->second, parentID, leavingID);
     return found->second;
   }
   release(parentID);
   Parent& opened = parentsByID_.emplace(parentID.str(), take(account)).first->second;
-  index(opened, parentID);
+  index(opened, parentID, leavingID);
   return opened;
 }
 
@@ -53,18 +71,19 @@ ChildMoves::Parent ChildMoves::take(const AccountPtr& account) {
   const std::optional<Array> children = account->accountPropertyForKey(kAccountChildAccounts).array();
   taken.hasChildren = children.has_value();
   for (const Value& element : children.value_or(Array())) {
-    note(element, Role::asChild);
+    noteChild(element);
     taken.children.push_back(element);
   }
   return taken;
 }
 
-void ChildMoves::index(Parent& parent, const String& parentID) {
+/// A child that is about to leave is not indexed first: that would take it from a parent that has it by now.
+void ChildMoves::index(Parent& parent, const String& parentID, const String& leavingID) {
   const std::vector<Value> children = std::exchange(parent.children, {});
   parent.indexesByID.clear();
   indexes_.removeChildrenOf(parentID);
   for (const Value& element : children) {
-    if (!element.isNil()) append(parent, parentID, element);
+    if (!element.isNil() && !hasIdentifier(element, leavingID)) append(parent, parentID, element);
   }
 }
 
@@ -78,9 +97,24 @@ void ChildMoves::note(const Value& properties, Role role) {
   if (!properties.isLiveDictionary()) return;
   unsigned& roles = roles_[properties.identity()];
   roles |= role;
-  if (isNothingPutOff_ || roles != (Role::asParent | Role::asChild)) return;
+  if (roles == (Role::asParent | Role::asChild)) putNothingOff();
+}
+
+/// Also when a parent may be further down, where nobody looks for it: the child is copied with all it holds.
+void ChildMoves::noteChild(const Value& element) {
+  note(element, Role::asChild);
+  const std::optional<Dictionary> child = element.dictionary();
+  const std::optional<Array> nested = child ? child->find(kAccountChildAccounts).array() : std::nullopt;
+  for (const Value& each : nested.value_or(Array())) {
+    const std::optional<Dictionary> properties = each.dictionary();
+    if (properties && (each.isLiveDictionary() || properties->contains(kAccountChildAccounts)))
+      putNothingOff();
+  }
+}
+
+void ChildMoves::putNothingOff() {
+  if (std::exchange(isNothingPutOff_, true)) return;
   writeAll();
-  isNothingPutOff_ = true;
 }
 
 void ChildMoves::changed(Parent& parent) {

@@ -26,8 +26,8 @@ class ChildMoves {
   void remove(const String& childID, const AccountPtr& parent);
   /// Appends the child's live properties to the parent's children. Does nothing without a parent.
   void add(const AccountPtr& child, const AccountPtr& parent);
-  /// Closes the parent with the identifier, because somebody else is about to index its children.
-  void release(const String& parentID);
+  /// Indexes the parent's children anew, as its "ChildAccounts" has them.
+  void reload(const AccountPtr& parent);
 
  private:
   struct Parent {
@@ -41,11 +41,14 @@ class ChildMoves {
   };
   enum Role : unsigned { asParent = 1, asChild = 2 };
 
-  Parent& open(const AccountPtr& account);
+  Parent& open(const AccountPtr& account, const String& leavingID = {});
+  void release(const String& parentID);
   Parent take(const AccountPtr& account);
-  void index(Parent& parent, const String& parentID);
+  void index(Parent& parent, const String& parentID, const String& leavingID);
   void append(Parent& parent, const String& parentID, const Value& element);
   void note(const Value& properties, Role role);
+  void noteChild(const Value& element);
+  void putNothingOff();
   static void write(Parent& parent);
   void writeAll();
   void changed(Parent& parent);

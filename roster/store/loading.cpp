@@ -62,10 +62,13 @@ void AccountsManager::loadSettingsFile() {
   if (registry.accounts && registry.damage) {
     systemLog("Not all of the registry %@ can be used: %@", file.path(), registry.damage->message);
   }
-  _state->damage = std::move(registry.damage);
+  _state->unseen = registry.damage;
+  if (registry.damage) _state->loadError = naming(file.path(), *std::move(registry.damage));
   _initWithAccountsInfo(registry.accounts.value_or(Array()));
   _state->dataVersion = registry.version;
 }
+
+const std::optional<Error>& AccountsManager::loadError() const { return _state->loadError; }
 
 void AccountsManager::_initWithAccountsInfo(const Array& accounts) {
   _state->load(accounts, _createRuntimeFixers());

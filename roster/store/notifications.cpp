@@ -1,4 +1,5 @@
 #include <atomic>
+#include <stdexcept>
 
 #include "roster/notify/notifier_dispatch.h"
 #include "roster/notify/snapshot_properties.h"
@@ -12,6 +13,11 @@ namespace {
 std::atomic<bool>& _shouldSkipNotifications() {
   static std::atomic<bool> shouldSkip = false;
   return shouldSkip;
+}
+
+const BasicAccount& announced(const AccountPtr& account) {
+  if (!account) throw std::invalid_argument("the record whose change is announced must not be nil");
+  return *account;
 }
 
 }  // namespace
@@ -35,18 +41,20 @@ void AccountsManager::_addNotificationToDictionaryForChangeTypeOriginalPropertie
                                current.value_or(Dictionary())});
 }
 
-StringList AccountsManager::_notifierClassNamesForAccountTypeDataclass(std::string_view type,
+StringList AccountsManager::_notifierClassNamesForAccountTypeDataclass(const String& type,
                                                                        std::string_view dataclass) {
   return notifierClassNames(type, dataclass);
 }
 
 void AccountsManager::accountWillChangeForDataclass(const AccountPtr& account, std::string_view dataclass) {
-  announceDataclassChange(*account, dataclass, &AccountNotifierProtocol::accountWillChangeForDataclass,
+  announceDataclassChange(announced(account), dataclass,
+                          &AccountNotifierProtocol::accountWillChangeForDataclass,
                           "+[AccountsManager accountWillChange:forDataclass:]");
 }
 
 void AccountsManager::accountDidChangeForDataclass(const AccountPtr& account, std::string_view dataclass) {
-  announceDataclassChange(*account, dataclass, &AccountNotifierProtocol::accountDidChangeForDataclass,
+  announceDataclassChange(announced(account), dataclass,
+                          &AccountNotifierProtocol::accountDidChangeForDataclass,
                           "+[AccountsManager accountDidChange:forDataclass:]");
 }
 

@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <stdexcept>
 #include <unordered_map>
+#include <unordered_set>
 
+#include "roster/account/parent_changes.h"
 #include "roster/platform/resources.h"
 #include "roster/platform/system_log.h"
 #include "roster/store/accounts_manager.h"
@@ -12,36 +14,74 @@ namespace roster {
 namespace {
 
 /// The first record of an index that has the sync identifier.
-AccountPtr withSyncIdentifier(const AccountIndexes::ByID& accounts, std::string_view syncIdentifier) {
+AccountPtr withSyncIdentifier(const AccountIndexes::ByID& accounts, const String& syncIdentifier) {
   for (const auto& entry : accounts) {
     if (entry.value->syncStoreIdentifier() == syncIdentifier) return entry.value;
   }
   return nullptr;
 }
 
-/// The children by the very record that is their parent.
+/// The children of a store by the very record that is their parent, as a creator of full accounts may change
+/// both at any time.
 class ChildrenByParent {
  public:
-  using Children = std::vector<AccountPtr>;
   explicit ChildrenByParent(const AccountIndexes::ByID& children) : children_(children) { sort(); }
 
-  /// The current children; sorted again when the store's children have changed.
-  Children of(const AccountPtr& parent) {
-    if (children_.changes() != changes_) sort();
-    const auto found = byParent_.find(parent.get());
-    return found == byParent_.end() ? Children() : found->second;
+  /// Calls with every child that was in the store when this began and is the parent's when its turn comes.
+  template <class Call>
+  void forEachOf(const AccountPtr& parent, const Call& call) {
+    if (!isUpToDate()) sort();
+    std::vector<String> visited;
+    for (const String& childID : idsOf(parent)) {
+      visited.push_back(childID);
+      callIfChildOf(parent, childID, call);
+    }
+    if (!isUpToDate()) callWithOthers(parent, visited, call);
   }
 
  private:
+  bool isUpToDate() const {
+    return children_.changes() == changes_ && countOfParentChanges() == parentChanges_ && !isAnyOrphan_;
+  }
+
   void sort() {
     byParent_.clear();
     changes_ = children_.changes();
-    for (const auto& entry : children_) byParent_[entry.value->parentAccount().get()].push_back(entry.value);
+    parentChanges_ = countOfParentChanges();
+    for (const auto& entry : children_) byParent_[entry.value->parentAccount().get()].push_back(entry.key);
+    // That it gets a parent again is not counted.
+    isAnyOrphan_ = byParent_.contains(nullptr);
+  }
+
+  std::vector<String> idsOf(const AccountPtr& parent) const {
+    const auto found = byParent_.find(parent.get());
+    return found == byParent_.end() ? std::vector<String>() : found->second;
+  }
+
+  template <class Call>
+  void callIfChildOf(const AccountPtr& parent, const String& childID, const Call& call) const {
+    const AccountPtr* found = children_.find(childID);
+    if (found == nullptr || (*found)->parentAccount() != parent) return;
+    const AccountPtr child = *found;  // the creator may change the store
+    call(child);
+  }
+
+  /// The children that were another parent's when the parent's turn began, and may be its own by now.
+  template <class Call>
+  void callWithOthers(const AccountPtr& parent, const std::vector<String>& visited, const Call& call) const {
+    const std::unordered_set<std::string_view> done(visited.begin(), visited.end());
+    for (const auto& family : byParent_) {
+      for (const String& childID : family.second) {
+        if (!done.contains(childID)) callIfChildOf(parent, childID, call);
+      }
+    }
   }
 
   const AccountIndexes::ByID& children_;
-  std::unordered_map<const BasicAccount*, Children> byParent_;
+  std::unordered_map<const BasicAccount*, std::vector<String>> byParent_;
   std::uint64_t changes_ = 0;
+  std::uint64_t parentChanges_ = 0;
+  bool isAnyOrphan_ = false;
 };
 
 }  // namespace
@@ -59,13 +99,14 @@ std::vector<AccountPtr> AccountsManager::childrenOfAccount(const AccountPtr& par
   return _state->indexes.childrenOf(parent);
 }
 
-AccountPtr AccountsManager::syncableAccountWithSyncIdentifier(std::string_view syncIdentifier) const {
+AccountPtr AccountsManager::syncableAccountWithSyncIdentifier(const String& syncIdentifier) const {
+  if (syncIdentifier.isNil()) return nullptr;
   if (AccountPtr account = withSyncIdentifier(_state->indexes.topLevelAccountsByID(), syncIdentifier))
     return account;
   return withSyncIdentifier(_state->indexes.childAccountsByID(), syncIdentifier);
 }
 
-AccountPtr AccountsManager::displayAccountWithSyncIdentifier(std::string_view syncIdentifier) const {
+AccountPtr AccountsManager::displayAccountWithSyncIdentifier(const String& syncIdentifier) const {
   const AccountPtr account = syncableAccountWithSyncIdentifier(syncIdentifier);
   return account ? accountWithIdentifier(account->identifier()) : nullptr;
 }
@@ -123,12 +164,12 @@ std::vector<AccountsManager::FullAccount> AccountsManager::accountsWithTypesWith
       }
       accounts.push_back(std::move(account));
     }
-    for (const AccountPtr& child : children.of(parent)) {
-      if (!types.contains(child->type())) continue;
+    children.forEachOf(parent, [&](const AccountPtr& child) {
+      if (!types.contains(child->type())) return;
       if (FullAccount account = fullAccountWithIdentifierLoader(child->identifier(), loader)) {
         accounts.push_back(std::move(account));
       }
-    }
+    });
   }
   return accounts;
 }

@@ -21,11 +21,11 @@ void checkVersion(const Dictionary& root, AccountCheck& check) {
   const std::string what = "the next save writes " + current;
   const std::string key(kPlistVersionKey);
   const Value stored = root.find(kPlistVersionKey);
-  const std::optional<std::int64_t> version = stored.integer();
+  const std::optional<std::int64_t> version = registryVersion(root);
   if (stored.isNil()) {
     check.add(Kind::repairs, key, what, "it is missing, which counts as a file that needs no migration");
   } else if (!version) {
-    check.add(Kind::repairs, key, what, "it is " + std::string(kindName(stored)) + ", not an integer");
+    check.add(Kind::repairs, key, what, "it is " + std::string(kindName(stored)) + ", not a whole number");
   } else if (*version < std::int64_t{currentRegistryVersion}) {
     check.add(Kind::repairs, key, what, "it is " + std::to_string(*version) + ": the file needs a migration");
   } else if (*version > std::int64_t{currentRegistryVersion}) {
@@ -95,10 +95,7 @@ Result<Array> readRegistryAccounts(const std::string& path) {
         return !element.isNil() && element.fault() == Fault::none;
       });
   if (isReadable || !registry.damage) return accounts;
-  Error damage = *std::move(registry.damage);
-  // What is said of the whole file names it already.
-  if (damage.message.find(path) == std::string::npos) damage.message = path + ": " + damage.message;
-  return damage;
+  return naming(path, *std::move(registry.damage));
 }
 
 }  // namespace roster

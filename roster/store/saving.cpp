@@ -15,7 +15,9 @@ std::vector<Value> mergedAccounts(const AccountsManager& store, const AccountsMa
   const std::shared_ptr<const AccountArray> accounts = store.allBasicAccounts();
   for (const AccountPtr& account : *accounts) {
     const String identifier = account->identifier();
-    const AccountPtr found = identifier ? onDisk.accountWithIdentifier(identifier) : nullptr;
+    AccountPtr found = identifier ? onDisk.accountWithIdentifier(identifier) : nullptr;
+    // Where the identifier is a child's by now, its parent is found, which is another account.
+    if (found && !(found->identifier() == identifier)) found = nullptr;
     const Dictionary properties = store.mergeInMemoryPropertiesOriginalPropertiesOnDiskProperties(
         account->propertiesToSave(), account->originalProperties(),
         found ? found->propertiesToSave() : Dictionary());
@@ -23,6 +25,14 @@ std::vector<Value> mergedAccounts(const AccountsManager& store, const AccountsMa
     RSLog("%@:%@", account->type(), properties);
   }
   return merged;
+}
+
+/// Fails when the file could not be read through no fault of its own. It may be sound, and other programs go
+/// on working with it: it must not be replaced by what this store happens to know.
+Result<> requireRead(const std::optional<Error>& damage, const std::string& meaning) {
+  if (!damage || !isFailureOfReading(*damage)) return {};
+  systemLog("%@: %@", meaning, damage->message);
+  return Error(damage->code, meaning + ": " + damage->message);
 }
 
 /// A registry that could not be read may hold accounts that the store does not know of: it is never
@@ -46,16 +56,10 @@ void AccountsManager::saveAllAccounts() {
   RSLog("Saving all accounts");
   const bool isAnythingFixed = _state->fixBeforeSaving();
 
-  std::shared_ptr<AccountsManager> onDisk = initInsideOfMigration();
-  std::vector<Value> accounts = mergedAccounts(*this, *onDisk);
-  const SettingsFile file(settingsPath());
-  const std::optional<Error> damage =
-      file.path() == fullPathToRosterPlist() ? onDisk->_state->damage : file.read().damage;
-  onDisk.reset();
-
-  const Result<> saved = writeRegistry(file, std::move(accounts), damage);
+  const Result<> saved = mergeAndWrite();
   _state->lastSaveError.reset();
   if (saved) {
+    _state->unseen.reset();
     for (const AccountPtr& account : *_state->indexes.topLevelAccounts()) {
       account->setOriginalProperties(account->propertiesToSave());
     }
@@ -65,8 +69,35 @@ void AccountsManager::saveAllAccounts() {
   }
   if (isAnythingFixed) _state->tellFixers(true);
   if (!saved || areNotificationsSkipped()) return;
-  _sendNotificationsForChangedAccounts();
+  try {
+    _sendNotificationsForChangedAccounts();
+  } catch (...) {
+    // Those who could be told have been, and must not hear the same again.
+    _state->takeSnapshot();
+    throw;
+  }
   _state->takeSnapshot();
+}
+
+Result<> AccountsManager::mergeAndWrite() const {
+  const std::optional<Error>& unseen = _state->unseen;
+  if (Result<> done = requireRead(unseen, "the registry was not read when this store was loaded"); !done)
+    return done;
+  std::shared_ptr<AccountsManager> onDisk = initInsideOfMigration();
+  const std::string unread = "the registry could not be read to be merged with";
+  if (Result<> done = requireRead(onDisk->_state->unseen, unread); !done) return done;
+  const SettingsFile file(settingsPath());
+  std::optional<Error> damage = onDisk->_state->unseen;
+  if (file.path() != fullPathToRosterPlist()) {
+    damage = file.read().damage;
+    if (Result<> done = requireRead(damage, unread); !done) return done;
+  }
+  // Whatever the file has become since: what is in it, this store has never seen.
+  if (!damage && unseen) damage = Error(unseen->code, "when it was loaded, " + unseen->message);
+
+  std::vector<Value> accounts = mergedAccounts(*this, *onDisk);
+  onDisk.reset();
+  return writeRegistry(file, std::move(accounts), damage);
 }
 
 const std::optional<Error>& AccountsManager::lastSaveError() const { return _state->lastSaveError; }

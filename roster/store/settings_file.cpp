@@ -1,9 +1,13 @@
 #include "roster/store/settings_file.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
+#include <new>
 #include <span>
 #include <system_error>
 
@@ -76,17 +80,31 @@ std::string utcTime() {
 
 }  // namespace
 
-Registry SettingsFile::read() const {
+bool isFailureOfReading(const Error& error) {
+  constexpr std::errc codes[] = {std::errc::too_many_files_open,
+                                 std::errc::too_many_files_open_in_system,
+                                 std::errc::not_enough_memory,
+                                 std::errc::io_error,
+                                 std::errc::resource_unavailable_try_again,
+                                 std::errc::device_or_resource_busy,
+                                 std::errc::interrupted,
+                                 std::errc::timed_out};
+  return std::any_of(std::begin(codes), std::end(codes), [&](std::errc code) { return error.code == code; });
+}
+
+Registry SettingsFile::read() const try {
   const Result<Value> file = readPropertyListFile(path_, Soundness::inspected);
   if (!file) return isMissingFile(file.error()) ? Registry() : damaged(file.error());
   const std::optional<Dictionary> root = file->dictionary();
   if (!root) return damaged(damage(path_ + " is not a dictionary"));
 
   Registry registry;
-  registry.version = root->find(kPlistVersionKey).integer().value_or(0);
+  registry.version = registryVersion(*root).value_or(0);
   registry.accounts = root->find(kPlistAccountsKey).array();
   registry.damage = damageOf(*file, *root, registry.accounts);
   return registry;
+} catch (const std::bad_alloc&) {
+  return damaged({std::errc::not_enough_memory, "could not read " + path_ + ": there is not enough memory"});
 }
 
 Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Error>& damage) const {
@@ -110,6 +128,20 @@ std::string SettingsFile::nameForDamaged() const {
   std::string name = base;
   for (int attempt = 2; fileExists(name); ++attempt) name = base + "-" + std::to_string(attempt);
   return name;
+}
+
+Error naming(const std::string& path, Error error) {
+  if (error.message.find(path) == std::string::npos) error.message = path + ": " + error.message;
+  return error;
+}
+
+std::optional<std::int64_t> registryVersion(const Dictionary& root) {
+  const Value version = root.find(kPlistVersionKey);
+  if (version.kind() != Value::Kind::real) return version.integer();
+  constexpr double beyond = 0x1p63;
+  const double number = *version.real();
+  const bool isWhole = number >= -beyond && number < beyond && std::trunc(number) == number;
+  return isWhole ? std::optional(static_cast<std::int64_t>(number)) : std::nullopt;
 }
 
 Result<std::string> registryBytes(std::vector<Value> accounts) {

@@ -24,6 +24,10 @@ struct Registry {
   std::optional<Error> damage;
 };
 
+/// Whether this process could not read a file that is perhaps sound: it is out of descriptors or memory, or
+/// the disk did not answer. Another attempt may well succeed.
+bool isFailureOfReading(const Error& error);
+
 /// The one file that holds the registry, at a path.
 class SettingsFile {
  public:
@@ -34,9 +38,9 @@ class SettingsFile {
   /// Reads the file. A missing one gives an empty registry.
   Registry read() const;
 
-  /// Replaces the file atomically. A damaged one is kept beside its successor, under its own name with
-  /// ".damaged-" and the time in UTC, and one line in the system log says so. After a failure,
-  /// also one to keep the damaged file, the old file is whole.
+  /// Replaces the file atomically. When something of it has not been read, because of the damage, it is kept
+  /// beside its successor, under its own name with ".damaged-" and the time in UTC, and one line in the
+  /// system log says so. After a failure, also one to keep that file, the old file is whole.
   Result<> replace(const std::string& bytes, const std::optional<Error>& damage) const;
 
  private:
@@ -44,6 +48,13 @@ class SettingsFile {
 
   std::string path_;
 };
+
+/// The error with a message that names the path, unless it does so already.
+Error naming(const std::string& path, Error error);
+
+/// The version that a registry's root tells: an integer, or a real that is whole, as other writers of
+/// property lists store it. Nothing when there is no such number.
+std::optional<std::int64_t> registryVersion(const Dictionary& root);
 
 /// The bytes of a registry with these accounts, in their order, in the current layout.
 Result<std::string> registryBytes(std::vector<Value> accounts);

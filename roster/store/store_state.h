@@ -22,8 +22,10 @@ struct StoreState {
   /// Asked in this order.
   RuntimeFixers fixers;
   std::int64_t dataVersion = 0;
-  /// Why the file could not be read in full when the store was loaded.
-  std::optional<Error> damage;
+  /// Why the store's own file could not be read in full when the store was loaded. The message names it.
+  std::optional<Error> loadError;
+  /// The same, until a save has kept that file, of which this store has never seen all, and replaced it.
+  std::optional<Error> unseen;
   std::optional<Error> lastSaveError;
 
   /// Makes a record of every account that the fixers let pass, and takes the first snapshot.

@@ -28,7 +28,7 @@ class OrderedMap {
 
   std::size_t size() const { return live_; }
   bool empty() const { return live_ == 0; }
-  /// Counts the insertions and removals of keys, for those who walk.
+  /// Counts the insertions and removals of keys and the replacements of values by `set`, for those who walk.
   std::uint64_t changes() const { return changes_; }
 
   void reserve(std::size_t count) {
@@ -52,6 +52,7 @@ class OrderedMap {
     const std::uint32_t hash = hashOf(key.view());
     const std::size_t index = indexOf(key.view(), hash);
     if (index != none) {
+      ++changes_;
       entries_[index].value = std::move(value);
       return false;
     }

@@ -16,8 +16,9 @@ TEST_F(DetectionTest, AsksForAMigrationOfARegistryWhoseVersionIsBelowTheCurrentO
 
   const Lines missing{"Roster plist is missing a version number, returning NO for migration"};
   const Lines yes{outOfDate, needsMigration(0, 0, 1)};
-  const std::pair<Value, Lines> cases[] = {{11, yes},   {12, {}},      {13, {}},        {-1, {}},
-                                           {~0ULL, {}}, {{}, missing}, {"11", missing}, {11.0, missing}};
+  const std::pair<Value, Lines> cases[] = {{11, yes},       {12, {}},    {13, {}},
+                                           {-1, {}},        {~0ULL, {}}, {{}, missing},
+                                           {"11", missing}, {11.0, yes}, {11.5, missing}};
   for (const auto& [version, lines] : cases) {
     device.writePropertyList(device.registryPath(), Dictionary{{"Version", version}});
     log.clear();

@@ -77,6 +77,31 @@ TEST_F(NotifierTest, AreFoundInACompleteTable) {
     EXPECT_EQ(AccountsManager::_notifierClassNamesForAccountTypeDataclass(type, dataclass("Mail")), names);
     EXPECT_EQ(assertions, message.empty() ? Lines() : Lines{formatted(finding + message, type)});
   }
+  assertions.clear();
+  EXPECT_EQ(AccountsManager::_notifierClassNamesForAccountTypeDataclass({}, dataclass("Mail")), StringList());
+  EXPECT_EQ(assertions, Lines{finding + malformed + "the information for the type (null)"});
+}
+
+TEST_F(NotifierTest, HearOnceWhateverTheOrderOfAccountsThoughAnotherLibraryIsMissing) {
+  registerListener("A");
+  writeCreators({{"T", array(notifier("Lost", "Mail", "/no.so"), notifier("A", "Contacts"))}});
+  setAssertionHandler({});
+  const Dictionary both = account("both", "Mail Contacts");
+  const Dictionary one = account("one", "Contacts");
+  const std::string ofBoth = "; 1 T both [Mail Contacts]";
+  const std::string ofOne = "; 1 T one [Contacts]";
+  const std::pair<Value, std::string> rows[] = {{array(both, one), "A" + ofBoth + ofOne},
+                                                {array(one, both), "A" + ofOne + ofBoth}};
+  for (const auto& [accounts, told] : rows) {
+    SCOPED_TRACE(told);
+    const Store store = storeOf(accounts);
+    for (const AccountPtr& each : *store->allBasicAccounts()) each->setDisplayName("new");
+    log.clear();
+    EXPECT_THROW(save(store), AssertionFailure);
+    EXPECT_EQ(heard, Lines{told});
+    EXPECT_EQ(linesWith(log.lines(), "/no.so"), 1U) << "one failure, however many accounts have it";
+    EXPECT_EQ(save(store), Lines()) << "nobody hears it twice, and there is nothing left to fail";
+  }
 }
 
 TEST_F(NotifierTest, HearOnceOfASaveWhatConcernsThem) {

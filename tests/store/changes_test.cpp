@@ -57,6 +57,29 @@ TEST_F(ChangesTest, ReachTheAccountsTheirChildrenAndTheIndexes) {
   }
 }
 
+TEST_F(ChangesTest, ToANilRecordAreRefusedBeforeAnythingChanges) {
+  const AccountPtr own = store->accountWithIdentifier("a");
+  const std::string before = state();
+  const std::pair<const char*, std::function<void()>> rows[] = {
+      {"insert", [&] { store->insertAccount(nullptr); }},
+      {"update", [&] { store->updateAccount(nullptr); }},
+      {"delete", [&] { store->deleteAccount(nullptr); }},
+      {"replace nil", [&] { store->replaceAccountWithAccount(nullptr, record("n")); }},
+      {"replace by nil", [&] { store->replaceAccountWithAccount(own, nullptr); }},
+      {"replace many",
+       [&] {
+         store->replaceAccountsWithTypesWithAccounts({"CalDAV"}, {record("n"), nullptr});
+       }},
+      {"add a child", [&] { store->addChildToAccount(nullptr, own); }},
+      {"will change", [] { AccountsManager::accountWillChangeForDataclass(nullptr, "Mail"); }},
+      {"did change", [] { AccountsManager::accountDidChangeForDataclass(nullptr, "Mail"); }},
+  };
+  for (const auto& [name, change] : rows) {
+    EXPECT_THROW(change(), std::invalid_argument) << name;
+    EXPECT_EQ(state(), before) << name;
+  }
+}
+
 TEST_F(ChangesTest, OfOneOfTwinsUpdateBothButDeleteTheHigherOne) {
   store = storeOf(array(stored("a"), stored("b"), parentOf("a", array(stored("a1")))));
   const AccountPtr lower = store->allBasicAccounts()->at(0);

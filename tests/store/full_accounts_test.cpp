@@ -26,11 +26,17 @@ class FullAccountsTest : public CreatorsTableTest {
       store->addChildToAccount(record("adopted", {{"Type", "U"}}), store->accountWithIdentifier("q"));
       return account;
     };
+    const auto perform = [this](const AccountPtr& account) {
+      act(account);
+      return account;
+    };
+    registerCreator("Actor", {.accountWithBasicAccount = perform});
     registerCreator("Adopter", {.accountWithBasicAccount = adopt});
     registerCreator("None", {.accountWithBasicAccount = none});
     registerCreator("Meddler", {.accountWithBasicAccount = meddle});
     auto table = MutableDictionary::copyOf(Dictionary{{"Broken", array(full("None"))},
                                                       {"Meddling", array(full("Meddler"))},
+                                                      {"Acting", array(full("Actor"))},
                                                       {"Adopting", array(full("Adopter"))}});
     for (const std::string_view type : selfMade) table.set(type, array(full("Self")));
     writeCreators(table);
@@ -38,6 +44,8 @@ class FullAccountsTest : public CreatorsTableTest {
   static constexpr std::string_view selfMade[] = {
       "T", "U", "V", "Yahoo", "IMAPNotes", "Mail", "FjordIMAP", "Nuvola", "Exchange", "Gmail", "SMTP"};
   Store store = storeOf(array());
+  /// What the creator "Actor" does before it answers the record itself.
+  std::function<void(const AccountPtr&)> act;
 };
 
 TEST_F(FullAccountsTest, AreListedWithTheMatchingChildrenBehindWhereTheParentStands) {
@@ -59,6 +67,43 @@ TEST_F(FullAccountsTest, MustNotChangeTheStoreWhileTheyAreListed) {
   EXPECT_EQ(store->count(), 2U);
   store = storeOf(array(of("Adopting", "p"), of("V", "q")));
   EXPECT_EQ(names(store->accountsWithTypes({"Adopting", "U"})), "p adopted") << "children are looked up anew";
+}
+
+TEST_F(FullAccountsTest, OfChildrenStandBehindTheParentThatTheyHaveWhenItIsItsTurn) {
+  const auto child = [this](const char* identifier) { return store->childAccountWithIdentifier(identifier); };
+  const auto parent = [this](const char* identifier) { return store->accountWithIdentifier(identifier); };
+  struct Row {
+    const char* name;
+    const char* actor;
+    std::function<void()> act;
+    std::string expected;
+  };
+  const Row rows[] = {
+      {"nothing moves", "", [] {}, "p c q d e"},
+      {"a child goes", "p", [&] { child("c")->setParentAccount(parent("q")); }, "p q c d e"},
+      {"a child comes", "p", [&] { child("d")->setParentAccount(parent("p")); }, "p c d q e"},
+      {"a child comes late", "c", [&] { child("e")->setParentAccount(parent("p")); }, "p c e q d"},
+      {"a child stands alone", "c", [&] { child("d")->setParentAccount(nullptr); }, "p c q e"},
+      {"another takes a child's place", "p",
+       [&] {
+         store->addChildToAccount(record("c", {{"Type", "Acting"}}), parent("q"));
+       },
+       "p q c d e"},
+      {"a child is added late", "c",
+       [&] {
+         store->addChildToAccount(record("n", {{"Type", "Acting"}}), parent("p"));
+       },
+       "p c q d e"},
+  };
+  for (const Row& row : rows) {
+    store =
+        storeOf(array(of("Acting", "p", array(of("Acting", "c"))),
+                      of("Acting", "q", array(of("Acting", "d"))), of("V", "r", array(of("Acting", "e")))));
+    act = [&row](const AccountPtr& account) {
+      if (account->identifier() == row.actor) row.act();
+    };
+    EXPECT_EQ(names(store->accountsWithTypes({"Acting"})), row.expected) << row.name;
+  }
 }
 
 TEST_F(FullAccountsTest, AreMadeOfTheVeryRecordWithTheLoaderHandedOn) {

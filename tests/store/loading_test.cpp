@@ -9,14 +9,15 @@ const std::string typeLine = "[-[BasicAccount initWithProperties:]] Invalid acco
 const std::string classLine = "[-[BasicAccount initWithProperties:]] Missing account class.";
 
 TEST_F(LoadingTest, KeepsTheOrderOfTheFileAndEveryTwinAndFindsTheLater) {
-  for (const Value& version : {Value(11), Value("12")}) {
+  const std::pair<Value, std::int64_t> versions[] = {{11, 11}, {"12", 0}, {11.0, 11}, {-3.0, -3}, {11.5, 0}};
+  for (const auto& [version, number] : versions) {
     SCOPED_TRACE(formatted("version %@", version));
     const Value accounts = array(stored("c"), stored("a"), stored("c"));
     device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", accounts}, {"Version", version}});
     const Store store = AccountsManager::init();
     EXPECT_EQ(identifiers(*store->allBasicAccounts()), "c a c");
     EXPECT_EQ(store->accountWithIdentifier("c"), store->allBasicAccounts()->at(2));
-    EXPECT_EQ(store->dataVersion(), version.integer().value_or(0));
+    EXPECT_EQ(store->dataVersion(), number);
   }
 }
 

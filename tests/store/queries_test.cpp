@@ -26,6 +26,9 @@ TEST_F(QueriesTest, FindAChildsParentButTheChildItselfByItsSyncIdentifier) {
     EXPECT_EQ(store->childAccountWithIdentifier(none), nullptr) << none;
   EXPECT_EQ(store->accountWithIdentifier(""), nullptr);
   EXPECT_EQ(store->displayAccountWithSyncIdentifier(""), nullptr);
+  store->insertAccount(record("s", {{"Sync Identifier", ""}}));
+  EXPECT_EQ(store->syncableAccountWithSyncIdentifier("")->identifier(), "s");
+  EXPECT_EQ(store->syncableAccountWithSyncIdentifier(String()), nullptr) << "nil is not the empty text";
 }
 
 TEST_F(QueriesTest, ListByTypeWithoutChildrenAndShowLaterChangesThroughTheListOfAll) {

@@ -105,9 +105,10 @@ struct PlainStore {
 };
 
 /// A record: its tag, its identifier, its children by one letter each or a dash for no list, and its parent.
-/// One without a type is the store's own record, if it is there.
+/// One without a type is the store's own record, if it is there. One that holds another candidate has its
+/// live properties among its children.
 struct Description {
-  std::string tag, id, type, children, parentID{};
+  std::string tag, id, type, children, parentID{}, held{};
 
   AccountPtr make() const {
     std::vector<Value> elements;
@@ -127,30 +128,50 @@ const std::vector<std::vector<Description>> starts = {
     {{"a", "A", "CalDAV", "B"}, {"b", "B", "CalDAV", "A"}},
 };
 const std::vector<Description> candidates = {
-    {"newA", "A", "Exchange", "xz"},  {"newB", "B", "CalDAV", "-"},     {"n", "N", "CalDAV", "-"},
-    {"n2", "N", "Exchange", "y"},     {"x>A", "x", "CalDAV", "-", "A"}, {"x>B", "x", "CalDAV", "z", "B"},
-    {"y>A", "y", "CalDAV", "-", "A"}, {"x>N", "x", "CalDAV", "-", "N"}, {"y>Q", "y", "CalDAV", "-", "Q"},
-    {"B>A", "B", "CalDAV", "x", "A"}, {"ownB>A", "B", "", "-", "A"},    {"z>B", "z", "CalDAV", "-", "B"},
+    {"newA", "A", "Exchange", "xz"},    {"newB", "B", "CalDAV", "-"},
+    {"n", "N", "CalDAV", "-"},          {"n2", "N", "Exchange", "y"},
+    {"x>A", "x", "CalDAV", "-", "A"},   {"x>B", "x", "CalDAV", "z", "B"},
+    {"y>A", "y", "CalDAV", "-", "A"},   {"x>N", "x", "CalDAV", "-", "N"},
+    {"y>Q", "y", "CalDAV", "-", "Q"},   {"B>A", "B", "CalDAV", "x", "A"},
+    {"ownB>A", "B", "", "-", "A"},      {"z>B", "z", "CalDAV", "-", "B"},
+    {"h", "H", "CalDAV", "y", "", "n"}, {"h2", "H", "Exchange", "x", "", "newA"},
+    {"x>H", "x", "Exchange", "-", "H"},
 };
 
-std::vector<AccountPtr> recordsFor(const std::vector<AccountPtr>& own,
-                                   const std::vector<std::size_t>& given) {
-  std::map<std::size_t, AccountPtr> made;
-  std::vector<AccountPtr> records;
-  for (const std::size_t candidate : given) {
-    const Description& description = candidates[candidate];
-    AccountPtr& account = made[candidate];
-    if (!account) {
-      account = description.make();
-      for (const AccountPtr& each : own) {
-        if (description.type.empty() && each->identifier().view() == description.id) account = each;
-      }
-      if (!description.parentID.empty()) account->setParentAccount(record(description.parentID));
-    }
-    records.push_back(account);
+/// The records of one run, each made when it is first given.
+class Records {
+ public:
+  std::vector<AccountPtr> given(const std::vector<std::size_t>& numbers, const std::vector<AccountPtr>& own) {
+    std::vector<AccountPtr> records;
+    for (const std::size_t number : numbers) records.push_back(record(candidates[number], own));
+    return records;
   }
-  return records;
-}
+  std::vector<AccountPtr> all() const {
+    std::vector<AccountPtr> records;
+    for (const auto& entry : made_) records.push_back(entry.second);
+    return records;
+  }
+
+ private:
+  AccountPtr record(const Description& description, const std::vector<AccountPtr>& own) {
+    AccountPtr& account = made_[description.tag];
+    if (account) return account;
+    account = description.make();
+    for (const AccountPtr& each : own) {
+      if (description.type.empty() && each->identifier().view() == description.id) account = each;
+    }
+    if (!description.parentID.empty()) account->setParentAccount(testing::record(description.parentID));
+    for (const Description& other : candidates) {
+      if (other.tag != description.held) continue;
+      std::vector<Value> list = childrenOf(account);
+      list.emplace_back(record(other, own)->properties());
+      account->setAccountPropertyForKey(Array(list), "ChildAccounts");
+    }
+    return account;
+  }
+
+  std::map<std::string, AccountPtr> made_;
+};
 
 /// All that can be seen of a store, and the children of all records that ever met it.
 std::string state(const std::vector<AccountPtr>& all, std::size_t count,
@@ -171,17 +192,29 @@ std::string state(const std::vector<AccountPtr>& all, std::size_t count,
   return text;
 }
 
+/// A store, and what it is told to replace one after the other.
 struct Draw {
+  struct Call {
+    std::set<std::string> types{};
+    std::vector<std::size_t> given{};
+  };
   std::size_t start;
-  std::set<std::string> types{};
-  std::vector<std::size_t> given{};
+  std::vector<Call> calls;
+
+  std::string text() const {
+    std::string text = "start " + std::to_string(start);
+    for (const auto& [types, given] : calls) {
+      text += "; types " + ::testing::PrintToString(types) + " given";
+      for (const std::size_t number : given) text += " " + candidates[number].tag;
+    }
+    return text;
+  }
 };
 
 ::testing::AssertionResult endsAlike(const Draw& draw) {
-  const auto& [start, types, given] = draw;
   std::vector<Value> info;
   PlainStore plain;
-  for (const Description& description : starts[start]) {
+  for (const Description& description : starts[draw.start]) {
     info.emplace_back(description.make()->properties());
     plain.add(description.make());
   }
@@ -189,33 +222,38 @@ struct Draw {
   const auto span = real->allBasicAccounts()->span();
   const std::vector<AccountPtr> own(span.begin(), span.end());
   const std::vector<AccountPtr> plainOwn = plain.ordered;
-  const std::vector<AccountPtr> accounts = recordsFor(own, given);
-  const std::vector<AccountPtr> plainAccounts = recordsFor(plainOwn, given);
-  real->replaceAccountsWithTypesWithAccounts(TypeSet(types), accounts);
-  plain.replace(types, plainAccounts);
-
-  std::vector<AccountPtr> plainAll = plain.ordered;
-  for (const auto& child : plain.children) plainAll.push_back(child.second);
-  const std::string is =
-      state(real->allBasicSyncableAccounts(), real->count(),
-            [&](const char* id) { return real->accountWithIdentifier(id); }, {own, accounts});
-  const std::string expected =
-      state(plainAll, plain.ordered.size(), [&](const char* id) { return plain.find(id); },
-            {plainOwn, plainAccounts});
-  if (is == expected) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure()
-         << "start " << start << ", types " << ::testing::PrintToString(types) << ", given "
-         << ::testing::PrintToString(given) << "\n  is        " << is << "\n  should be " << expected;
+  Records records;
+  Records plainRecords;
+  for (const auto& [types, given] : draw.calls) {
+    real->replaceAccountsWithTypesWithAccounts(TypeSet(types), records.given(given, own));
+    plain.replace(types, plainRecords.given(given, plainOwn));
+    std::vector<AccountPtr> plainAll = plain.ordered;
+    for (const auto& child : plain.children) plainAll.push_back(child.second);
+    const std::string is =
+        state(real->allBasicSyncableAccounts(), real->count(),
+              [&](const char* id) { return real->accountWithIdentifier(id); }, {own, records.all()});
+    const std::string expected =
+        state(plainAll, plain.ordered.size(), [&](const char* id) { return plain.find(id); },
+              {plainOwn, plainRecords.all()});
+    if (is != expected) {
+      return ::testing::AssertionFailure()
+             << draw.text() << "\n  is        " << is << "\n  should be " << expected;
+    }
+  }
+  return ::testing::AssertionSuccess();
 }
 
 /// The draw without all those given that it fails without.
 Draw smallestFailing(Draw draw) {
-  for (std::size_t index = 0; index < draw.given.size();) {
-    Draw smaller = draw;
-    smaller.given.erase(smaller.given.begin() + static_cast<std::ptrdiff_t>(index));
-    const bool isNeeded = static_cast<bool>(endsAlike(smaller));
-    index = isNeeded ? index + 1 : 0;
-    if (!isNeeded) draw = std::move(smaller);
+  for (std::size_t call = 0; call < draw.calls.size(); ++call) {
+    for (std::size_t index = 0; index < draw.calls[call].given.size();) {
+      Draw smaller = draw;
+      std::vector<std::size_t>& given = smaller.calls[call].given;
+      given.erase(given.begin() + static_cast<std::ptrdiff_t>(index));
+      const bool isNeeded = static_cast<bool>(endsAlike(smaller));
+      index = isNeeded ? index + 1 : 0;
+      if (!isNeeded) draw = std::move(smaller);
+    }
   }
   return draw;
 }
@@ -225,10 +263,12 @@ class ReplaceAccountsTest : public StoreTest {};
 TEST_F(ReplaceAccountsTest, EndsAsIfDoneStepByStepForRecordsDrawnByLot) {
   std::mt19937 lot(7);  // NOLINT: the same draw in every run
   for (int round = 0; round < 10'000; ++round) {
-    Draw draw{.start = lot() % starts.size()};
-    draw.given.resize(lot() % 10);
-    for (std::size_t& candidate : draw.given) candidate = lot() % candidates.size();
-    if (lot() % 2 == 0) draw.types.insert("CalDAV");
+    Draw draw{.start = lot() % starts.size(), .calls = std::vector<Draw::Call>(1 + lot() % 3)};
+    for (Draw::Call& call : draw.calls) {
+      call.given.resize(lot() % 8);
+      for (std::size_t& candidate : call.given) candidate = lot() % candidates.size();
+      if (lot() % 2 == 0) call.types.insert("CalDAV");
+    }
     if (!endsAlike(draw)) FAIL() << "round " << round << ": " << endsAlike(smallestFailing(draw)).message();
   }
 }

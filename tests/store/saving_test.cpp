@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 #include "roster/platform/linux/file_calls.h"
 #include "tests/store/store_test.h"
 
@@ -27,6 +29,48 @@ FileCalls failingCalls(std::string_view name) {
   if (name == "rename") breakCall(calls.renameat);
   return calls;
 }
+
+/// The system's calls, of which one fails as soon as it is about the file at a path.
+class UnreadableFile {
+ public:
+  UnreadableFile(std::string path, std::string_view call, int errorNumber) : override_(calls()) {
+    path_ = std::move(path);
+    call_ = call;
+    errorNumber_ = errorNumber;
+    fd_ = -1;
+  }
+
+ private:
+  static FileCalls calls() {
+    real_ = fileCalls();
+    FileCalls calls = real_;
+    calls.openat = [](int folderFd, const char* path, int flags, mode_t mode) {
+      if (path != path_) return real_.openat(folderFd, path, flags, mode);
+      return fails("openat") ? -1 : fd_ = real_.openat(folderFd, path, flags, mode);
+    };
+    calls.fstat = [](int fd, struct stat* status) {
+      return fd == fd_ && fails("fstat") ? -1 : real_.fstat(fd, status);
+    };
+    calls.read = [](int fd, void* buffer, std::size_t size) {
+      return fd == fd_ && fails("read") ? -1 : real_.read(fd, buffer, size);
+    };
+    calls.close = [](int fd) {
+      if (fd == fd_) fd_ = -1;
+      return real_.close(fd);
+    };
+    return calls;
+  }
+  static bool fails(std::string_view call) {
+    errno = errorNumber_;
+    return call == call_;
+  }
+  static inline FileCalls real_{};
+  static inline std::string path_{};
+  static inline std::string_view call_{};
+  static inline int errorNumber_ = 0;
+  static inline int fd_ = -1;
+  FileCallsOverride override_;
+};
 
 class SavingTest : public StoreTest {
  protected:
@@ -196,6 +240,89 @@ TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
   device.writeFile(device.registryPath(), "again");
   store->saveAllAccounts();
   EXPECT_EQ(kept().size(), 2U) << "also within one second";
+}
+
+TEST_F(SavingTest, NeverReplacesAccountsThatItsStoreHasNotSeenWithoutKeepingThem) {
+  struct Row {
+    const char* name;
+    int errorNumber;
+    bool isFileAtFault;
+  };
+  const Row rows[] = {{"no descriptors", EMFILE, false}, {"no descriptors of the system", ENFILE, false},
+                      {"no memory", ENOMEM, false},      {"the disk fails", EIO, false},
+                      {"no permission", EACCES, true},   {"not permitted", EPERM, true}};
+  for (const char* call : {"openat", "fstat", "read"}) {
+    for (const auto& [name, errorNumber, isFileAtFault] : rows) {
+      SCOPED_TRACE(std::string(call) + ": " + name);
+      std::filesystem::remove_all(device.path(folder));
+      writeRegistry(stored("a"), stored("b"));
+      const std::string sound = registry();
+      const auto broken = [&, &why = errorNumber, &faulty = call](const auto& work) {
+        const UnreadableFile unreadable(device.registryPath(), faulty, why);
+        return work();
+      };
+      const auto expectOutcome = [&, &isKept = isFileAtFault, &why = errorNumber](const Store& store,
+                                                                                  const std::string& left) {
+        ASSERT_EQ(store->lastSaveError().has_value(), !isKept);
+        if (isKept) {
+          ASSERT_EQ(kept().size(), 1U);
+          EXPECT_EQ(device.readFile(std::string(folder) + "/" + kept()[0]), sound);
+          EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), left);
+        } else {
+          EXPECT_EQ(store->lastSaveError()->code.value(), why);
+          EXPECT_THAT(store->lastSaveError()->message, HasSubstr(device.registryPath()));
+          EXPECT_EQ(log.lines().back(), failure);
+          EXPECT_EQ(registry(), sound);
+          EXPECT_EQ(files(), onlyTheRegistry);
+        }
+      };
+
+      const Store blind = broken(&AccountsManager::init);
+      EXPECT_EQ(blind->count(), 0U);
+      ASSERT_TRUE(blind->loadError());
+      EXPECT_EQ(blind->loadError()->code.value(), errorNumber);
+      EXPECT_THAT(blind->loadError()->message, HasSubstr(device.registryPath()));
+      blind->insertAccount(record("c"));
+      for (int save = 1; save <= 2; ++save) {
+        blind->saveAllAccounts();
+        expectOutcome(blind, "c");
+      }
+
+      for (const std::string& copy : kept())
+        std::filesystem::remove(device.path(std::string(folder) + "/" + copy));
+      writeRegistry(stored("a"), stored("b"));
+      const Store seeing = AccountsManager::init();
+      EXPECT_FALSE(seeing->loadError());
+      seeing->insertAccount(record("c"));
+      broken([&] { seeing->saveAllAccounts(); });
+      expectOutcome(seeing, "a b c");
+      seeing->saveAllAccounts();
+      EXPECT_FALSE(seeing->lastSaveError()) << "the file can be read again";
+      EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), "a b c");
+    }
+  }
+}
+
+TEST_F(SavingTest, TakesAnAccountsFileVersionFromTheAccountAloneNotFromAParentWithAChildOfItsName) {
+  const Dictionary parent = stored("p", {{"DisplayName", "parent"}, {"ChildAccounts", array(stored("a"))}});
+  const Dictionary account = stored("a", {{"DisplayName", "account"}});
+  // The child becomes an account of its own.
+  writeRegistry(parent);
+  const Store raising = AccountsManager::init();
+  raising->removeChildWithIdentifierFromAccount("a", raising->accountWithIdentifier("p"));
+  const AccountPtr raised = BasicAccount::accountWithProperties(account);
+  raised->setOriginalProperties(account);
+  raising->insertAccount(raised);
+  raising->saveAllAccounts();
+  EXPECT_EQ(root().find("Accounts"),
+            array(stored("p", {{"DisplayName", "parent"}, {"ChildAccounts", array()}}), account));
+
+  // Another store has moved the account below a parent.
+  writeRegistry(account);
+  const Store unaware = AccountsManager::init();
+  writeRegistry(parent);
+  unaware->saveAllAccounts();
+  EXPECT_EQ(root().find("Accounts"), array(account));
 }
 
 TEST_F(SavingTest, OfAStoreOfAnotherClassReadsTheRegistryAndWritesWhereTheClassSays) {

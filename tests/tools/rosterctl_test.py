@@ -260,6 +260,8 @@ class RosterctlTest(unittest.TestCase):
                 ({"Accounts": []}, "repairs|Version|missing"),
                 ({"Version": "12", "Accounts": []}, "repairs|Version|it is a text"),
                 ({"Version": 11, "Accounts": []}, "repairs|Version|migration"),
+                ({"Version": 11.0, "Accounts": []}, "repairs|Version|migration"),
+                ({"Version": 11.5, "Accounts": []}, "repairs|Version|it is a real number, not a whole number"),
                 ({"Version": 13, "Accounts": []}, "repairs|Version|newer"),
                 ({"Version": 12, "Accounts": [], "Extra": 1}, "ignores|Extra|no such key"),
                 (["x"], "drops|Accounts[0]|it is a text"),
