@@ -27,7 +27,7 @@ constexpr unsigned long long amplificationAllowance = 64ULL * 1024;
 
 class XmlReader {
  public:
-  XmlReader() : parser_(XML_ParserCreate(nullptr)) {
+  explicit XmlReader(Soundness soundness) : parser_(XML_ParserCreate(nullptr)), builder_(soundness) {
     if (!parser_) throw std::bad_alloc();
     XML_SetUserData(parser(), this);
     XML_SetElementHandler(parser(), onStart, onEnd);
@@ -148,6 +148,8 @@ class XmlReader {
 
 }  // namespace
 
-Result<Value> parseXmlPropertyList(const Bytes& bytes) { return XmlReader().read(bytes.text()); }
+Result<Value> parseXmlPropertyList(const Bytes& bytes, Soundness soundness) {
+  return XmlReader(soundness).read(bytes.text());
+}
 
 }  // namespace roster
