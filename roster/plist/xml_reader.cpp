@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "roster/base/single_line.h"
+#include "roster/base/text_table.h"
 #include "roster/plist/xml_property_list.h"
 
 namespace roster {
@@ -29,6 +30,9 @@ class XmlReader {
  public:
   explicit XmlReader(Soundness soundness) : parser_(XML_ParserCreate(nullptr)), builder_(soundness) {
     if (!parser_) throw std::bad_alloc();
+    // Otherwise expat draws one itself, and ends the process where the system refuses random numbers. 0 is
+    // none.
+    XML_SetHashSalt(parser(), static_cast<unsigned long>(textHashSeed() | 1U));
     XML_SetUserData(parser(), this);
     XML_SetElementHandler(parser(), onStart, onEnd);
     XML_SetCharacterDataHandler(parser(), onText);

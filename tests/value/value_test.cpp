@@ -206,7 +206,7 @@ TEST(MutableDictionary, ChangesEndAWalk) {
   EXPECT_NO_THROW(walk([](auto& dictionary, auto&) { EXPECT_EQ(dictionary.deepCopy(), dictionary); }));
 }
 
-TEST(TextTable, DrawsASeedWhereTheSystemGivesNoRandomNumbers) {
+TEST(TextTable, HasASeedAndXmlIsReadWhereTheSystemGivesNoRandomNumbers) {
   const pid_t process = fork();
   if (process == 0) {
     // Neither from the call nor from a file: not one can be opened any more.
@@ -214,7 +214,7 @@ TEST(TextTable, DrawsASeedWhereTheSystemGivesNoRandomNumbers) {
     sock_filter refusing[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_getrandom, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
     };
     const sock_fprog program{std::size(refusing), refusing};
@@ -222,7 +222,7 @@ TEST(TextTable, DrawsASeedWhereTheSystemGivesNoRandomNumbers) {
                            prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
                            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
     if (!isRefused) _exit(77);
-    _exit(drawSeed() != drawSeed() ? 0 : 1);
+    _exit(drawSeed() != drawSeed() && parse("<plist><true/></plist>") ? 0 : 1);
   }
   int status = 0;
   ASSERT_EQ(waitpid(process, &status, 0), process);
