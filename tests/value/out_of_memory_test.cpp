@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 #include <new>
-#include <tuple>
+#include <utility>
 
 #include "roster/platform/linux/file_calls.h"
 #include "roster/store/registry_check.h"
@@ -60,12 +60,6 @@ MutableDictionary dictionaryOf(int size) {
   return made;
 }
 
-const Value live = [] {
-  MutableDictionary made;
-  made.set("Identifier", "child");
-  return Value(made);
-}();
-
 TEST(OutOfMemory, ADictionaryThatCannotBeChangedStaysAsItWas) {
   const Dictionary stored = *parse(*binaryPropertyList(dictionaryOf(10)))->dictionary();
   const Change insert = [](MutableDictionary& d) {
@@ -75,7 +69,10 @@ TEST(OutOfMemory, ADictionaryThatCannotBeChangedStaysAsItWas) {
     d.set("a long key for entry 3", "another long value of it");
   };
   const Change remove = [](MutableDictionary& d) { d.remove("a long key for entry 3"); };
-  const Change insertLive = [](MutableDictionary& d) { d.set("a key of a live dictionary", array(live)); };
+  const Change insertLive = [](MutableDictionary& d) {
+    static const Value live{MutableDictionary()};
+    d.set("a key of a live dictionary", live);
+  };
   const std::pair<const char*, Change> changes[] = {
       {"insert", insert}, {"replace", replace}, {"remove", remove}, {"insert what is live", insertLive}};
   for (const auto& [name, change] : changes) {
@@ -85,8 +82,8 @@ TEST(OutOfMemory, ADictionaryThatCannotBeChangedStaysAsItWas) {
         SCOPED_TRACE(std::string(name) + " in " + (size < 0 ? "a file's" : std::to_string(size)) +
                      ", allocation " + std::to_string(number));
         auto dictionary = size < 0 ? MutableDictionary::copyOf(stored) : dictionaryOf(size);
-        const auto expected = MutableDictionary::copyOf(dictionary);
-        change(const_cast<MutableDictionary&>(expected));
+        auto expected = MutableDictionary::copyOf(dictionary);
+        change(expected);
         const std::string before = describe(dictionary);
         hasFailed = failsAtAllocation(number, [&] { change(dictionary); });
         if (!hasFailed) break;
