@@ -66,4 +66,10 @@ std::string clipped(std::string_view text, std::size_t limit) {
   return std::string(frontOf(text, limit)).append(ellipsis);
 }
 
+std::string quoted(std::string_view text, std::size_t limit) {
+  std::string quote = "\"";
+  appendSingleLine(quote, clipped(text, limit));
+  return quote + "\"";
+}
+
 }  // namespace roster

@@ -18,4 +18,7 @@ std::string_view frontOf(std::string_view text, std::size_t limit);
 /// The text, or as much of its front as the limit allows and an ellipsis.
 std::string clipped(std::string_view text, std::size_t limit);
 
+/// The clipped text on one line, between quotation marks.
+std::string quoted(std::string_view text, std::size_t limit);
+
 }  // namespace roster

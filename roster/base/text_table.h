@@ -11,6 +11,10 @@ namespace roster {
 /// author could choose identifiers that all fall into one slot.
 std::uint64_t textHashSeed();
 
+/// A number that others cannot foresee. Where the system gives no random numbers, one that they can hardly
+/// guess.
+std::uint64_t drawSeed();
+
 namespace detail {
 
 inline std::uint64_t multiplyAndFold(std::uint64_t a, std::uint64_t b) {
@@ -63,6 +67,16 @@ inline std::uint64_t hashText(std::string_view text, std::uint64_t seed) {
   }
   return detail::multiplyAndFold(state ^ low ^ first, high ^ salt ^ start);
 }
+
+/// A hasher for standard containers whose keys are numbers out of a registry: the standard one is the number
+/// itself, so that chosen numbers would all fall into one bucket.
+struct SeededNumberHash {
+  std::uint64_t seed = textHashSeed();
+  std::size_t operator()(std::uint64_t number) const noexcept {
+    constexpr std::uint64_t first = 0x9E3779B97F4A7C15U;
+    return detail::multiplyAndFold(number ^ seed, seed | first);
+  }
+};
 
 /// Equality of short texts, without the call that a comparison of any length takes.
 inline bool areEqualTexts(std::string_view left, std::string_view right) {

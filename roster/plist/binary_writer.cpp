@@ -8,6 +8,7 @@
 #include "roster/base/text_table.h"
 #include "roster/base/unicode.h"
 #include "roster/plist/property_list.h"
+#include "roster/plist/value_path.h"
 #include "roster/value/document.h"
 #include "roster/value/representation.h"
 
@@ -17,10 +18,6 @@ namespace {
 
 constexpr std::uint32_t notPlaced = TextTable::none;
 constexpr std::uint32_t inProgress = notPlaced - 1;
-
-Error unwritable(Fault fault) {
-  return {std::errc::invalid_argument, "a value " + std::string(describe(fault))};
-}
 
 /// One object of the file.
 struct Item {
@@ -37,19 +34,41 @@ class ObjectNumbering {
   const std::vector<Item>& items() const { return items_; }
   const std::vector<std::uint32_t>& references() const { return references_; }
 
-  /// Fails, naming the fault, on a tree that cannot be written.
+  /// Fails, naming the fault and where it is, on a tree that cannot be written.
   static Result<ObjectNumbering> of(const Value& root) {
     ObjectNumbering numbering;
     numbering.place(root, 0);
+    if (numbering.fault_ != Fault::none)
+      return unwritableValue(root, numbering.stepsToFault_, numbering.fault_);
     const std::uint64_t limit =
         limits::unfoldingAllowance + limits::unfoldingFactor * numbering.references_.size();
-    if (numbering.fault_ == Fault::none && numbering.largestPart_ > limit) numbering.fault_ = Fault::tooLarge;
-    if (numbering.fault_ == Fault::none) return numbering;
-    return unwritable(numbering.fault_);
+    if (numbering.largest_.unfolded <= limit) return numbering;
+    return numbering.unwritable(numbering.largest_.item, Fault::tooLarge);
+  }
+
+  /// That an object of the tree cannot be written.
+  Error unwritable(std::uint32_t item, Fault fault) const {
+    return unwritableValue(items_[0].value, stepsTo(item), fault);
   }
 
  private:
   ObjectNumbering() = default;
+
+  /// The way from an object to the root by the first container that refers to it, and so on: each has a lower
+  /// number than the last.
+  std::vector<std::size_t> stepsTo(std::uint32_t item) const {
+    std::vector<std::size_t> steps;
+    while (item != 0) {
+      const auto found = std::find(references_.begin(), references_.end(), item);
+      const auto index = static_cast<std::size_t>(found - references_.begin());
+      const auto owner = std::find_if(items_.rbegin(), items_.rend(), [index](const Item& container) {
+        return container.height != 0 && container.references <= index;
+      });
+      steps.push_back(index - owner->references);
+      item = static_cast<std::uint32_t>(items_.rend() - owner - 1);
+    }
+    return steps;
+  }
 
   std::uint32_t place(const Value& given, std::size_t depth) {
     const Value& value = given.isDictionary() ? ValueAccess::contents(given) : given;
@@ -88,6 +107,12 @@ class ObjectNumbering {
       }
     }
     return (*lastNumbers_)[ValueAccess::object(value)];
+  }
+
+  std::uint32_t placeKey(const String& key) {
+    if (!key.isNil()) return placeText(key.value());
+    fault_ = Fault::badKey;
+    return 0;
   }
 
   std::uint32_t append(const Value& value) {
@@ -152,8 +177,7 @@ class ObjectNumbering {
     const std::size_t first = reserveReferences(number, array.size());
     std::size_t index = first;
     for (const Value& element : array) {
-      refer(number, index++, place(element, depth + 1), depth);
-      if (fault_ != Fault::none) return;
+      if (!refer(number, index++, place(element, depth + 1), depth)) return;
     }
   }
 
@@ -162,10 +186,9 @@ class ObjectNumbering {
     const std::size_t first = reserveReferences(number, 2 * count);
     std::size_t index = first;
     for (const DictionaryEntry& entry : dictionary) {
-      refer(number, index, placeText(entry.key.value()), depth);
-      refer(number, index + count, place(entry.value, depth + 1), depth);
+      if (!refer(number, index, placeKey(entry.key), depth)) return;
+      if (!refer(number, index + count, place(entry.value, depth + 1), depth)) return;
       ++index;
-      if (fault_ != Fault::none) return;
     }
   }
 
@@ -176,8 +199,15 @@ class ObjectNumbering {
     return first;
   }
 
-  void refer(std::uint32_t container, std::size_t index, std::uint32_t part, std::size_t depth) {
-    if (fault_ != Fault::none) return;
+  /// False, with one more step noted on the way back to the root, once there is a fault.
+  bool refer(std::uint32_t container, std::size_t index, std::uint32_t part, std::size_t depth) {
+    if (fault_ == Fault::none) addPart(container, index, part, depth);
+    if (fault_ == Fault::none) return true;
+    stepsToFault_.push_back(index - items_[container].references);
+    return false;
+  }
+
+  void addPart(std::uint32_t container, std::size_t index, std::uint32_t part, std::size_t depth) {
     references_[index] = part;
     Item& item = items_[container];
     item.unfolded = static_cast<std::uint32_t>(std::min<std::uint64_t>(
@@ -186,7 +216,8 @@ class ObjectNumbering {
     if (item.height > limits::maximumDepth) fault_ = Fault::tooDeep;
     // A registry is read record by record, so each of its records must be small enough to unfold, but not the
     // whole.
-    if (depth > 0) largestPart_ = std::max(largestPart_, items_[part].unfolded);
+    const std::uint32_t unfolded = items_[part].unfolded;
+    if (depth > 0 && unfolded >= largest_.unfolded) largest_ = {part, unfolded};
   }
 
   static constexpr std::size_t scalarKinds = 16;
@@ -194,12 +225,16 @@ class ObjectNumbering {
   std::vector<std::uint32_t> references_;
   std::unordered_map<const Node*, std::uint32_t> nodes_;
   std::unordered_map<const Node*, std::vector<std::uint32_t>> documents_;
-  std::unordered_map<std::uint64_t, std::uint32_t> scalars_[scalarKinds];
+  std::unordered_map<std::uint64_t, std::uint32_t, SeededNumberHash> scalars_[scalarKinds];
   TextTable texts_;
   const Node* lastDocument_ = nullptr;
   std::vector<std::uint32_t>* lastNumbers_ = nullptr;
-  std::uint32_t largestPart_ = 0;
+  struct {
+    std::uint32_t item = 0;
+    std::uint32_t unfolded = 0;
+  } largest_;
   Fault fault_ = Fault::none;
+  std::vector<std::size_t> stepsToFault_;
 };
 
 /// How many bytes a number needs.
@@ -224,8 +259,9 @@ class ObjectEncoding {
     std::vector<std::uint64_t> offsets;
     offsets.reserve(numbering_.items().size());
     for (const Item& item : numbering_.items()) {
+      const auto number = static_cast<std::uint32_t>(offsets.size());
       offsets.push_back(bytes_.size());
-      if (!appendObject(item)) return unwritable(Fault::badText);
+      if (!appendObject(item)) return numbering_.unwritable(number, Fault::badText);
     }
     appendTableAndTrailer(offsets);
     if (bytes_.size() >= limits::maximumFileSize)

@@ -8,7 +8,7 @@ namespace roster {
 Result<Value> parsePropertyList(Bytes bytes, Soundness soundness) {
   if (bytes.empty()) return Error(std::errc::bad_message, "it is empty");
   const bool isBinary = bytes.text().starts_with(BinaryLayout::magic);
-  Result<Value> result = isBinary ? Document::read(std::move(bytes)) : parseXmlPropertyList(bytes);
+  Result<Value> result = isBinary ? Document::read(std::move(bytes)) : parseXmlPropertyList(bytes, soundness);
   if (!result) return result;
   if (result->isNil()) return Error(std::errc::bad_message, "its top value cannot be read");
   if (soundness == Soundness::required && result->fault() != Fault::none) {

@@ -14,8 +14,11 @@ enum class Soundness {
   /// Nothing in the value may have a fault: what is returned can be followed, compared and written without
   /// care.
   required,
-  /// Faulty parts stay in the tree, and the caller asks `Value::fault` before it follows a container. For
-  /// files whose good parts must survive.
+  /// Faulty parts stay in the tree or are left out of it, and the caller asks `Value::fault` before it
+  /// follows
+  /// a container: it is also that of a container from which something was left out. For files whose good
+  /// parts
+  /// must survive.
   inspected,
 };
 
@@ -26,11 +29,12 @@ enum class Soundness {
 ROSTER_EXPORT Result<Value> parsePropertyList(Bytes bytes, Soundness soundness = Soundness::required);
 
 /// The value in the binary format: equal strings and numbers stored once, shared containers stored once,
-/// references and offsets as narrow as they can be. Fails, naming the cause, on nil; on a tree with a
-/// container that contains itself, is nested deeper than the library reads, or has a fault; on text that is
-/// not UTF-8; where what stands two levels below the top unfolds to more than the library reads; and when the
-/// result would be larger than 4 GiB. (The whole may unfold to more, when records share large parts; it is
-/// then read as `Soundness::inspected`, record by record.) The value must not be changed meanwhile.
+/// references and offsets as narrow as they can be. Fails, naming the cause and where it is, on nil; on a
+/// tree with a container that contains itself, is nested deeper than the library reads, or has a fault; on
+/// text that is not UTF-8; where what stands two levels below the top unfolds to more than the library reads;
+/// and when the result would be larger than 4 GiB. (The whole may unfold to more, when records share large
+/// parts; it is then read as `Soundness::inspected`, record by record.) The value must not be changed
+/// meanwhile.
 ROSTER_EXPORT Result<std::string> binaryPropertyList(const Value& value);
 
 }  // namespace roster

@@ -69,8 +69,7 @@ Result<> XmlBuilder::startValue(Element element) {
   } else if (frames_.size() < limits::maximumDepth) {
     frames_.emplace_back().isDictionary = element == Element::dict;
   } else {
-    frames_.back().fault = Fault::tooDeep;
-    frames_.back().key = String();
+    leaveOut(Fault::tooDeep);
     passedOver_ = 1;
   }
   return {};
@@ -104,8 +103,13 @@ Result<> XmlBuilder::endLeaf() {
     frames_.back().key = internedKey();
   } else {
     Result<Value> value = leafValue(element);
-    if (!value) return value.error();
-    add(*std::move(value));
+    if (value) {
+      add(*std::move(value));
+    } else if (frames_.empty() || soundness_ == Soundness::required) {
+      return value.error();
+    } else {
+      leaveOut(Fault::badScalar);
+    }
   }
   text_.clear();
   return {};
@@ -148,6 +152,13 @@ void XmlBuilder::add(Value value) {
   } else {
     frame.elements.push_back(std::move(value));
   }
+}
+
+/// Of a repeated key the last value counts, also when it is this one.
+void XmlBuilder::leaveOut(Fault fault) {
+  Frame& frame = frames_.back();
+  frame.fault = fault;
+  if (frame.isDictionary) frame.entries.erase(std::exchange(frame.key, String()).view());
 }
 
 String XmlBuilder::internedKey() {

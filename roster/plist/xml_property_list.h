@@ -9,6 +9,7 @@
 
 #include "roster/base/bytes.h"
 #include "roster/base/result.h"
+#include "roster/plist/property_list.h"
 #include "roster/value/ordered_map.h"
 #include "roster/value/value.h"
 
@@ -16,16 +17,20 @@ namespace roster {
 
 // ---- xml_reader.cpp: the document, through expat
 
-/// Reads an XML property list. Document types are skipped and nothing outside the text is ever fetched.
-Result<Value> parseXmlPropertyList(const Bytes& bytes);
+/// Reads an XML property list. Document types are skipped and nothing outside the text is ever fetched. Where
+/// soundness is required, a number, a date or data that cannot be read is an error with its line.
+Result<Value> parseXmlPropertyList(const Bytes& bytes, Soundness soundness);
 
 // ---- xml_builder.cpp: what elements and texts mean
 
 /// Builds the value of an XML property list from its elements and texts, in the order in which they stand in
 /// the document. It keeps open containers on a stack of its own, never deeper than the library follows: what
-/// lies deeper is passed over, and the containers around it get a fault.
+/// lies deeper is passed over, and the containers around it get a fault. So do, unless soundness is required,
+/// those around a number, a date or data that cannot be read, which is left out.
 class XmlBuilder {
  public:
+  explicit XmlBuilder(Soundness soundness) : soundness_(soundness) {}
+
   // Each of these fails when the document must be refused; nothing may be called afterwards. The error
   // completes "line 12: ...".
 
@@ -65,8 +70,11 @@ class XmlBuilder {
   Result<> endContainer();
   Result<Value> leafValue(Element element);
   void add(Value value);
+  /// Goes on without the value that would be next in the innermost container.
+  void leaveOut(Fault fault);
   String internedKey();
 
+  Soundness soundness_;
   std::vector<Frame> frames_;
   /// The open element that takes text or nothing, and its text so far.
   std::optional<Element> leaf_;
@@ -89,7 +97,7 @@ Result<Value> integerFromXml(std::string_view text);
 /// optional sign.
 Result<Value> realFromXml(std::string_view text);
 
-/// A date as in "2024-02-29T12:00:00Z".
+/// A date as in "2024-02-29T12:00:00Z", its year in one to four digits: not all who write the year 1 pad it.
 Result<Value> dateFromXml(std::string_view text);
 
 /// Bytes in base64, with white space anywhere.

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "roster/base/single_line.h"
+#include "roster/base/text_table.h"
 #include "roster/plist/xml_property_list.h"
 
 namespace roster {
@@ -27,8 +28,11 @@ constexpr unsigned long long amplificationAllowance = 64ULL * 1024;
 
 class XmlReader {
  public:
-  XmlReader() : parser_(XML_ParserCreate(nullptr)) {
+  explicit XmlReader(Soundness soundness) : parser_(XML_ParserCreate(nullptr)), builder_(soundness) {
     if (!parser_) throw std::bad_alloc();
+    // Otherwise expat draws one itself, and ends the process where the system refuses random numbers. 0 is
+    // none.
+    XML_SetHashSalt(parser(), static_cast<unsigned long>(textHashSeed() | 1U));
     XML_SetUserData(parser(), this);
     XML_SetElementHandler(parser(), onStart, onEnd);
     XML_SetCharacterDataHandler(parser(), onText);
@@ -148,6 +152,8 @@ class XmlReader {
 
 }  // namespace
 
-Result<Value> parseXmlPropertyList(const Bytes& bytes) { return XmlReader().read(bytes.text()); }
+Result<Value> parseXmlPropertyList(const Bytes& bytes, Soundness soundness) {
+  return XmlReader(soundness).read(bytes.text());
+}
 
 }  // namespace roster

@@ -19,19 +19,14 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(start, text.find_last_not_of(spaces) + 1 - start);
 }
 
-std::string quoted(std::string_view text) {
-  constexpr std::size_t shown = 40;
-  std::string quote = "\"";
-  appendSingleLine(quote, clipped(text, shown));
-  return quote + "\"";
-}
+constexpr std::size_t shownText = 40;
 
 Error unreadable(std::string_view text, const std::string& what) {
-  return {std::errc::bad_message, quoted(text) + " is not " + what};
+  return {std::errc::bad_message, quoted(text, shownText) + " is not " + what};
 }
 
 Error outOfRange(std::string_view text, const std::string& what) {
-  return {std::errc::bad_message, what + " out of range: " + quoted(text)};
+  return {std::errc::bad_message, what + " out of range: " + quoted(text, shownText)};
 }
 
 }  // namespace
@@ -70,9 +65,12 @@ Result<Value> realFromXml(std::string_view text) {
 
 Result<Value> dateFromXml(std::string_view text) {
   constexpr std::size_t length = std::string_view("YYYY-MM-DDThh:mm:ssZ").size();
+  constexpr std::size_t shortest = std::string_view("Y-MM-DDThh:mm:ssZ").size();
   const std::string_view digits = trimmed(text);
-  const bool isPlain = digits.size() == length && digits.front() >= '0' && digits.front() <= '9';
-  const std::optional<Date> date = isPlain ? dateFromText(digits) : std::nullopt;
+  const bool isPlain =
+      digits.size() >= shortest && digits.size() <= length && digits.front() >= '0' && digits.front() <= '9';
+  const std::string padding(isPlain ? length - digits.size() : 0, '0');
+  const std::optional<Date> date = isPlain ? dateFromText(padding + std::string(digits)) : std::nullopt;
   if (!date) return unreadable(text, "a date");
   return Value(*date);
 }

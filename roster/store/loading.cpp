@@ -12,7 +12,8 @@ namespace roster {
 namespace {
 
 /// Enters the record once for each fixer that lets it pass. Returns whether a fixer did anything.
-bool fixAndEnter(const AccountPtr& account, const RuntimeFixers& fixers, AccountIndexes& indexes) {
+bool fixAndEnter(const AccountPtr& account, const RuntimeFixers& fixers, AccountIndexes& indexes,
+                 ChildrenAllowance& allowance) {
   bool isFixed = false;
   for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : fixers) {
     const FixResult result = fixer->fixBasicAccountIfNeededLoggingMessage(account, "loading accounts");
@@ -23,7 +24,12 @@ bool fixAndEnter(const AccountPtr& account, const RuntimeFixers& fixers, Account
     const bool isNew = indexes.setTopLevel(identifier, account);
     if (!isNew) indexes.removeChildrenOf(identifier);
     indexes.topLevelAccounts()->append(account);
-    indexes.addChildrenOf(account, identifier);
+    if (allowance.covers(account->accountPropertyForKey(kAccountChildAccounts))) {
+      indexes.addChildrenOf(account, identifier);
+    } else {
+      systemLog("Ignoring the children of account %@: too many accounts share long lists of them",
+                identifier);
+    }
   }
   return isFixed;
 }
@@ -81,6 +87,7 @@ void StoreState::load(const Array& accounts, RuntimeFixers newFixers) {
   indexes.reserve(accounts.size());
   bool isAnythingFixed = false;
   Salvage salvage(accounts);
+  ChildrenAllowance allowance;
   const RecordArena arena(accounts.size());
   for (const Value& element : accounts) {
     const std::optional<Dictionary> properties = salvage.usable(element).dictionary();
@@ -90,7 +97,7 @@ void StoreState::load(const Array& accounts, RuntimeFixers newFixers) {
                 "-[AccountsManager _initWithAccountsInfo:]", element);
       continue;
     }
-    if (fixAndEnter(account, fixers, indexes)) isAnythingFixed = true;
+    if (fixAndEnter(account, fixers, indexes, allowance)) isAnythingFixed = true;
   }
   if (isAnythingFixed) tellFixers(false);
   takeSnapshot();

@@ -1,6 +1,5 @@
 #include "roster/store/salvage.h"
 
-#include <algorithm>
 #include <vector>
 
 #include "roster/base/limits.h"
@@ -8,67 +7,67 @@
 
 namespace roster {
 
-namespace {
-
-/// How far down a faulty element is taken apart: its properties, their elements, and the properties of those.
-/// A child account is an element of a property.
-constexpr int salvageDepth = 3;
-
-}  // namespace
-
-Salvage::Salvage(const Array& accounts) : isDamaged_(Value(accounts).fault() != Fault::none) {}
-
 Value Salvage::usable(const Value& element) {
-  return isDamaged_ ? usablePart(element, salvageDepth, false) : element;
+  return element.fault() == Fault::none ? element : usablePart(element, depth).value;
 }
 
-Value Salvage::usablePart(const Value& value, int levels, bool isRepeated) {
-  if (value.fault() == Fault::none) return fits(value, isRepeated) ? value : Value();
-  if (levels == 0 || !isAffordable(value, isRepeated)) return {};
-  return value.isArray() ? usableArray(*value.array(), levels, isRepeated)
-                         : usableDictionary(*value.dictionary(), levels, isRepeated);
+Salvage::Part Salvage::usablePart(const Value& value, std::size_t levels) {
+  if (value.isNil()) return {};
+  if (value.fault() == Fault::none) return {value, sizeOf(value)};
+  if (levels == 0) return {};
+  const auto known = parts_[levels - 1].find(value.identity());
+  if (known != parts_[levels - 1].end()) return known->second;
+  Part part = value.isArray() ? usableElements(*value.array(), levels - 1)
+                              : usableEntries(*value.dictionary(), levels - 1);
+  parts_[levels - 1].emplace(value.identity(), part);
+  return part;
 }
 
-Value Salvage::usableArray(const Array& array, int levels, bool isRepeated) {
+Salvage::Part Salvage::usableElements(const Array& array, std::size_t levels) {
   std::vector<Value> elements;
+  std::uint64_t size = 1;
   for (const Value& element : array) {
-    Value part = usablePart(element, levels - 1, isRepeated);
-    if (!part.isNil()) elements.push_back(std::move(part));
+    Part part = usablePart(element, levels);
+    if (part.value.isNil() || size + part.size > limits::unfoldingAllowance) continue;
+    size += part.size;
+    elements.push_back(std::move(part.value));
   }
-  return Array(std::move(elements));
+  return {Array(std::move(elements)), size};
 }
 
-Value Salvage::usableDictionary(const Dictionary& dictionary, int levels, bool isRepeated) {
+Salvage::Part Salvage::usableEntries(const Dictionary& dictionary, std::size_t levels) {
   MutableDictionary entries;
+  std::uint64_t size = 1;
   for (const DictionaryEntry& entry : dictionary) {
     if (entry.key.isNil()) continue;
-    Value part = usablePart(entry.value, levels - 1, isRepeated);
-    if (!part.isNil()) entries.set(entry.key, std::move(part));
+    Part part = usablePart(entry.value, levels);
+    if (part.value.isNil() || size + part.size + 1 > limits::unfoldingAllowance) continue;
+    size += part.size + 1;
+    entries.set(entry.key, std::move(part.value));
   }
-  return Value(entries).deepCopy();
+  return {Value(entries).deepCopy(), size};
 }
 
-/// Whether a sound value can be taken whole.
-bool Salvage::fits(const Value& value, bool isRepeated) {
-  if (!isAffordable(value, isRepeated)) return false;
-  const auto fitsToo = [&](const Value& part) { return fits(part, isRepeated); };
-  if (value.isArray()) {
-    const Array array = *value.array();
-    return std::all_of(array.begin(), array.end(), fitsToo);
+/// Goes no deeper than the library follows, since the value is sound.
+std::uint64_t Salvage::sizeOf(const Value& sound) {
+  if (!sound.isArray() && !sound.isDictionary()) return 1;
+  const auto known = sizes_.find(sound.identity());
+  if (known != sizes_.end()) return known->second;
+  std::uint64_t size = 1;
+  if (const std::optional<Array> array = sound.array()) {
+    for (const Value& element : *array) size += sizeOf(element);
+  } else {
+    for (const DictionaryEntry& entry : *sound.dictionary()) size += 1 + sizeOf(entry.value);
   }
-  if (!value.isDictionary()) return true;
-  const Dictionary dictionary = *value.dictionary();
-  return std::all_of(dictionary.begin(), dictionary.end(),
-                     [&](const DictionaryEntry& entry) { return fitsToo(entry.value); });
+  sizes_.emplace(sound.identity(), size);
+  return size;
 }
 
-/// What is met for the first time is bounded by the size of the file; what is met again, with all that it
-/// holds, is counted.
-bool Salvage::isAffordable(const Value& value, bool& isRepeated) {
-  if (!isRepeated && (value.isArray() || value.isDictionary())) {
-    isRepeated = !met_.insert(value.identity()).second;
-  }
-  return !isRepeated || ++repetitions_ <= limits::unfoldingAllowance;
+bool ChildrenAllowance::covers(const Value& children) {
+  const std::optional<Array> list = children.array();
+  if (!list || met_.insert(children.identity()).second) return true;
+  repetitions_ += list->size();
+  return repetitions_ <= limits::unfoldingAllowance;
 }
 
 }  // namespace roster

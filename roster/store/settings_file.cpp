@@ -40,6 +40,16 @@ std::optional<Error> damageOf(const Array& accounts) {
   return std::nullopt;
 }
 
+/// A fault of the file beside its accounts, which are sound, but share so much that the whole would be too
+/// large. That alone is no damage: each account is read by itself.
+Fault faultBesideAccounts(const Dictionary& root) {
+  for (const DictionaryEntry& entry : root) {
+    if (entry.key.isNil() || entry.value.isNil()) return Fault::unknownObject;
+    if (entry.key != kPlistAccountsKey && entry.value.fault() != Fault::none) return entry.value.fault();
+  }
+  return Fault::none;
+}
+
 /// What about the file cannot be read as a registry.
 std::optional<Error> damageOf(const Value& file, const Dictionary& root,
                               const std::optional<Array>& accounts) {
@@ -47,8 +57,9 @@ std::optional<Error> damageOf(const Value& file, const Dictionary& root,
   if (accounts) {
     if (std::optional<Error> found = damageOf(*accounts)) return found;
   }
-  if (file.fault() != Fault::none)
-    return damage("it has a value that " + std::string(describe(file.fault())));
+  const bool isOnlyLarge = accounts && file.fault() == Fault::tooLarge;
+  const Fault fault = isOnlyLarge ? faultBesideAccounts(root) : file.fault();
+  if (fault != Fault::none) return damage("it has a value that " + std::string(describe(fault)));
   // A file with only a version may be intended. Without it the accounts may be there, but not under their
   // key.
   const bool isEmptyRegistry = root.size() == 1 && root.contains(kPlistVersionKey);

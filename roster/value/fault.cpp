@@ -26,6 +26,8 @@ std::string_view describe(Fault fault) {
       return "holds a string that is not valid text";
     case Fault::badNumber:
       return "holds a number out of range";
+    case Fault::badScalar:
+      return "holds a number, a date or data that cannot be read";
     case Fault::overlaps:
       return "overlaps another part of the file";
   }

@@ -21,6 +21,7 @@ enum class Fault : std::uint8_t {
   badKey,          ///< A key of a dictionary is no text.
   badText,         ///< It holds a text that cannot be decoded.
   badNumber,       ///< It holds a number that does not fit.
+  badScalar,       ///< It held a number, a date or data whose text means none; that has been left out.
   overlaps,        ///< It overlaps another object of the file.
 };
 

@@ -12,14 +12,16 @@ std::size_t countLive(const Value& value) { return ValueAccess::holdsLiveDiction
 
 void LiveDictionaryNode::set(std::string_view key, Value value) {
   DictionaryNode& own = ownContents();
-  own.liveValues += countLive(value);
+  const std::size_t live = countLive(value);
   if (Value* old = own.entries.find(key)) {
-    own.liveValues -= countLive(*old);
+    own.liveValues += live - countLive(*old);
     *old = std::move(value);
     return;
   }
+  // A failed attempt may have moved entries, so that walks end, but nothing is counted before it is there.
   ++changes_;
   own.entries.append(String(key), std::move(value));
+  own.liveValues += live;
 }
 
 void LiveDictionaryNode::remove(std::string_view key) {
@@ -31,6 +33,7 @@ void LiveDictionaryNode::remove(std::string_view key) {
   own.entries.erase(key);
 }
 
+/// Until all is copied, the entries stay where they are.
 DictionaryNode& LiveDictionaryNode::ownContents() {
   if (own_ != nullptr && own_->hasOneReference()) return *own_;
   OrderedMap<Value> entries;
@@ -40,7 +43,7 @@ DictionaryNode& LiveDictionaryNode::ownContents() {
     for (const DictionaryEntry& entry : stored) {
       if (!entry.key.isNil() && !entry.value.isNil()) entries.set(entry.key, entry.value);
     }
-    // Only where something unreadable was left out do the entries move.
+    // Only where something unreadable is left out do the entries move.
     if (entries.size() != stored.size()) ++changes_;
   } else if (!contents_.isNil()) {
     entries = ValueAccess::dictionaryNode(contents_).entries;

@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <chrono>
 #include <cmath>
 #include <limits>
+#include <tuple>
 
 #include "roster/base/limits.h"
+#include "roster/value/representation.h"
 #include "roster/value/value_description.h"
 #include "tests/support/binary_assembler.h"
 #include "tests/support/values.h"
@@ -20,10 +23,13 @@ std::uint64_t numberBefore(std::string_view file, std::size_t bytesBeforeEnd, un
   return number;
 }
 
-/// The file, or the reason why there is none.
+/// The file, or the reason why there is none, without the place.
 std::string write(const Value& value) {
   const Result<std::string> bytes = binaryPropertyList(value);
-  return bytes ? *bytes : bytes.error().message;
+  if (bytes) return *bytes;
+  const std::string& message = bytes.error().message;
+  constexpr std::string_view start = "a value at ";
+  return message.starts_with(start) ? "a value" + message.substr(message.find(' ', start.size())) : message;
 }
 
 std::string because(Fault fault) { return "a value " + std::string(describe(fault)); }
@@ -132,6 +138,55 @@ TEST(BinaryWriter, RefusesWhatItsReaderWouldRefuse) {
     EXPECT_EQ(write(Dictionary{{text, 1}}), because(Fault::badText)) << name;
   }
   EXPECT_EQ(write(Value()), "there is no value");
+}
+
+TEST(BinaryWriter, SaysWhereTheValueIsThatItRefuses) {
+  const auto registry = [](const Dictionary& more) {
+    auto account = MutableDictionary::copyOf(Dictionary{{"Type", "Mail"}, {"Identifier", "work"}});
+    for (const DictionaryEntry& entry : more) account.set(entry.key, entry.value);
+    return Value(
+        Dictionary{{"Version", 12}, {"Accounts", array(Dictionary(), Dictionary{{"Note", "x"}}, account)}});
+  };
+  MutableDictionary cyclic;
+  cyclic.set("again", array(cyclic));
+  OrderedMap<Value> nilEntries;
+  nilEntries.set(String(), 1);
+  const Value nilKey = ValueAccess::makeDictionary(nilEntries, Fault::none);
+  nilEntries = {};
+  nilEntries.set("k", Value());
+  const Value nilValue = ValueAccess::makeDictionary(nilEntries, Fault::none);
+  Value bomb = "x";
+  for (int i = 0; i < 60; ++i) bomb = array(bomb, bomb);
+  Value deep = array();
+  for (std::size_t i = 0; i < limits::maximumDepth; ++i) deep = array(deep);
+  const std::string account = "\"Accounts\"[2] (work)";
+  const std::tuple<const char*, Value, std::string, Fault> rows[] = {
+      {"a text", registry({{"Note", "\xFF"}}), account + ".\"Note\"", Fault::badText},
+      {"a text in a child",
+       registry({{"ChildAccounts", array(Dictionary{{"Identifier", "c"}, {"N", "\xFF"}})}}),
+       account + ".\"ChildAccounts\"[0] (c).\"N\"", Fault::badText},
+      {"a key", registry({{"\xFF", 1}}), account, Fault::badText},
+      {"a cycle", registry({{"Self", cyclic}}), account + ".\"Self\".\"again\"[0]", Fault::containsItself},
+      {"a nil key", registry({{"D", nilKey}}), account + ".\"D\"", Fault::badKey},
+      {"a nil value", registry({{"D", nilValue}}), account + ".\"D\".\"k\"", Fault::unknownObject},
+      {"too large", registry({{"Bomb", bomb}}), account, Fault::tooLarge},
+      {"too deep", registry({{"Deep", deep}}), account + ".\"Deep\"[0][0][0][0][0]…", Fault::tooDeep},
+      {"a key with a line's end", array(Dictionary{{"a\n", "\xFF"}}), "[0].\"a\\n\"", Fault::badText}};
+  for (const auto& [name, value, place, fault] : rows)
+    EXPECT_EQ(errorOf(binaryPropertyList(value)), "a value at " + place + " " + std::string(describe(fault)))
+        << name;
+  cyclic.remove("again");
+}
+
+TEST(BinaryWriter, WritesChosenNumbersAsFastAsOthers) {
+  // With so many elements a hash table of the standard library has this number of buckets: by their own
+  // values all would fall into one.
+  constexpr std::int64_t buckets = 85'229;
+  std::vector<Value> chosen;
+  for (std::int64_t i = 1; i <= 85'000; ++i) chosen.emplace_back(i * buckets);
+  const auto start = std::chrono::steady_clock::now();
+  write(Array(chosen));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
 }
 
 TEST(BinaryWriter, ValuesMayBeNestedDeeperThanTheStack) {

@@ -127,6 +127,10 @@ class PropertyListPeers(unittest.TestCase):
             with self.subTest(file_format):
                 data = self.copied(converted(ours, file_format))
                 self.assertEqual(typed(plistlib.loads(data)), typed(value))
+        # This converter writes the year 1 as "1", which the standard library does not read.
+        early = [datetime.datetime(1, 1, 1), datetime.datetime(987, 12, 31, 23, 59, 59)]
+        data = self.copied(converted(plistlib.dumps(early, fmt=plistlib.FMT_BINARY), "xml"))
+        self.assertEqual(plistlib.loads(data), early)
 
 
 if __name__ == "__main__":

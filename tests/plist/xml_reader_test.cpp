@@ -28,6 +28,9 @@ TEST(XmlPropertyList, ReadsElementsInEverySpelling) {
       {"<integer> -0x1F\n</integer>", -31},
       {"<integer>+0XFFFFFFFFFFFFFFFF</integer>", UINT64_MAX},
       {"<real>-1.5e-3</real>", -0.0015},
+      {"<date>\n1-01-01T00:00:00Z </date>", Date{-63113904000.0}},
+      {"<date>0001-01-01T00:00:00Z</date>", Date{-63113904000.0}},
+      {"<date>987-12-31T23:59:59Z</date>", *dateFromText("0987-12-31T23:59:59Z")},
       {"<real>+Infinity</real>", INFINITY},
       {"<data>\n\tAA\nEC /+8=\r\n</data>", bytesValue(std::string_view("\x00\x01\x02\xff\xef", 5))},
       {"<array><data/><string/><dict/><true/></array>", array(bytesValue(""), "", Dictionary(), true)},
@@ -73,14 +76,35 @@ TEST(XmlPropertyList, SaysWhatIsWrongAndWhere) {
       {"<integer>18446744073709551616</integer>", "an integer out of range: \"18446744073709551616\""},
       {"<real>1e999</real>", "a real number out of range: \"1e999\""},
       {"<date>2023-02-29T00:00:00Z</date>", "\"2023-02-29T00:00:00Z\" is not a date"},
+      {"<date>123-2-28T00:00:00Z</date>", "\"123-2-28T00:00:00Z\" is not a date"},
       {"<date>2023-02-28T00:00:00.5Z</date>", "\"2023-02-28T00:00:00.5Z\" is not a date"},
       {"<data>YQ==YQ==</data>", "data that is not base64"},
       {"<string>\xC3</string>", "not well-formed (invalid token)"},
   };
   for (const auto& [text, error] : cases)
-    EXPECT_EQ(parseElement(text).error().message, "line 2: " + std::string(error)) << text;
+    EXPECT_EQ(errorOf(parseElement(text)), "line 2: " + std::string(error)) << text;
   EXPECT_EQ(parseElement("<array>\n<true></array>").error().message, "line 3: mismatched tag");
   EXPECT_EQ(parse("\n").error().message, "line 2: no element found");
+}
+
+TEST(XmlPropertyList, InspectedLeavesOutWhatCannotBeReadAndKeepsTheRest) {
+  for (const char* leaf : {"<date>2023-13-01T00:00:00Z</date>", "<integer>18446744073709551616</integer>",
+                           "<data>YQ==YQ==</data>", "<real>1e999</real>", "<integer/>"}) {
+    SCOPED_TRACE(leaf);
+    const std::string file = "<dict><key>list</key><array>" + std::string(leaf) +
+                             "<true/></array><key>a</key><true/><key>a</key>" + leaf +
+                             "<key>z</key><string>kept</string></dict>";
+    const Result<Value> value = parse(file, Soundness::inspected);
+    ASSERT_TRUE(value) << errorOf(value);
+    EXPECT_EQ(value->fault(), Fault::badScalar);
+    const Dictionary root = *value->dictionary();
+    EXPECT_EQ(root.find("list").fault(), Fault::badScalar);
+    EXPECT_EQ(root.find("list").array()->size(), 1U);
+    EXPECT_EQ(root.find("z"), "kept");
+    EXPECT_FALSE(root.contains("a")) << "of a repeated key the last counts";
+    EXPECT_FALSE(parse(file));
+    EXPECT_FALSE(parse(leaf, Soundness::inspected)) << "nothing is left without it";
+  }
 }
 
 TEST(XmlPropertyList, RefusesDeclaredEntitiesAndFetchesNone) {

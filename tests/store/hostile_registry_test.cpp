@@ -105,6 +105,30 @@ TEST_F(HostileRegistryTest, WithWrongTypesUnderAnyKeyKeepsTheOtherAccountsAndThe
   EXPECT_EQ(root().find("Accounts"), array(odd, stored("a")));
 }
 
+TEST_F(HostileRegistryTest, InXmlWithOneValueThatCannotBeReadLosesThatValue) {
+  const std::string bad = "<date>2024-13-01T00:00:00Z</date>";
+  const auto account = [](const std::string& identifier) {
+    return "<dict><key>Type</key><string>CalDAV</string><key>Class</key><string>X</string>"
+           "<key>Identifier</key><string>" +
+           identifier + "</string>";
+  };
+  const std::tuple<const char*, std::string, Dictionary> rows[] = {
+      {"in an account", "<key>Since</key>" + bad, stored("b")},
+      {"in a child",
+       "<key>ChildAccounts</key><array>" + account("c") + "<key>Since</key>" + bad + "</dict></array>",
+       stored("b", {{"ChildAccounts", array(stored("c"))}})},
+      {"in a list", "<key>Dates</key><array>" + bad + "<true/></array>",
+       stored("b", {{"Dates", array(true)}})},
+      {"beside the accounts", "</dict></array><key>Since</key>" + bad + "<key>Others</key><array><dict>",
+       stored("b")}};
+  for (const auto& [row, more, expected] : rows) {
+    const std::string accounts = account("a") + "</dict>" + account("b") + more + "</dict>";
+    expectUsable(row, "<plist><dict><key>Accounts</key><array>" + accounts + "</array></dict></plist>",
+                 "a b");
+    EXPECT_EQ(storedAccount(1), expected) << row;
+  }
+}
+
 TEST_F(HostileRegistryTest, DamagedAtAnyByteLosesNothingSilently) {
   FileCalls withoutSync = fileCalls();
   withoutSync.fsync = [](int) { return 0; };
@@ -155,6 +179,32 @@ TEST_F(HostileRegistryTest, WithPartsWithoutEndKeepsTheRestOfTheAccounts) {
   EXPECT_NE(AccountsManager::init()->accountWithIdentifier("child"), nullptr) << "it is usable itself";
 }
 
+TEST_F(HostileRegistryTest, WhoseSoundAccountsShareALongListLosesNothing) {
+  constexpr std::size_t length = 60'000;
+  for (const bool isDamaged : {false, true}) {
+    Assembly assembly;
+    const std::uint64_t list = assembly.array(std::vector<std::uint64_t>(length, assembly.text("x")));
+    std::vector<std::uint64_t> accounts;
+    std::string expected;
+    for (int i = 0; i < 30; ++i) {
+      const std::string identifier = "a" + std::to_string(i);
+      accounts.push_back(assembly.account(identifier, {{"List", list}}));
+      expected += (i == 0 ? "" : " ") + identifier;
+    }
+    const std::uint64_t cycle = assembly.array({assembly.next()});
+    const std::uint64_t faulty = assembly.account("faulty", {{"Cycle", cycle}, {"List", list}});
+    if (isDamaged) {
+      accounts.push_back(faulty);
+      expected += " faulty";
+    }
+    expectUsable(isDamaged ? "and one more that is damaged" : "sound", assembly.registry(accounts), expected,
+                 isDamaged);
+    const Result<Array> saved = readRegistryAccounts(device.registryPath());
+    ASSERT_TRUE(saved) << errorOf(saved);
+    for (const Value& account : *saved) EXPECT_EQ(account.dictionary()->find("List").array()->size(), length);
+  }
+}
+
 TEST_F(HostileRegistryTest, WhoseAccountsShareHugePartsCostsNoMoreThanItsSize) {
   // Each account alone is within all limits; together they would be hundreds of millions of values.
   Assembly assembly;
@@ -174,6 +224,10 @@ TEST_F(HostileRegistryTest, WhoseAccountsShareHugePartsCostsNoMoreThanItsSize) {
   store->saveAllAccounts();
   EXPECT_FALSE(store->lastSaveError());
   setSystemLogSink(own);
+  const Result<Array> saved = readRegistryAccounts(device.registryPath());
+  ASSERT_EQ(saved->size(), accounts.size()) << errorOf(saved);
+  for (std::size_t i = 0; i + 1 < saved->size(); ++i)
+    ASSERT_EQ(saved->at(i).dictionary()->find("ChildAccounts").array()->size(), 100'000U) << i;
 }
 
 }  // namespace

@@ -1,6 +1,13 @@
 #include "roster/value/value.h"
 
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -197,6 +204,31 @@ TEST(MutableDictionary, ChangesEndAWalk) {
   EXPECT_NO_THROW(walk([](auto& dictionary, auto& key) { dictionary.set(key, "changed"); }));
   EXPECT_NO_THROW(walk([](auto& dictionary, auto&) { dictionary.remove("absent"); }));
   EXPECT_NO_THROW(walk([](auto& dictionary, auto&) { EXPECT_EQ(dictionary.deepCopy(), dictionary); }));
+}
+
+TEST(TextTable, HasASeedAndXmlIsReadWhereTheSystemGivesNoRandomNumbers) {
+  const pid_t process = fork();
+  if (process == 0) {
+    // Neither from the call nor from a file: not one can be opened any more.
+    const rlimit noFiles{0, 0};
+    sock_filter refusing[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_getrandom, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{std::size(refusing), refusing};
+    const bool isRefused = setrlimit(RLIMIT_NOFILE, &noFiles) == 0 &&
+                           prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+                           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+    if (!isRefused) _exit(77);
+    _exit(drawSeed() != drawSeed() && parse("<plist><true/></plist>") ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(process, &status, 0), process);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << "the system has no filters for calls";
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "ended with status " << status;
+  EXPECT_NE(drawSeed(), drawSeed());
 }
 
 TEST(OrderedMap, BehavesLikeAPlainList) {
