@@ -94,7 +94,7 @@ const Dictionary& BasicAccount::currentProperties() const {
   return _properties ? *_properties : _originalProperties;
 }
 
-Dictionary BasicAccount::propertiesToSave() const { return currentProperties(); }
+Dictionary BasicAccount::propertiesToSave() const { return properties(); }
 
 MutableDictionary BasicAccount::properties() const {
   if (!_properties) _properties = MutableDictionary::copyOf(_originalProperties);
@@ -120,10 +120,10 @@ void BasicAccount::_forcedSetAccountPropertyForKey(const Value& value, std::stri
 }
 
 String BasicAccount::textForKey(std::string_view key) const {
-  String text = accountPropertyForKey(key).string();
-  // A value of another type hides nothing: it counts as absent.
-  if (text.isNil() && _parentAccount) return _parentAccount->textForKey(key);
-  return text;
+  const Value value = accountPropertyForKey(key);
+  // A value of another type hides nothing: it counts as absent. No value at all is an answer.
+  const bool isHidden = !value.isNil() && !value.isString();
+  return isHidden && _parentAccount ? _parentAccount->textForKey(key) : value.string();
 }
 
 String BasicAccount::identifier() const { return textForKey(kAccountIdentifier); }
@@ -160,6 +160,16 @@ std::string BasicAccount::description() const {
 
 String BasicAccount::parentAccountIdentifier() const {
   return _parentAccount ? _parentAccount->identifier() : String();
+}
+
+void BasicAccount::setParentAccount(AccountPtr parent) {
+  for (const BasicAccount* ancestor = parent.get(); ancestor != nullptr;
+       ancestor = ancestor->_parentAccount.get()) {
+    if (ancestor != this) continue;
+    assertionFailed("-[BasicAccount setParentAccount:]", sourceFile, "An account cannot be its own ancestor");
+    return;
+  }
+  _parentAccount.swap(parent);
 }
 
 void BasicAccount::setOriginalProperties(const Dictionary& properties) {

@@ -1,3 +1,4 @@
+#include "roster/account/saved_properties.h"
 #include "roster/diag/debug_log.h"
 #include "roster/platform/system_log.h"
 #include "roster/store/accounts_manager.h"
@@ -17,8 +18,8 @@ std::vector<Value> mergedAccounts(const AccountsManager& store, const AccountsMa
     const String identifier = account->identifier();
     const AccountPtr found = identifier ? onDisk.accountWithIdentifier(identifier) : nullptr;
     const Dictionary properties = store.mergeInMemoryPropertiesOriginalPropertiesOnDiskProperties(
-        account->propertiesToSave(), account->originalProperties(),
-        found ? found->propertiesToSave() : Dictionary());
+        SavedProperties::of(*account), account->originalProperties(),
+        found ? SavedProperties::of(*found) : Dictionary());
     merged.emplace_back(properties);
     RSLog("%@:%@", account->type(), properties);
   }
@@ -57,7 +58,7 @@ void AccountsManager::saveAllAccounts() {
   _state->lastSaveError.reset();
   if (saved) {
     for (const AccountPtr& account : *_state->indexes.topLevelAccounts()) {
-      account->setOriginalProperties(account->propertiesToSave());
+      account->setOriginalProperties(SavedProperties::of(*account));
     }
   } else {
     _state->lastSaveError = saved.error();
