@@ -176,12 +176,15 @@ int migrate(const Options& options) {
   return done;
 }
 
-int waitForMigration(const Options& /*options*/) {
-  const std::shared_ptr<NamedLock> lock = AccountsManager::createAndLockMigrationLock();
-  if (!lock) {
-    throw CommandError("could not wait for a migration", "the lock cannot be had; --verbose tells why");
+int waitForMigration(const Options& options) {
+  {
+    const Result<std::shared_ptr<NamedLock>> lock = takeMigrationLock();
+    if (!lock) throw CommandError("could not wait for a migration", lock.error().message);
   }
-  AccountsManager::releaseMigrationLock(lock);
+  // Whoever held the lock may have failed, or may have been killed.
+  for (const std::string& reason : reasonsToMigrate(askedMigrationNeed(options))) {
+    warn("no migration is running, but one is still due", reason);
+  }
   return done;
 }
 

@@ -176,8 +176,13 @@ void printJsonLine(const nlohmann::ordered_json& document) { writeJson(document,
 void flushOutput() {
   errno = 0;
   if (std::cout.flush()) return;
-  const std::string why = errno == 0 ? "it takes no more" : std::generic_category().message(errno);
-  throw CommandError("could not write to the standard output", why);
+  if (errno == 0) {
+    // The write that failed was an earlier one, and what the system said of it is forgotten: one more tells.
+    std::cout.clear();
+    std::cout << '\n' << std::flush;
+  }
+  const int errorNumber = errno == 0 ? EIO : errno;
+  throw CommandError("could not write to the standard output", std::generic_category().message(errorNumber));
 }
 
 }  // namespace roster::tool

@@ -95,7 +95,7 @@ const Dictionary& BasicAccount::currentProperties() const {
   return _properties ? *_properties : _originalProperties;
 }
 
-Dictionary BasicAccount::propertiesToSave() const { return currentProperties(); }
+Dictionary BasicAccount::propertiesToSave() const { return properties(); }
 
 MutableDictionary BasicAccount::properties() const {
   if (!_properties) _properties = MutableDictionary::copyOf(_originalProperties);
@@ -121,10 +121,10 @@ void BasicAccount::_forcedSetAccountPropertyForKey(const Value& value, std::stri
 }
 
 String BasicAccount::textForKey(std::string_view key) const {
-  String text = accountPropertyForKey(key).string();
-  // A value of another type hides nothing: it counts as absent.
-  if (text.isNil() && _parentAccount) return _parentAccount->textForKey(key);
-  return text;
+  const Value value = accountPropertyForKey(key);
+  // A value of another type hides nothing: it counts as absent. No value at all is an answer.
+  const bool isHidden = !value.isNil() && !value.isString();
+  return isHidden && _parentAccount ? _parentAccount->textForKey(key) : value.string();
 }
 
 String BasicAccount::identifier() const { return textForKey(kAccountIdentifier); }
@@ -159,14 +159,21 @@ std::string BasicAccount::description() const {
   return "<BasicAccount: " + type().str() + " " + identifier().str() + ">";
 }
 
-void BasicAccount::setParentAccount(AccountPtr parent) {
-  if (_parentAccount && _parentAccount != parent)
-    countOfParentChanges().fetch_add(1, std::memory_order_relaxed);
-  _parentAccount.swap(parent);
-}
-
 String BasicAccount::parentAccountIdentifier() const {
   return _parentAccount ? _parentAccount->identifier() : String();
+}
+
+void BasicAccount::setParentAccount(AccountPtr parent) {
+  for (const BasicAccount* ancestor = parent.get(); ancestor != nullptr;
+       ancestor = ancestor->_parentAccount.get()) {
+    if (ancestor != this) continue;
+    assertionFailed("-[BasicAccount setParentAccount:]", sourceFile, "An account cannot be its own ancestor");
+    return;
+  }
+  if (_parentAccount && _parentAccount != parent) {
+    countOfParentChanges().fetch_add(1, std::memory_order_relaxed);
+  }
+  _parentAccount.swap(parent);
 }
 
 void BasicAccount::setOriginalProperties(const Dictionary& properties) {

@@ -15,6 +15,7 @@
 namespace roster {
 
 class RecordArena;
+class SavedProperties;
 
 /// The record of one account: its properties, its parent if it is a child account, and a snapshot of the
 /// properties as they were last loaded or saved.
@@ -64,7 +65,9 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
 
   // ---- Properties
 
-  /// The record's own value under the key, else its parent's, up the whole chain; nil when none has it.
+  /// The record's own value under the key, else its parent's, up the whole chain; nil when none has it. All
+  /// getters and lists read through it, so a subclass that overrides it decides what they answer; where it
+  /// answers nil, they find nothing.
   virtual Value accountPropertyForKey(std::string_view key) const;
   /// Puts the value under the key; nil removes it. "Class" and "Type" are silently left as they are.
   virtual void setAccountPropertyForKey(const Value& value, std::string_view key);
@@ -72,7 +75,7 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   virtual void removeAccountPropertyForKey(std::string_view key);
   /// The live properties themselves: changes made through the result are changes of the record.
   MutableDictionary properties() const;
-  /// What a save writes for this account: its properties, unless a subclass leaves out or adds some.
+  /// What a save writes for this account: its live `properties`, unless a subclass leaves out or adds some.
   virtual Dictionary propertiesToSave() const;
 
   // ---- Identity and words
@@ -100,7 +103,8 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
 
   /// The parent's record; nil for a top-level account.
   const AccountPtr& parentAccount() const { return _parentAccount; }
-  /// Puts the account below another, or makes it a top-level one with nil. The record keeps its parent.
+  /// Puts the account below another, or makes it a top-level one with nil. The record keeps its parent. A
+  /// parent that is the record itself or has it above itself is an assertion failure and changes nothing.
   void setParentAccount(AccountPtr parent) override;
   /// The parent's identifier; nil for a top-level account.
   String parentAccountIdentifier() const;
@@ -134,8 +138,9 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   // account's type, at the first request, and then kept. A failure is not kept: the next request tries again.
 
   /// The object that implements the account in full. What is wrong with the table or the plug-in is an
-  /// assertion failure; the result is nil when its handler returns. The loader, which may be nil, is asked
-  /// only while there is no full account yet. The record keeps the result.
+  /// assertion failure; the result is nil when its handler returns. So is a creator or a loader that asks for
+  /// the account that it is making. The loader, which may be nil, is asked only while there is no full
+  /// account yet. The record keeps the result.
   std::shared_ptr<AccountFullAccountProtocol> fullAccountUsingLoader(AccountLoaderProtocol* loader);
 
   /// Asks the sync account to refresh the contents of one container, named as the account's server names it.
@@ -281,6 +286,7 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
 
  private:
   friend class RecordArena;
+  friend class SavedProperties;
 
   ROSTER_HIDDEN const Dictionary& currentProperties() const;
   ROSTER_HIDDEN String textForKey(std::string_view key) const;

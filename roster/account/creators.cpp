@@ -31,6 +31,36 @@ auto madeBy(const ClassObject& creator, const Make& make) -> decltype(make()) {
   return nullptr;
 }
 
+/// The records of this thread whose full or sync account is being made. Foreign code does the making, and may
+/// ask for the very account.
+class Making {
+ public:
+  enum class Kind { fullAccount, syncAccount };
+  Making(const BasicAccount& record, Kind kind) : record_(&record), kind_(kind), outer_(innermost()) {
+    for (const Making* other = outer_; other != nullptr; other = other->outer_) {
+      if (other->record_ == record_ && other->kind_ == kind_) isRepeated_ = true;
+    }
+    innermost() = this;
+  }
+  Making(const Making&) = delete;
+  Making& operator=(const Making&) = delete;
+  ~Making() { innermost() = outer_; }
+
+  /// Whether a call further out makes the same account already.
+  bool isRepeated() const { return isRepeated_; }
+
+ private:
+  static Making*& innermost() {
+    thread_local Making* making = nullptr;
+    return making;
+  }
+
+  const BasicAccount* record_;
+  Kind kind_;
+  Making* outer_;
+  bool isRepeated_ = false;
+};
+
 }  // namespace
 
 const Dictionary* BasicAccount::_accountCreationMap() {
@@ -82,7 +112,15 @@ String BasicAccount::syncAccountCreatorClassNameForAccountType(std::string_view 
 
 std::shared_ptr<AccountFullAccountProtocol> BasicAccount::fullAccountUsingLoader(
     AccountLoaderProtocol* loader) {
+  // Foreign code may drop every other handle of the record.
+  const AccountPtr kept = shared_from_this();
   if (!_fullAccount) {
+    const Making making(*this, Making::Kind::fullAccount);
+    if (making.isRepeated()) {
+      assertionFailed(fullAccountOperation, sourceFile,
+                      formatted("The creator of the account with id %@ asks for that account", identifier()));
+      return nullptr;
+    }
     const String className = fullAccountCreatorClassNameForAccountTypeLoader(type(), loader);
     const ClassObject* creator = findClass(className);
     if (creator == nullptr) {
@@ -101,7 +139,7 @@ std::shared_ptr<AccountFullAccountProtocol> BasicAccount::fullAccountUsingLoader
     made->setParentAccount(_parentAccount);
     setFullAccount(std::move(made));
   }
-  if (_fullAccount.get() == this) return shared_from_this();
+  if (_fullAccount.get() == this) return kept;
   return _fullAccount;
 }
 
@@ -130,6 +168,12 @@ void BasicAccount::setFullAccount(std::shared_ptr<AccountFullAccountProtocol> fu
 
 std::shared_ptr<AccountRefreshProtocol> BasicAccount::_cachedSyncAccount() {
   if (_syncAccount) return _syncAccount;
+  const AccountPtr kept = shared_from_this();
+  const Making making(*this, Making::Kind::syncAccount);
+  if (making.isRepeated()) {
+    systemLog("ERROR: The creator of the sync account with id %@ asks for that account", identifier());
+    return nullptr;
+  }
   const String className = syncAccountCreatorClassNameForAccountType(type());
   if (className.isNil()) return nullptr;
   const ClassObject* creator = findClass(className);
@@ -140,7 +184,7 @@ std::shared_ptr<AccountRefreshProtocol> BasicAccount::_cachedSyncAccount() {
   }
   _syncAccount = madeBy(*creator, [&] {
     return requiredOperation(*creator, &SyncAccountCreationProtocol::accountToRefreshForBasicAccount,
-                             "accountToRefreshForBasicAccount:")(shared_from_this());
+                             "accountToRefreshForBasicAccount:")(kept);
   });
   if (!_syncAccount) {
     systemLog("ERROR: Could not create the account with class %@ and id %@", className, identifier());

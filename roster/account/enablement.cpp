@@ -42,9 +42,10 @@ std::vector<Value> setMembers(const Value& stored) {
 }  // namespace
 
 std::optional<StringList> BasicAccount::listForKey(std::string_view key) const {
-  std::optional<StringList> list = stringList(accountPropertyForKey(key));
-  // As with texts, a value of another type hides nothing.
-  if (!list && _parentAccount) return _parentAccount->listForKey(key);
+  const Value value = accountPropertyForKey(key);
+  std::optional<StringList> list = stringList(value);
+  // As with texts, a value of another type hides nothing, and no value is an answer.
+  if (!list && !value.isNil() && _parentAccount) return _parentAccount->listForKey(key);
   return list;
 }
 

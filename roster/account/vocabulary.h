@@ -115,7 +115,9 @@ extern ROSTER_EXPORT const std::string_view kPlistVersionKey;
 extern ROSTER_EXPORT const std::string_view kPlistAccountsKey;
 /// "com.nimbal.roster.plist": the bare file name.
 extern ROSTER_EXPORT const std::string_view kAccountsFilename;
-/// A plain C string with an absolute path: the marker of a running migration, for programs that look for it.
+/// A plain C string with an absolute path, "/tmp/AccountMigrationInProgress". Below `deviceRoot`, a marker
+/// stands there while a migration runs, for programs that look for it. It may be missing, or left behind by a
+/// process that was killed: only `takeMigrationLock` tells for certain.
 extern ROSTER_EXPORT const char kAccountMigrationLockFilename[];
 
 // Keys of a change record, as notifiers receive it.

@@ -4,10 +4,12 @@
 
 #include "roster/base/foreign_code.h"
 #include "roster/base/single_line.h"
+#include "roster/platform/device.h"
 #include "roster/platform/file_system.h"
 #include "roster/platform/plugin.h"
 #include "roster/platform/system_log.h"
 #include "roster/store/accounts_manager.h"
+#include "roster/store/settings_file.h"
 
 namespace roster {
 
@@ -16,7 +18,6 @@ namespace {
 using Outcome = MigrationReport::Outcome;
 using Migrator = std::shared_ptr<AccountMigrationProtocol>;
 
-constexpr std::string_view lockName = "AccountMigrationInProgress";
 constexpr std::string_view migratorClass = "AccountsDataMigrator";
 
 /// A bundle is a folder.
@@ -78,11 +79,21 @@ MigrationReport runMigrator(const MigrationNeed& need) {
                               : isDone.error());
 }
 
-Result<std::shared_ptr<NamedLock>> takeMigrationLock() {
-  Result<std::shared_ptr<NamedLock>> lock = takeNamedLock(lockName);
-  if (!lock) systemLog("Could not take the lock %@: %@", lockName, lock.error().message);
-  return lock;
-}
+std::string markerPath() { return deviceRoot() + kAccountMigrationLockFilename; }
+
+/// Shows other programs that a migration runs, as well as that can be: whether it does is what the lock says.
+class MigrationMarker {
+ public:
+  MigrationMarker() : isMade_(bool(makeMarker(markerPath()))) {}
+  MigrationMarker(const MigrationMarker&) = delete;
+  MigrationMarker& operator=(const MigrationMarker&) = delete;
+  ~MigrationMarker() {
+    if (isMade_) static_cast<void>(removeFile(markerPath()));
+  }
+
+ private:
+  bool isMade_;
+};
 
 }  // namespace
 
@@ -93,17 +104,30 @@ MigrationNeed migrationNeed() {
   return need;
 }
 
+Result<std::shared_ptr<NamedLock>> takeMigrationLock() {
+  Result<std::shared_ptr<NamedLock>> lock = takeNamedLock(migrationLockName, rosterAccountsPath());
+  if (!lock) {
+    systemLog("Could not take the lock %@: %@", migrationLockName, lock.error().message);
+  } else if (fileExists(markerPath())) {
+    // Nobody migrates now, so it is that of a process that was killed.
+    static_cast<void>(removeFile(markerPath()));
+  }
+  return lock;
+}
+
 MigrationReport migrateIfNeeded() {
   const MigrationNeed before = migrationNeed();
   if (!before.isAny()) return {};
   // Released when it goes out of scope, whatever ends the migration.
   const Result<std::shared_ptr<NamedLock>> lock = takeMigrationLock();
   if (!lock) {
-    return failureReport(Outcome::notLocked, before,
-                         Error(lock.error().code, "the migration lock cannot be had"));
+    return failureReport(
+        Outcome::notLocked, before,
+        Error(lock.error().code, "the migration lock cannot be had: " + lock.error().message));
   }
   const MigrationNeed need = migrationNeed();
   if (!need.isAny()) return {Outcome::doneByAnother, before, std::nullopt};
+  const MigrationMarker marker;
   if (need.isFromOldFiles()) AccountsManager::removeNewRosterToMigrateOldAccountInformation();
   return runMigrator(need);
 }

@@ -8,6 +8,7 @@
 
 #include "roster/base/export.h"
 #include "roster/base/result.h"
+#include "roster/platform/named_lock.h"
 
 namespace roster {
 
@@ -50,6 +51,11 @@ struct MigrationReport {
 /// What there is to be migrated now. Looks at the files and changes nothing; the system log gets a line when
 /// something has to be migrated. What cannot be looked at does not count. May be called from any thread.
 ROSTER_EXPORT MigrationNeed migrationNeed();
+
+/// Waits for the lock that is held while a migration runs, and takes it; while it is held, no migration runs.
+/// The error, which the system log tells too, says why the lock cannot be had; `takeNamedLock` tells what the
+/// lock is. May be called from any thread. An addition.
+[[nodiscard]] ROSTER_EXPORT Result<std::shared_ptr<NamedLock>> takeMigrationLock();
 
 /// Migrates if something has to be: waits for the migration lock, looks again, removes a registry that is
 /// made anew from older files, makes the sync-accounts daemon quit, and runs the migrator plug-in. What the
@@ -98,9 +104,10 @@ struct ROSTER_EXPORT AccountMigratorProtocol {
 /// The command name of the sync-accounts daemon.
 inline constexpr const char* syncDaemonName = "tesserad";
 
-/// The identifier of the first process, in the order of identifiers, whose command name equals the given one
-/// in its first 16 characters; -1 when there is none or the processes cannot be listed. May be called from
-/// any thread.
+/// The identifier of the first process of the device, in the order of identifiers, whose command name equals
+/// the given one in its first 16 characters; -1 when there is none or the processes cannot be listed. Where a
+/// `deviceRoot` is set, only processes that were started with the same ROSTER_ROOT, and the calling one, are
+/// of the device. May be called from any thread.
 ROSTER_EXPORT std::int32_t _PIDForProcessNamed(const char* name);
 
 }  // namespace roster

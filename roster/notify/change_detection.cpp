@@ -4,6 +4,7 @@
 #include <iterator>
 #include <unordered_set>
 
+#include "roster/account/saved_properties.h"
 #include "roster/account/vocabulary.h"
 #include "roster/notify/snapshot_properties.h"
 #include "roster/platform/system_log.h"
@@ -111,7 +112,7 @@ Snapshot::Snapshot(std::span<const AccountPtr> accounts) : Snapshot() {
       systemLog("%@ returned a nil identifier. Account properties may not get saved", account->description());
       continue;
     }
-    properties_->add(identifier, account->propertiesToSave().deepCopy());
+    properties_->add(identifier, SavedProperties::of(*account).deepCopy());
   }
 }
 
@@ -141,7 +142,7 @@ std::vector<AccountChange> changesBetween(const Snapshot& before, const Snapshot
 std::vector<AccountChange> detectChanges(const Snapshot& snapshot,
                                          const OrderedMap<AccountPtr>& accountsByID) {
   return differences(SnapshotProperties::of(snapshot).byID(), accountsByID,
-                     [](const AccountPtr& account) { return account->propertiesToSave(); });
+                     [](const AccountPtr& account) { return SavedProperties::of(*account); });
 }
 
 StringList concernedDataclasses(const AccountChange& change) {

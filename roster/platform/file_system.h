@@ -16,13 +16,15 @@ Result<Bytes> readFile(const std::string& path);
 
 /// Puts the bytes at the path in one step: a reader finds the old file or the new one, never part of one, and
 /// after success the new one survives a power cut. Missing folders on the way are made. The old file's mode
-/// and owner are kept; a new file is private to its owner (0600).
+/// and owner are kept. A new file takes over those of the regular file at `modelPath`, as far as this process
+/// may set them; without such a file it is private to its owner (0600).
 ///
 /// On failure the error names what failed, with path and system text; the old file is whole and no temporary
 /// file is left. One failure comes too late for that: when only the syncing of the folder fails, the new file
 /// is in place, whole, but may not survive a power cut. Exactly two syncs are made: of the file, and of its
 /// folder. A symbolic link at the path stays, and the file it stands for is replaced.
-Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes);
+Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes,
+                     const std::string& modelPath = {});
 
 enum class FileType {
   missing,  ///< Neither the file nor, perhaps, a folder for it.
@@ -40,6 +42,10 @@ inline bool fileExists(const std::string& path) { return fileType(path) != FileT
 
 /// Removes the file, or the symbolic link; not a folder. Fails when there is none.
 Result<> removeFile(const std::string& path);
+
+/// Makes an empty file that everybody may read. Fails when anything stands at the path, a symbolic link that
+/// leads nowhere too.
+Result<> makeMarker(const std::string& path);
 
 /// Makes `copy` hold the same file as `path`, sharing or copying its contents, without a moment at which
 /// `path` is missing. Fails when `copy` exists.

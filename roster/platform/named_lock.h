@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "roster/base/export.h"
@@ -32,10 +33,14 @@ class ROSTER_EXPORT NamedLock {
 /// Waits, for as long as it takes, until nobody else holds the lock, and takes it. May be called from any
 /// thread.
 ///
-/// The lock is the file ROOT/tmp/NAME, ROOT being `deviceRoot()`, which stays when nobody holds the lock any
-/// more; every user may lock it. Fails with path and cause when there is no such file and it cannot be made,
-/// and when what stands in its place, a symbolic link for one, is not a regular file; the lock is not held
-/// then.
-ROSTER_EXPORT Result<std::shared_ptr<NamedLock>> takeNamedLock(std::string_view name);
+/// The lock is the file ROOT/var/lib/roster/NAME, ROOT being `deviceRoot()`, which stays when nobody holds
+/// the lock any more. It has the owner, group and mode of the file at `modelPath`, as far as the process may
+/// set them, so whoever may use that file may lock; before there is that file it has those of its folder, and
+/// without a path it belongs to the user who made it. A lock file that is replaced meanwhile is waited for
+/// anew. Fails with path and cause when there is no such file and it cannot be made, when it may not be
+/// opened, and when what stands in its place, a symbolic link for one, is not a regular file; the lock is not
+/// held then.
+ROSTER_EXPORT Result<std::shared_ptr<NamedLock>> takeNamedLock(std::string_view name,
+                                                               const std::string& modelPath = {});
 
 }  // namespace roster

@@ -24,7 +24,8 @@ namespace roster {
 ///
 /// On failure the error says which it was, with the loader's text where there is one: the library cannot be
 /// opened or has an unresolved symbol, has no entry, has one of another version, was built with other layouts
-/// of the classes that it shares with this library, or threw. No class of it is known then, and the next call
+/// of the classes that it shares with this library, threw, or is being loaded, which is so when its own entry
+/// asks for an account that it is to provide. No class of it is known then, and the next call
 /// tries again. May be called from any thread; plug-ins are loaded one at a time.
 ROSTER_EXPORT Result<> loadPlugin(const std::string& path);
 

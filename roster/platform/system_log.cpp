@@ -1,5 +1,8 @@
 #include "roster/platform/system_log.h"
 
+#include <algorithm>
+#include <charconv>
+
 #include "roster/base/limits.h"
 #include "roster/base/process_wide.h"
 #include "roster/base/single_line.h"
@@ -9,12 +12,42 @@ namespace roster {
 
 namespace {
 
-/// How much of the front of a format asks for an argument; 0 when it asks for none.
-std::size_t placeholderLength(std::string_view format) {
-  if (format.starts_with("%ld")) return 3;
-  const bool isShort = format.size() >= 2 && format[0] == '%' &&
-                       std::string_view("@sdu").find(format[1]) != std::string_view::npos;
-  return isShort ? 2 : 0;
+/// One conversion of a format: "%-8.3ld" or "%2$@".
+struct Conversion {
+  /// How much of the format it takes; 0 when there is none at the front.
+  std::size_t length = 0;
+  /// How many further arguments give widths and precisions, one for each asterisk.
+  std::size_t stars = 0;
+  /// Which argument it names, from 1; 0 for the next one.
+  std::size_t position = 0;
+};
+
+std::size_t skip(std::string_view text, std::size_t offset, std::string_view characters) {
+  return std::min(text.find_first_not_of(characters, offset), text.size());
+}
+
+/// Reads a conversion of printf's grammar, or of its extension "%@", at the front of a format. How wide or
+/// precise it is does not matter: arguments know how they are written.
+Conversion conversionAt(std::string_view format) {
+  constexpr std::string_view digits = "0123456789";
+  constexpr std::string_view conversions = "@diouxXeEfFgGaAcCsSp";
+  Conversion found;
+  std::size_t offset = 1;
+  if (const std::size_t end = skip(format, offset, digits);
+      end > offset && end < format.size() && format[end] == '$') {
+    std::from_chars(&format[offset], &format[end], found.position);
+    offset = end + 1;
+  }
+  const std::size_t start = offset;
+  offset = skip(format, offset, "0123456789-+ #'.*");
+  found.stars =
+      static_cast<std::size_t>(std::count(format.begin() + static_cast<std::ptrdiff_t>(start),
+                                          format.begin() + static_cast<std::ptrdiff_t>(offset), '*'));
+  offset = skip(format, offset, "hlLqjzt");
+  if (offset < format.size() && conversions.find(format[offset]) != std::string_view::npos) {
+    found.length = offset + 1;
+  }
+  return found;
 }
 
 /// How many scopes of this thread silence its log lines.
@@ -35,20 +68,24 @@ std::string LogArgument::text() const {
   }
   if (const auto* value = std::get_if<Value>(&content_)) return describe(*value);
   if (const auto* number = std::get_if<long long>(&content_)) return std::to_string(*number);
+  if (const auto* number = std::get_if<double>(&content_)) return describe(Value(*number));
   return std::to_string(std::get<unsigned long long>(content_));
 }
 
 std::string formatLogLine(std::string_view format, std::span<const LogArgument> arguments) {
   std::string line;
+  std::size_t next = 0;
   while (!format.empty()) {
     if (format.front() != '%') {
       const std::string_view plain = format.substr(0, format.find('%'));
       appendSingleLine(line, plain);
       format.remove_prefix(plain.size());
-    } else if (const std::size_t length = placeholderLength(format); length > 0) {
-      format.remove_prefix(length);
-      appendSingleLine(line, arguments.empty() ? "(null)" : arguments.front().text());
-      if (!arguments.empty()) arguments = arguments.subspan(1);
+    } else if (const Conversion conversion = conversionAt(format); conversion.length > 0) {
+      format.remove_prefix(conversion.length);
+      const bool isNamed = conversion.position > 0;
+      const std::size_t index = isNamed ? conversion.position - 1 : next + conversion.stars;
+      appendSingleLine(line, index < arguments.size() ? arguments[index].text() : "(null)");
+      if (!isNamed) next = index + 1;
     } else {
       line += '%';
       format.remove_prefix(format.starts_with("%%") ? 2 : 1);

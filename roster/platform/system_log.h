@@ -14,10 +14,12 @@ namespace roster {
 
 class LogArgument;
 
-/// Fills in a format of the system log's kind. "%@", "%s", "%d", "%u" and "%ld" each take the next argument,
-/// whatever its type; "%%" is a percent sign. Surplus arguments are ignored and a missing one reads "(null)".
-/// The result is one line: control characters and bytes that are not UTF-8 are escaped. Long texts are cut
-/// off, and an ellipsis says so.
+/// Fills in a format of the system log's kind: "%@" and every conversion of printf ("%s", "%d", "%lu",
+/// "%-8.3f") take the next argument, whatever its type, and "%2$@" the second one; "%%" is a percent sign. An
+/// argument is written as its own type is, so flags, width, precision and length change nothing; an asterisk
+/// takes an argument of its own. Surplus arguments are ignored and a missing one reads "(null)"; a percent
+/// sign before anything else stands for itself. The result is one line: control characters and bytes that are
+/// not UTF-8 are escaped. Long texts are cut off, and an ellipsis says so.
 ROSTER_EXPORT std::string formatLogLine(std::string_view format, std::span<const LogArgument> arguments);
 
 /// Writes one line, formatted by `formatLogLine`, to the system log, unless a scope of this thread silences
@@ -48,6 +50,8 @@ class LogArgument {
   LogArgument(long number) : content_(static_cast<long long>(number)) {}
   /// A number, in decimal digits.
   LogArgument(long long number) : content_(number) {}
+  /// A real number, written as `describe` describes it.
+  LogArgument(double number) : content_(number) {}
   /// A number, in decimal digits.
   LogArgument(unsigned number) : content_(static_cast<unsigned long long>(number)) {}
   /// A number, in decimal digits.
@@ -60,7 +64,7 @@ class LogArgument {
 
   std::string text() const;
 
-  std::variant<std::string_view, Value, long long, unsigned long long> content_;
+  std::variant<std::string_view, Value, long long, unsigned long long, double> content_;
 };
 
 /// The line that `formatLogLine` makes of a format and the arguments behind it.

@@ -1,3 +1,4 @@
+#include "roster/account/saved_properties.h"
 #include "roster/diag/debug_log.h"
 #include "roster/platform/system_log.h"
 #include "roster/store/accounts_manager.h"
@@ -19,8 +20,8 @@ std::vector<Value> mergedAccounts(const AccountsManager& store, const AccountsMa
     // Where the identifier is a child's by now, its parent is found, which is another account.
     if (found && !(found->identifier() == identifier)) found = nullptr;
     const Dictionary properties = store.mergeInMemoryPropertiesOriginalPropertiesOnDiskProperties(
-        account->propertiesToSave(), account->originalProperties(),
-        found ? found->propertiesToSave() : Dictionary());
+        SavedProperties::of(*account), account->originalProperties(),
+        found ? SavedProperties::of(*found) : Dictionary());
     merged.emplace_back(properties);
     RSLog("%@:%@", account->type(), properties);
   }
@@ -61,7 +62,7 @@ void AccountsManager::saveAllAccounts() {
   if (saved) {
     _state->unseen.reset();
     for (const AccountPtr& account : *_state->indexes.topLevelAccounts()) {
-      account->setOriginalProperties(account->propertiesToSave());
+      account->setOriginalProperties(SavedProperties::of(*account));
     }
   } else {
     _state->lastSaveError = saved.error();

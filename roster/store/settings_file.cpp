@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "roster/account/vocabulary.h"
+#include "roster/platform/device.h"
 #include "roster/platform/file_system.h"
 #include "roster/platform/property_list_file.h"
 #include "roster/platform/system_log.h"
@@ -120,25 +121,33 @@ Registry SettingsFile::read() const try {
 
 Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Error>& damage) const {
   const bool isToBeKept = damage && fileExists(path_);
-  const std::string copy = isToBeKept ? nameForDamaged() : std::string();
-  if (isToBeKept) {
-    if (Result<> kept = keepFileAs(path_, copy); !kept) return kept;
-  }
-  Result<> replaced = replaceFile(path_, std::as_bytes(std::span(bytes)));
+  const Result<std::string> copy = isToBeKept ? keepDamaged() : Result<std::string>(std::string());
+  if (!copy) return copy.error();
+  // Elsewhere anybody might put a file that looks like the lock's.
+  const bool isRegistry = path_ == sharedPreferencesPath(kAccountsFilename);
+  const std::string model =
+      isRegistry ? joinPath(folderOf(folderOf(path_)), migrationLockName) : std::string();
+  Result<> replaced = replaceFile(path_, std::as_bytes(std::span(bytes)), model);
   // While the damaged file is still in its place, a second name for it is of no use.
   std::error_code ignored;
-  const bool isLitter = !replaced && isToBeKept && std::filesystem::equivalent(path_, copy, ignored);
-  if (isLitter) std::filesystem::remove(copy, ignored);
+  const bool isLitter = !replaced && isToBeKept && std::filesystem::equivalent(path_, *copy, ignored);
+  if (isLitter) std::filesystem::remove(*copy, ignored);
   if (isToBeKept && !isLitter)
-    systemLog("Kept the damaged registry %@ as %@: %@", path_, copy, damage->message);
+    systemLog("Kept the damaged registry %@ as %@: %@", path_, *copy, damage->message);
   return replaced;
 }
 
-std::string SettingsFile::nameForDamaged() const {
+Result<std::string> SettingsFile::keepDamaged() const {
+  constexpr int maximumAttempts = 1000;
   const std::string base = path_ + ".damaged-" + utcTime();
   std::string name = base;
-  for (int attempt = 2; fileExists(name); ++attempt) name = base + "-" + std::to_string(attempt);
-  return name;
+  for (int attempt = 2;; ++attempt) {
+    const Result<> kept = keepFileAs(path_, name);
+    if (kept) return name;
+    // Only a name that is taken is a reason to try another one.
+    if (kept.error().code != std::errc::file_exists || attempt > maximumAttempts) return kept.error();
+    name = base + "-" + std::to_string(attempt);
+  }
 }
 
 Error naming(const std::string& path, Error error) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "roster/base/result.h"
@@ -12,6 +13,9 @@ namespace roster {
 
 /// The version of the file's layout that this library writes.
 inline constexpr unsigned currentRegistryVersion = 12;
+
+/// The name of the lock that a migration holds.
+inline constexpr std::string_view migrationLockName = "AccountMigrationInProgress";
 
 /// The content of the account settings file, as far as it can be used.
 struct Registry {
@@ -40,11 +44,14 @@ class SettingsFile {
 
   /// Replaces the file atomically. When something of it has not been read, because of the damage, it is kept
   /// beside its successor, under its own name with ".damaged-" and the time in UTC, and one line in the
-  /// system log says so. After a failure, also one to keep that file, the old file is whole.
+  /// system log says so. After a failure, also one to keep that file, the old file is whole. A registry that
+  /// a migration has removed comes back with its former owner, group and mode, which the file of the
+  /// migration lock has kept.
   Result<> replace(const std::string& bytes, const std::optional<Error>& damage) const;
 
  private:
-  std::string nameForDamaged() const;
+  /// Gives the file a second name, which nothing had before, and answers that.
+  Result<std::string> keepDamaged() const;
 
   std::string path_;
 };

@@ -93,11 +93,48 @@ TEST_F(BasicAccountTest, AnswersWithTheWholeChainOfParents) {
   child->setParentAccount(middle);
   EXPECT_EQ(child->accountPropertyForKey("Port"), Value(993));
   EXPECT_EQ(child->typeString(), "T") << "a number does not hide the parent's text";
+  Lines heard;
+  const auto previous =
+      setAssertionHandler([&](const AssertionReport& report) { heard.push_back(report.message); });
+  for (const AccountPtr& own : {middle->parentAccount(), middle, child})
+    middle->parentAccount()->setParentAccount(own);
+  setAssertionHandler(previous);
+  EXPECT_EQ(heard, Lines(3, "An account cannot be its own ancestor"));
+  EXPECT_EQ(middle->parentAccount()->parentAccount(), nullptr);
   child->setDisplayName("Top");
   middle->setParentAccount(nullptr);
   EXPECT_EQ(child->displayName(), "Top") << "the child's own, though it equalled its parent's";
   EXPECT_TRUE(child->accountPropertyForKey("Port").isNil());
   EXPECT_TRUE(seenTop.expired());
+}
+
+/// A record that answers for itself what is asked under two keys, and has nothing under "Hidden".
+class Answering : public AccountSubclass<Answering> {
+ public:
+  using AccountSubclass::AccountSubclass;
+  Value accountPropertyForKey(std::string_view key) const override {
+    if (key == kAccountTypeString || key == kAccountDisplayName || key == kAccountEnabledDataclasses)
+      return {};
+    if (key == kAccountShortTypeString) return "short";
+    if (key == kAccountProvisionedDataclasses) return dataclassArray("Notes");
+    return AccountSubclass::accountPropertyForKey(key);
+  }
+};
+
+TEST_F(BasicAccountTest, AnswersAsItsOverriddenLookUpDoesAlsoWhenThatAnswersNil) {
+  const auto parent = account({{"DisplayName", "Top"},
+                               {"Type String", "T"},
+                               {"Short Type String", "S"},
+                               {"Provisioned Dataclasses", dataclassArray("Mail")},
+                               {"Enabled Dataclasses", dataclassArray("x.y")}});
+  const auto child =
+      Answering::accountWithProperties({{"Type", "Mail"}, {"Class", "X"}, {"DisplayName", "own"}});
+  child->setParentAccount(parent);
+  EXPECT_TRUE(child->displayName().isNil());
+  EXPECT_TRUE(child->typeString().isNil());
+  EXPECT_EQ(child->shortTypeString(), "short");
+  EXPECT_EQ(shortNames(child->provisionedDataclasses()), "Notes");
+  EXPECT_EQ(child->enabledDataclasses(), std::nullopt);
 }
 
 TEST_F(BasicAccountTest, SharesLivePropertiesButNeverItsOriginals) {
@@ -116,6 +153,12 @@ TEST_F(BasicAccountTest, SharesLivePropertiesButNeverItsOriginals) {
   nested.set("depth", 3);
   EXPECT_EQ(depth(made->originalProperties()), Value(2));
   EXPECT_TRUE(made->originalProperties().contains("Extra"));
+
+  const Dictionary properties{{"Type", "Mail"}, {"Class", "X"}, {"Identifier", "2"}};
+  const auto unchanged = BasicAccount::accountWithProperties(*Value(properties).deepCopy().dictionary());
+  const Dictionary saved = unchanged->propertiesToSave();
+  unchanged->setDisplayName("later");
+  EXPECT_EQ(saved.find("DisplayName"), Value("later")) << "live before the first change";
 }
 
 }  // namespace

@@ -118,6 +118,27 @@ TEST_F(CreatorsTest, AreAskedAgainUntilThereIsAFullAccountWhichDiesWithItsRecord
   EXPECT_TRUE(watched.expired()) << "also when it is the record itself";
 }
 
+TEST_F(CreatorsTest, AreToldThatTheyAskForTheVeryAccountThatTheyMake) {
+  writeCreators({{"T", array(full("Curious"), sync("Curious"))}});
+  const auto askTwice = [](const AccountPtr& account) -> FullAccount {
+    EXPECT_EQ(account->fullAccountUsingLoader(nullptr), nullptr);
+    return account;
+  };
+  const auto refresh = [](const AccountPtr& account) -> std::shared_ptr<AccountRefreshProtocol> {
+    EXPECT_FALSE(account->refreshContainerListForDataclass("d"));
+    return nullptr;
+  };
+  registerClass(ClassObject("Curious")
+                    .answering(AccountCreationProtocol{.accountWithBasicAccount = askTwice})
+                    .answering(SyncAccountCreationProtocol{refresh}));
+  const AccountPtr account = record("T");
+  EXPECT_EQ(account->fullAccountUsingLoader(nullptr), account);
+  EXPECT_EQ(assertions, Lines{make + "The creator of the account with id id asks for that account"});
+  EXPECT_FALSE(account->refreshContainerListForDataclass("d"));
+  EXPECT_EQ(log.lines(), (Lines{"ERROR: The creator of the sync account with id id asks for that account",
+                                "ERROR: Could not create the account with class Curious and id id"}));
+}
+
 /// A sync account that begins refreshes of one container when a user asks, of all when nobody does, and of
 /// the list in both cases.
 class SyncAccount : public AccountSubclass<SyncAccount>, public AccountRefreshProtocol {

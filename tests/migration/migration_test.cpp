@@ -1,5 +1,7 @@
 #include "tests/migration/migration_test.h"
 
+#include <sys/stat.h>
+
 #include <csignal>
 
 namespace roster::testing {
@@ -52,12 +54,27 @@ TEST_F(MigrationByManyTest, LetsThemWaitAndFindNothingLeftToDo) {
   EXPECT_EQ(runsOfMigrator(), 1U);
 }
 
-TEST_F(MigrationByManyTest, IsDoneByTheNextWhenItsProcessIsKilledInTheMiddle) {
+TEST_F(MigrationByManyTest, IsDoneByTheNextWhenItsProcessIsKilledInTheMiddleAndLeavesNothingBehind) {
   const pid_t holder = startHolder();
+  EXPECT_TRUE(fs::is_regular_file(markerPath()));
   const pid_t next = startNext(Outcome::succeeded);
   kill(holder, SIGKILL);
   EXPECT_TRUE(endsWell(next));
   EXPECT_EQ(runsOfMigrator(), 2U);
+  EXPECT_EQ(device.fileNames("tmp"), Lines());
+  EXPECT_EQ(device.fileNames("var/lib/roster"), (Lines{"AccountMigrationInProgress", "Preferences"}));
+}
+
+TEST_F(MigrationByManyTest, MindsNeitherALinkNorAFolderWhereItsMarkerBelongs) {
+  const std::string victim = device.writeFile("victim", "whole");
+  fs::create_symlink(victim, markerPath());
+  EXPECT_EQ(migrateIfNeeded().outcome, Outcome::succeeded);
+  fs::remove(markerPath());
+  fs::create_directory(markerPath());
+  writeRegistry(11);
+  EXPECT_EQ(migrateIfNeeded().outcome, Outcome::succeeded);
+  EXPECT_EQ(device.readFile("victim"), "whole");
+  EXPECT_TRUE(fs::is_directory(markerPath()));
 }
 
 TEST_F(MigrationByManyTest, IsDoneOnceWhenAllStartTogetherAndTheLockHasYetToBeMade) {
@@ -84,6 +101,26 @@ TEST_F(MigrationTest, MakesTheRegistryAnewFromAnOldMailListOnce) {
   fs::remove(lockPath());
   EXPECT_EQ(migrateIfNeeded().outcome, Outcome::notNeeded);
   EXPECT_FALSE(fs::exists(lockPath())) << "nothing is locked";
+}
+
+TEST_F(MigrationTest, GivesARegistryThatIsMadeAnewTheAccessOfTheRemovedOne) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can make a file of somebody else";
+  writeRegistry(12);
+  fs::permissions(device.registryPath(), fs::perms(0660));
+  ASSERT_EQ(chown(device.registryPath().c_str(), 65534, 65533), 0);
+  writeOldMailList();
+  device.writeFile("migrator-order", "refuse");
+  EXPECT_EQ(migrateIfNeeded().outcome, Outcome::failed);
+  ASSERT_FALSE(fs::exists(device.registryPath()));
+  device.writeFile("migrator-order", "");
+  EXPECT_EQ(migrateIfNeeded().outcome, Outcome::succeeded) << "another run, with the old registry gone";
+  for (const std::string& path : {device.registryPath(), lockPath()}) {
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0) << path;
+    EXPECT_EQ(formatted("%u:%u %u", status.st_uid, status.st_gid, status.st_mode & 07777),
+              formatted("65534:65533 %u", 0660U))
+        << path;
+  }
 }
 
 TEST_F(MigrationTest, GivesTheLockUpHoweverItFailsAndLeavesTheRegistryRemoved) {
@@ -148,10 +185,12 @@ TEST_F(MigrationTest, DoesNotBeginWithoutTheLock) {
   writeOldMailList();
   writeRegistry(12);
   fs::create_symlink(device.writeFile("elsewhere", ""), lockPath());
-  EXPECT_EQ(migrateIfNeeded().outcome, Outcome::notLocked);
-  EXPECT_EQ(log.lines(), (Lines{needsMigration(1, 0, 0),
-                                "Could not take the lock AccountMigrationInProgress: could not open " +
-                                    lockPath() + ": Too many levels of symbolic links"}));
+  const MigrationReport report = migrateIfNeeded();
+  EXPECT_EQ(report.outcome, Outcome::notLocked);
+  const std::string cause = "could not open " + lockPath() + ": Too many levels of symbolic links";
+  EXPECT_EQ(report.error->message, "the migration lock cannot be had: " + cause);
+  EXPECT_EQ(log.lines(),
+            (Lines{needsMigration(1, 0, 0), "Could not take the lock AccountMigrationInProgress: " + cause}));
   EXPECT_TRUE(fs::exists(device.registryPath()));
 }
 

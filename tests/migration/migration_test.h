@@ -53,7 +53,8 @@ class MigrationTest : public OwnProcessTest {
     const Array accounts = *array(Dictionary{{"UniqueID", "w"}, {"Title", "Work"}}).array();
     device.writePropertyList(mailAccountsPath(), Dictionary{{"MailAccounts", accounts}});
   }
-  std::string lockPath() const { return device.path("tmp/AccountMigrationInProgress"); }
+  std::string lockPath() const { return device.path("var/lib/roster/AccountMigrationInProgress"); }
+  std::string markerPath() const { return device.root() + kAccountMigrationLockFilename; }
   bool isLockFree() const {
     const int fd = open(lockPath().c_str(), O_RDONLY | O_CLOEXEC);
     const bool isFree = flock(fd, LOCK_EX | LOCK_NB) == 0;

@@ -1,12 +1,17 @@
 #include <dlfcn.h>
+#include <linux/capability.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <systemd/sd-event.h>
 
 #include <chrono>
 #include <csignal>
+#include <cstring>
+#include <fstream>
 
 #include "roster/migration/migration.h"
 #include "roster/platform/assertion.h"
+#include "roster/platform/device.h"
 #include "roster/platform/event_loop.h"
 #include "roster/platform/resources.h"
 #include "tests/migration/migration_test.h"
@@ -37,16 +42,42 @@ bool listenToTheBus(const Signal& isReady) {
   isReady.send();
   return listener.next() == Lines{"/com/nimbal/Harbor/BackupAgent", "WillStart"};
 }
-/// Starts a process with the daemon's name. It ends when the test's process does, or before.
-pid_t startDaemon(bool (*life)(const Signal& isReady) = &listenToNobody) {
+/// Puts one variable in place of what the system shows as this process's environment.
+bool replaceFirstEnvironment(const std::string& variable) {
+  std::ifstream stat("/proc/self/stat");
+  std::string field;
+  for (int number = 1; number < 50; ++number) stat >> field;  // no blank is in the test program's name
+  std::uintptr_t begin = 0, end = 0;
+  stat >> begin >> end;
+  if (!stat || end - begin <= variable.size()) return false;
+  auto* const memory = reinterpret_cast<char*>(begin);  // NOLINT(performance-no-int-to-ptr)
+  std::memset(memory, 0, end - begin);
+  std::memcpy(memory, variable.data(), variable.size());
+  return true;
+}
+/// Starts a process with the daemon's name, on this device or another. It ends when the test's process does,
+/// or before.
+pid_t startDaemon(bool (*life)(const Signal& isReady) = &listenToNobody, uid_t user = geteuid(),
+                  const std::string& root = deviceRoot()) {
   const Signal isReady;
   const pid_t process = startProcess([&] {
+    EXPECT_TRUE(user == geteuid() || setuid(user) == 0);
+    // A process shows the root that it was started with, a forked one that of the test program.
+    EXPECT_TRUE(replaceFirstEnvironment("ROSTER_ROOT=" + root));
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     prctl(PR_SET_NAME, "tesserad");
     return life(isReady);
   });
   isReady.await();
   return process;
+}
+/// Gives up the right to signal processes of other users.
+bool giveUpKilling() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  std::array<__user_cap_data_struct, 2> rights{};
+  if (syscall(SYS_capget, &header, rights.data()) != 0) return false;
+  rights[0].effective &= ~(1U << CAP_KILL);
+  return syscall(SYS_capset, &header, rights.data()) == 0;
 }
 bool runs(pid_t process) { return waitpid(process, nullptr, WNOHANG) == 0; }
 
@@ -110,14 +141,27 @@ TEST_F(MigrationDaemonTest, IsNotAskedByItself) {
   })));
 }
 
+TEST_F(MigrationDaemonTest, IsOnlyThatOfTheSameDevice) {
+  const pid_t ofTheRealDevice = startDaemon(&listenToNobody, geteuid(), "");
+  const pid_t ofAnotherDevice = startDaemon(&listenToNobody, geteuid(), device.root() + "-2");
+  EXPECT_EQ(_PIDForProcessNamed("tesserad"), -1);
+  AccountsManager::killTesseraIfNecessary();
+  EXPECT_TRUE(runs(ofTheRealDevice) && runs(ofAnotherDevice));
+  EXPECT_EQ(log.lines(), Lines());
+  const pid_t own = startDaemon(&listenToNobody, geteuid(), device.root() + "/");
+  EXPECT_EQ(_PIDForProcessNamed("tesserad"), own);
+  device.setEnvironment("ROSTER_ROOT", {});
+  EXPECT_NE(_PIDForProcessNamed("tesserad"), own);
+  EXPECT_NE(_PIDForProcessNamed("tesserad"), -1);
+}
+
 TEST_F(MigrationDaemonTest, HasToBeLivedWithWhenItCannotBeKilled) {
-  if (geteuid() != 0) GTEST_SKIP() << "cannot become another user";
-  const pid_t daemon = startDaemon();
-  fs::permissions(device.root(), fs::perms(0755));
-  EXPECT_TRUE(isWebEngineThreadLockHeld()) << "loaded where it can be read";
+  if (geteuid() != 0) GTEST_SKIP() << "cannot give up rights";
+  const pid_t daemon = startDaemon(&listenToNobody, 65534);
+  if (_PIDForProcessNamed("tesserad") != daemon) GTEST_SKIP() << "cannot look at processes of other users";
   EXPECT_TRUE(endsWell(startProcess([&] {
     const Clock::time_point start = Clock::now();
-    EXPECT_EQ(setuid(65534), 0);
+    EXPECT_TRUE(giveUpKilling());
     AccountsManager::killTesseraIfNecessary();
     EXPECT_GT(Clock::now() - start, 10s);
     const std::string because = "could not kill the process %d (tesserad): Operation not permitted";

@@ -48,6 +48,21 @@ TEST_F(PluginTest, LeavesNoClassBehindWhenItFailsAndIsLoadedOnceItIsRepaired) {
   EXPECT_NE(findClass("Repaired"), nullptr);
 }
 
+TEST_F(PluginTest, FailsWhenItsEntryAsksForAnAccountThatItIsToProvide) {
+  useOwnResources();
+  writeResource("AccountTypesProperties", Dictionary{{"T", Dictionary()}});
+  writeResource("AccountCreators", Dictionary{{"T", array(full("Asking", plugin("asking")))}});
+  const Dictionary account{{"Type", "T"}, {"Class", "X"}, {"Identifier", "id"}};
+  device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", array(account)}, {"Version", 12}});
+  for (const char* attempt : {"first", "second"}) {
+    EXPECT_EQ(failureOf(plugin("asking")), "its entry failed: Could not load the account creator framework " +
+                                               plugin("asking") + ". Error " + plugin("asking") +
+                                               ": it is being loaded: its entry asks for what it provides")
+        << attempt;
+  }
+  EXPECT_EQ(findClass("Asking"), nullptr);
+}
+
 TEST_F(PluginTest, RegistersItsClassesOnceByWhateverPathItIsReachedUnlessTheirNamesAreTaken) {
   ASSERT_TRUE(registerClass(ClassObject("PluginCreator")));
   const std::string link = device.path("link.so");

@@ -14,7 +14,12 @@ namespace {
 TEST(SystemLog, FillsInPlaceholdersOnOneLine) {
   EXPECT_EQ(formatted("[%s] %@ %d %u %ld", "op", Value(2.0), -1, 2U, INT64_MIN),
             "[op] 2.0 -1 2 -9223372036854775808");
-  EXPECT_EQ(formatted("100%% %x %l %@ %s%", String()), "100% %x %l (null) (null)%");
+  EXPECT_EQ(formatted("100%% %l %w %@ %s%", String()), "100% %l %w (null) (null)%");
+  // Whatever printf knows takes its argument, so that the ones behind it stay in their places.
+  EXPECT_EQ(formatted("%lu %llx %zu %-8.3f %hhd %c %p %i|%@", 1UL, 10, 2U, 0.5, -3, "c", 4L, 5, "end"),
+            "1 10 2 0.5 -3 c 4 5|end");
+  EXPECT_EQ(formatted("%*d %-*.*s|%@", 8, 1, 9, 2, "text", "end"), "1 text|end");
+  EXPECT_EQ(formatted("%2$@ %1$s %@ %3$d %99$@ %0$@", "one", "two"), "two one one (null) (null) two");
   EXPECT_EQ(formatted("%@", "%@ stays %s"), "%@ stays %s");
   EXPECT_EQ(formatted("a\n%@", std::string("b\r\t\x1B\x7F\0c", 7)), "a\\nb\\r\\t\\u001B\\u007F\\u0000c");
   EXPECT_EQ(formatted("%@", "\u0085 \u2028 ä \xC3 \xED\xA0\x80"), "\\u0085 \\u2028 ä \\xC3 \\xED\\xA0\\x80");

@@ -46,16 +46,6 @@ FileDescriptor openFolder(const std::string& path) {
   return FileDescriptor(retrying([&] { return fileCalls().openat(AT_FDCWD, path.c_str(), flags, 0); }));
 }
 
-Result<FileDescriptor> openOrMakeFolder(const std::string& path) {
-  FileDescriptor folder = openFolder(path);
-  if (!folder && errno == ENOENT) {
-    if (const Result<> made = makeFolders(path); !made) return made.error();
-    folder = openFolder(path);
-  }
-  if (!folder) return systemError("open the folder", path, errno);
-  return folder;
-}
-
 /// Nothing when there is no file yet.
 Result<std::optional<struct stat>> inspectOldFile(const FileDescriptor& folder, const std::string& path) {
   using OldFile = std::optional<struct stat>;
@@ -70,6 +60,16 @@ Result<std::optional<struct stat>> inspectOldFile(const FileDescriptor& folder, 
 }
 
 }  // namespace
+
+Result<FileDescriptor> openOrMakeFolder(const std::string& path) {
+  FileDescriptor folder = openFolder(path);
+  if (!folder && errno == ENOENT) {
+    if (const Result<> made = makeFolders(path); !made) return made.error();
+    folder = openFolder(path);
+  }
+  if (!folder) return systemError("open the folder", path, errno);
+  return folder;
+}
 
 Result<FileReplacement> FileReplacement::create(const std::string& path) {
   Result<std::string> target = linkTarget(path);
@@ -91,10 +91,11 @@ FileReplacement::FileReplacement(std::string path, FileDescriptor folder, std::o
     : path_(std::move(path)),
       folder_(std::move(folder)),
       oldFile_(oldFile),
+      model_(oldFile),
       temporary_(std::move(temporary)) {}
 
 Result<> FileReplacement::commit() {
-  if (Result<> done = oldFile_ ? temporary_.adoptAccess(*oldFile_) : temporary_.restrictAccess(); !done)
+  if (Result<> done = model_ ? temporary_.adoptAccess(*model_) : temporary_.restrictAccess(); !done)
     return done;
   if (Result<> done = temporary_.sync(); !done) return done;
   if (Result<> done = temporary_.close(); !done) return done;

@@ -10,6 +10,10 @@
 
 namespace roster {
 
+/// The folder, made with those above it when there is none: for everybody to enter (0755, less the process's
+/// umask).
+Result<FileDescriptor> openOrMakeFolder(const std::string& path);
+
 /// Replaces a file in one step: writes beside it and, at `commit`, takes its place. Destroyed without a
 /// commit it leaves no trace.
 ///
@@ -30,6 +34,12 @@ class FileReplacement {
   /// Appends the bytes to the temporary file. The replacement is of no use any more after a failure.
   Result<> write(std::span<const std::byte> bytes) const { return temporary_.write(bytes); }
 
+  /// Has a file that replaces none take over the owner, group and mode of another one, as far as this process
+  /// may set them. Without it, it is private to its owner.
+  void adoptAccessWhenNew(const struct stat& model) {
+    if (!oldFile_) model_ = model;
+  }
+
   /// To be called once. When only its last step fails, the syncing of the folder, the new file is in place
   /// but may not survive a power cut; after any other failure the old one is untouched.
   Result<> commit();
@@ -41,6 +51,8 @@ class FileReplacement {
   std::string path_;
   FileDescriptor folder_;
   std::optional<struct stat> oldFile_;
+  /// Whose access the new file gets.
+  std::optional<struct stat> model_;
   NewFile temporary_;
 };
 

@@ -103,9 +103,16 @@ Result<Bytes> readFile(const std::string& path) {
   }
 }
 
-Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes) {
+Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes,
+                     const std::string& modelPath) {
   Result<FileReplacement> replacement = FileReplacement::create(path);
   if (!replacement) return replacement.error();
+  struct stat model {};
+  if (!modelPath.empty() &&
+      fileCalls().fstatat(AT_FDCWD, modelPath.c_str(), &model, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISREG(model.st_mode)) {
+    replacement->adoptAccessWhenNew(model);
+  }
   if (Result<> done = replacement->write(bytes); !done) return done;
   return replacement->commit();
 }
@@ -121,6 +128,15 @@ FileType fileType(const std::string& path) {
 Result<> removeFile(const std::string& path) {
   if (fileCalls().unlinkat(AT_FDCWD, path.c_str(), 0) == 0) return {};
   return systemError("remove", path, errno);
+}
+
+Result<> makeMarker(const std::string& path) {
+  constexpr mode_t readable = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
+  Result<NewFile> file = NewFile::create(AT_FDCWD, path, path);
+  if (!file) return file.error();
+  if (Result<> done = file->setMode(readable); !done) return done;
+  file->keep();
+  return {};
 }
 
 Result<> keepFileAs(const std::string& path, const std::string& copy) {

@@ -34,7 +34,41 @@ std::string temporaryName() {
   return name + ".tmp";
 }
 
+/// False when this process has no right to.
+Result<bool> changeOwner(int fd, uid_t owner, gid_t group, const std::string& description) {
+  if (fileCalls().fchown(fd, owner, group) == 0) return true;
+  // Anything else is a failing disk and not a lack of rights.
+  if (errno == EPERM || errno == EINVAL) return false;
+  return systemError(accessAction, description, errno);
+}
+
+Result<> changeMode(int fd, mode_t mode, const std::string& description) {
+  if (fileCalls().fchmod(fd, mode) == -1) return systemError(accessAction, description, errno);
+  return {};
+}
+
 }  // namespace
+
+Result<> adoptAccess(int fd, const struct stat& model, const std::string& description) {
+  struct stat own {};
+  if (fileCalls().fstat(fd, &own) == -1) return systemError(accessAction, description, errno);
+  mode_t mode = model.st_mode & allPermissions;
+  if (own.st_uid != model.st_uid || own.st_gid != model.st_gid) {
+    const Result<bool> isChanged = changeOwner(fd, model.st_uid, model.st_gid, description);
+    if (!isChanged) return isChanged.error();
+    if (!*isChanged) {
+      constexpr auto sameOwner = static_cast<uid_t>(-1);
+      mode &= S_IRWXU | S_IRWXG | S_IRWXO;
+      const Result<bool> hasGroup = own.st_gid == model.st_gid
+                                        ? Result<bool>(true)
+                                        : changeOwner(fd, sameOwner, model.st_gid, description);
+      if (!hasGroup) return hasGroup.error();
+      // In another group, "group" and "others" are other people than the model's mode speaks of.
+      if (!*hasGroup) mode &= S_IRWXU;
+    }
+  }
+  return changeMode(fd, mode, description);
+}
 
 Result<NewFile> NewFile::create(int folderFd, std::string name, std::string description) {
   FileDescriptor file = openNew(folderFd, name);
@@ -78,39 +112,9 @@ Result<> NewFile::write(std::span<const std::byte> bytes) const {
   return {};
 }
 
-Result<bool> NewFile::changeOwner(uid_t owner, gid_t group) const {
-  if (fileCalls().fchown(file_.fd(), owner, group) == 0) return true;
-  // Anything else is a failing disk and not a lack of rights.
-  if (errno == EPERM || errno == EINVAL) return false;
-  return systemError(accessAction, description_, errno);
-}
-
-Result<> NewFile::adoptAccess(const struct stat& model) const {
-  struct stat own {};
-  if (fileCalls().fstat(file_.fd(), &own) == -1) return systemError(accessAction, description_, errno);
-  mode_t mode = model.st_mode & allPermissions;
-  if (own.st_uid != model.st_uid || own.st_gid != model.st_gid) {
-    const Result<bool> isChanged = changeOwner(model.st_uid, model.st_gid);
-    if (!isChanged) return isChanged.error();
-    if (!*isChanged) {
-      constexpr auto sameOwner = static_cast<uid_t>(-1);
-      mode &= S_IRWXU | S_IRWXG | S_IRWXO;
-      const Result<bool> hasGroup =
-          own.st_gid == model.st_gid ? Result<bool>(true) : changeOwner(sameOwner, model.st_gid);
-      if (!hasGroup) return hasGroup.error();
-      // In another group, "group" and "others" are other people than the model's mode speaks of.
-      if (!*hasGroup) mode &= S_IRWXU;
-    }
-  }
-  return setMode(mode);
-}
-
 Result<> NewFile::restrictAccess() const { return setMode(forOwner); }
 
-Result<> NewFile::setMode(mode_t mode) const {
-  if (fileCalls().fchmod(file_.fd(), mode) == -1) return systemError(accessAction, description_, errno);
-  return {};
-}
+Result<> NewFile::setMode(mode_t mode) const { return changeMode(file_.fd(), mode, description_); }
 
 Result<> NewFile::sync() const {
   if (retrying([&] { return fileCalls().fsync(file_.fd()); }) == -1)

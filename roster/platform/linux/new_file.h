@@ -9,6 +9,11 @@
 
 namespace roster {
 
+/// Gives an open file the owner, group and mode of another file. A process that may not set owner or group
+/// leaves them; the mode then grants nothing to people that the other file did not grant it to. `description`
+/// is what errors call the file.
+Result<> adoptAccess(int fd, const struct stat& model, const std::string& description);
+
 /// A file that this process has just made and may take back: unless it is kept, it is removed with this
 /// object. Errors name the operation, the file, and the system's reason.
 class NewFile {
@@ -27,9 +32,10 @@ class NewFile {
 
   Result<> write(std::span<const std::byte> bytes) const;
 
-  /// Takes over owner, group and mode of another file. A process that may not set owner or group leaves its
-  /// own; the mode then grants nothing to people that the other file did not grant it to.
-  Result<> adoptAccess(const struct stat& model) const;
+  /// Takes over owner, group and mode of another file, as far as this process may set them.
+  Result<> adoptAccess(const struct stat& model) const {
+    return roster::adoptAccess(file_.fd(), model, description_);
+  }
 
   /// Leaves the file to its owner alone, whatever the process masks out of new files.
   Result<> restrictAccess() const;
@@ -47,9 +53,6 @@ class NewFile {
 
  private:
   NewFile(FileDescriptor file, int folderFd, std::string name, std::string description);
-
-  /// False when this process has no right to.
-  Result<bool> changeOwner(uid_t owner, gid_t group) const;
 
   FileDescriptor file_;
   int folderFd_;

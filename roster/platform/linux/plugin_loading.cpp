@@ -27,6 +27,28 @@ struct LoadedPlugins {
   std::set<std::string> paths;
   /// One library may be reached by several paths.
   std::set<void*> libraries;
+  /// Those whose entries run at this moment.
+  std::set<void*> loading;
+};
+
+/// Whether the library's entry is running, for as long as this lives.
+class RunningEntry {
+ public:
+  RunningEntry(LoadedPlugins& plugins, void* library)
+      : plugins_(plugins), library_(library), isFirst_(plugins.loading.insert(library).second) {}
+  RunningEntry(const RunningEntry&) = delete;
+  RunningEntry& operator=(const RunningEntry&) = delete;
+  ~RunningEntry() {
+    if (isFirst_) plugins_.loading.erase(library_);
+  }
+
+  /// False when it was running before, in a call further out.
+  bool isFirst() const { return isFirst_; }
+
+ private:
+  LoadedPlugins& plugins_;
+  void* library_;
+  bool isFirst_;
 };
 
 struct LibraryCloser {
@@ -106,6 +128,8 @@ Result<> loadPlugin(const std::string& path) {
   Result<Library> library = openLibrary(path);
   if (!library) return library.error();
   if (!loaded.libraries.contains(library->get()) && !isDefinedIn(library->get(), &ownLibrary)) {
+    const RunningEntry running(loaded, library->get());
+    if (!running.isFirst()) return refusal(path, "it is being loaded: its entry asks for what it provides");
     Result<PluginClasses> classes = classesOf(library->get(), path);
     if (!classes) return classes.error();
     loaded.libraries.insert(library->release());  // its code is in use from now on

@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <charconv>
 #include <csignal>
+#include <filesystem>
 #include <memory>
 
+#include "roster/platform/device.h"
 #include "roster/platform/linux/system_calls.h"
 
 namespace roster {
@@ -24,14 +26,22 @@ struct FolderCloser {
 };
 using Folder = std::unique_ptr<DIR, FolderCloser>;
 
-/// A small file of a process; empty when it cannot be read, as when the process is gone by now.
-std::string readProcessFile(std::int32_t identifier, std::string_view name) {
-  const std::string path = "/proc/" + std::to_string(identifier) + "/" + std::string(name);
-  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+std::string processPath(std::int32_t identifier, std::string_view name) {
+  return "/proc/" + std::to_string(identifier) + "/" + std::string(name);
+}
+
+/// The first part of a file of a process; empty when it cannot be read, as when the process is gone by now.
+std::string readProcessFile(std::int32_t identifier, std::string_view name, std::size_t maximumSize = 1024) {
+  const FileDescriptor file(open(processPath(identifier, name).c_str(), O_RDONLY | O_CLOEXEC));
   if (!file) return {};
-  std::string text(1024, '\0');
-  const ssize_t size = retrying([&] { return read(file.fd(), text.data(), text.size()); });
-  text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+  std::string text(maximumSize, '\0');
+  std::size_t size = 0;
+  ssize_t count = 1;
+  while (count > 0 && size < text.size()) {
+    count = retrying([&] { return read(file.fd(), &text[size], text.size() - size); });
+    if (count > 0) size += static_cast<std::size_t>(count);
+  }
+  text.resize(size);
   return text;
 }
 
@@ -83,9 +93,37 @@ std::string fullName(std::string name, std::int32_t identifier) {
   return name;
 }
 
+/// The root of the device that a process was started for, from its first environment, written as `deviceRoot`
+/// writes it; empty when it has none and when nobody may know.
+std::string rootOf(std::int32_t identifier) {
+  constexpr std::string_view variable = "ROSTER_ROOT=";
+  constexpr std::size_t maximumSize = std::size_t{1} << 20U;
+  const std::string environment = readProcessFile(identifier, "environ", maximumSize);
+  for (std::string_view rest = environment; !rest.empty();) {
+    const std::string_view entry = rest.substr(0, rest.find('\0'));
+    rest.remove_prefix(std::min(entry.size() + 1, rest.size()));
+    if (!entry.starts_with(variable) || entry == variable) continue;
+    std::string root(entry.substr(variable.size()));
+    if (root.front() != '/') {
+      // It was relative to the folder in which the process started, which is mostly still its own.
+      std::error_code error;
+      const std::filesystem::path folder =
+          std::filesystem::read_symlink(processPath(identifier, "cwd"), error);
+      if (!error) root = (folder / root).string();
+    }
+    root.erase(root.find_last_not_of('/') + 1);
+    return root;
+  }
+  return {};
+}
+
+/// The process, if it runs and belongs to the device: a relocated device has only the processes that were
+/// started with its root, so that nobody ends those of another one.
 std::optional<Process> runningProcess(std::int32_t identifier) {
   std::optional<Status> status = statusOf(identifier);
   if (!status || hasEnded(*status)) return std::nullopt;
+  // This process's own root may have been chosen since it was started.
+  if (identifier != getpid() && rootOf(identifier) != deviceRoot()) return std::nullopt;
   return Process{identifier, fullName(std::move(status->name), identifier)};
 }
 
