@@ -57,7 +57,8 @@ std::uint64_t Salvage::sizeOf(const Value& sound) {
   if (const std::optional<Array> array = sound.array()) {
     for (const Value& element : *array) size += sizeOf(element);
   } else {
-    for (const DictionaryEntry& entry : *sound.dictionary()) size += 1 + sizeOf(entry.value);
+    const Dictionary entries = *sound.dictionary();
+    for (const DictionaryEntry& entry : entries) size += 1 + sizeOf(entry.value);
   }
   sizes_.emplace(sound.identity(), size);
   return size;
