@@ -75,7 +75,8 @@ TEST(OutOfMemory, ADictionaryThatCannotBeChangedStaysAsItWas) {
   };
   const std::pair<const char*, Change> changes[] = {
       {"insert", insert}, {"replace", replace}, {"remove", remove}, {"insert what is live", insertLive}};
-  for (const auto& [name, change] : changes) {
+  for (const auto& [name, applied] : changes) {
+    const Change& change = applied;
     for (const int size : {0, 10, 15, 16, 31, 32, 200, -1}) {
       bool hasFailed = true;
       for (long number = 0; hasFailed; ++number) {
