@@ -51,6 +51,7 @@ class Making {
 
  private:
   static Making*& innermost() {
+    // Of the thread, not of the process. NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
     thread_local Making* making = nullptr;
     return making;
   }
