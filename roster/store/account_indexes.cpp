@@ -73,8 +73,8 @@ String AccountIndexes::addChild(const Value& element, const AccountPtr& parent, 
   return childID;
 }
 
-void AccountIndexes::addChildrenOf(const AccountPtr& parent, const String& parentID) {
-  const std::optional<Array> children = parent->accountPropertyForKey(kAccountChildAccounts).array();
+void AccountIndexes::addChildren(const Value& list, const AccountPtr& parent, const String& parentID) {
+  const std::optional<Array> children = list.array();
   if (!children) return;
   for (const Value& element : *children) addChild(element, parent, parentID);
 }
@@ -82,7 +82,7 @@ void AccountIndexes::addChildrenOf(const AccountPtr& parent, const String& paren
 void AccountIndexes::reloadChildrenOf(const AccountPtr& parent) {
   const String parentID = parent->identifier();
   removeChildrenOf(parentID);
-  addChildrenOf(parent, parentID);
+  addChildren(parent->accountPropertyForKey(kAccountChildAccounts), parent, parentID);
 }
 
 void AccountIndexes::removeChild(std::string_view childID) {

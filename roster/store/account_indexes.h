@@ -51,9 +51,9 @@ class AccountIndexes {
   /// with its identifier, whoever's child that was. Returns its identifier; nil, with one line in the system
   /// log, when the element is rejected.
   String addChild(const Value& element, const AccountPtr& parent, const String& parentID);
-  /// Adds every element of the parent's "ChildAccounts".
-  void addChildrenOf(const AccountPtr& parent, const String& parentID);
-  /// Adds them in place of what was known of the parent's children.
+  /// Adds every element of a list, the parent's "ChildAccounts"; nothing when it is no array.
+  void addChildren(const Value& list, const AccountPtr& parent, const String& parentID);
+  /// Adds those that the parent has now in place of what was known of its children.
   void reloadChildrenOf(const AccountPtr& parent);
   void removeChild(std::string_view childID);
   /// Forgets all children of a parent, in time linear in their number.

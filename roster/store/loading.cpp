@@ -24,8 +24,9 @@ bool fixAndEnter(const AccountPtr& account, const RuntimeFixers& fixers, Account
     const bool isNew = indexes.setTopLevel(identifier, account);
     if (!isNew) indexes.removeChildrenOf(identifier);
     indexes.topLevelAccounts()->append(account);
-    if (allowance.covers(account->accountPropertyForKey(kAccountChildAccounts))) {
-      indexes.addChildrenOf(account, identifier);
+    const Value children = account->accountPropertyForKey(kAccountChildAccounts);
+    if (allowance.covers(children)) {
+      indexes.addChildren(children, account, identifier);
     } else {
       systemLog("Ignoring the children of account %@: too many accounts share long lists of them",
                 identifier);
