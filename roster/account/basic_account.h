@@ -15,6 +15,7 @@
 namespace roster {
 
 class RecordArena;
+class RecordContents;
 class SavedProperties;
 
 /// The record of one account: its properties, its parent if it is a child account, and a snapshot of the
@@ -286,6 +287,7 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
 
  private:
   friend class RecordArena;
+  friend class RecordContents;
   friend class SavedProperties;
 
   ROSTER_HIDDEN const Dictionary& currentProperties() const;

@@ -56,7 +56,11 @@ String AccountIndexes::addChild(const Value& element, const AccountPtr& parent, 
     systemLog("Ignoring unknown child account with properties %@", element);
     return {};
   }
+  enterChild(child, childID, parentID);
+  return childID;
+}
 
+void AccountIndexes::enterChild(const AccountPtr& child, const String& childID, const String& parentID) {
   childAccountsByID_.set(childID, child);
   if (String* known = childAccountIDToParentAccountID_.find(childID)) {
     Children* former = *known == parentID ? nullptr : childrenByParentID_.find(*known);
@@ -70,7 +74,6 @@ String AccountIndexes::addChild(const Value& element, const AccountPtr& parent, 
   } else {
     childrenByParentID_.append(parentID, {{childID}});
   }
-  return childID;
 }
 
 void AccountIndexes::addChildren(const Value& list, const AccountPtr& parent, const String& parentID) {

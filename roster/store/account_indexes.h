@@ -51,6 +51,8 @@ class AccountIndexes {
   /// with its identifier, whoever's child that was. Returns its identifier; nil, with one line in the system
   /// log, when the element is rejected.
   String addChild(const Value& element, const AccountPtr& parent, const String& parentID);
+  /// Enters a record that is the parent's child under the identifier, as `addChild` enters the one it makes.
+  void enterChild(const AccountPtr& child, const String& childID, const String& parentID);
   /// Adds every element of a list, the parent's "ChildAccounts"; nothing when it is no array.
   void addChildren(const Value& list, const AccountPtr& parent, const String& parentID);
   /// Adds those that the parent has now in place of what was known of its children.

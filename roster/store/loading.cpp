@@ -1,4 +1,5 @@
 #include "roster/account/record_arena.h"
+#include "roster/account/saved_properties.h"
 #include "roster/fixers/mail_account_fixer.h"
 #include "roster/platform/device.h"
 #include "roster/platform/system_log.h"
@@ -72,6 +73,7 @@ void AccountsManager::loadSettingsFile() {
   _state->unseen = registry.damage;
   if (registry.damage) _state->loadError = naming(file.path(), *std::move(registry.damage));
   _initWithAccountsInfo(registry.accounts.value_or(Array()));
+  _state->takeBase();
   _state->dataVersion = registry.version;
 }
 
@@ -98,10 +100,19 @@ void StoreState::load(const Array& accounts, RuntimeFixers newFixers) {
                 "-[AccountsManager _initWithAccountsInfo:]", element);
       continue;
     }
+    if (storedIdentifier(*properties).isNil()) nameless.push_back({account->identifier(), *properties});
     if (fixAndEnter(account, fixers, indexes, allowance)) isAnythingFixed = true;
   }
   if (isAnythingFixed) tellFixers(false);
   takeSnapshot();
+}
+
+void StoreState::takeBase() {
+  base.clear();
+  base.reserve(indexes.topLevelAccounts()->size());
+  for (const AccountPtr& account : indexes.topLevelAccounts()->span()) {
+    base.push_back(SavedProperties::of(*account).deepCopy());
+  }
 }
 
 void StoreState::tellFixers(bool areSaved) const {

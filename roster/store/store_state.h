@@ -9,16 +9,21 @@
 #include "roster/fixers/runtime_fix.h"
 #include "roster/notify/change_detection.h"
 #include "roster/store/account_indexes.h"
+#include "roster/store/file_version.h"
 
 namespace roster {
-
-using RuntimeFixers = std::vector<std::shared_ptr<RSRuntimeFixProtocol>>;
 
 /// All that a store has in memory, and what happens to it as a whole.
 struct StoreState {
   AccountIndexes indexes;
   /// The accounts as they were when the store was loaded or last told the notifiers.
   Snapshot snapshot;
+  /// The accounts as this store and the file last agreed on them: when it was loaded, refreshed or saved. What
+  /// memory has otherwise was changed here, what the file has otherwise was changed there. Empty for a store
+  /// that was not loaded from a file.
+  AccountList base;
+  /// Those of the base that the file has without an identifier.
+  std::vector<NamelessAccount> nameless;
   /// Asked in this order.
   RuntimeFixers fixers;
   std::int64_t dataVersion = 0;
@@ -37,6 +42,8 @@ struct StoreState {
   void tellFixers(bool areSaved) const;
   /// What the notifiers are told next is what changed since now.
   void takeSnapshot() { snapshot = Snapshot(indexes.topLevelAccounts()->span()); }
+  /// What memory has is what the file has, as far as this store knows.
+  void takeBase();
 };
 
 /// Whether saves of this thread tell no notifier: the process has switched them off, or the thread.

@@ -33,6 +33,12 @@ void LiveDictionaryNode::remove(std::string_view key) {
   own.entries.erase(key);
 }
 
+void LiveDictionaryNode::replace(Value contents) noexcept {
+  ++changes_;
+  own_ = nullptr;
+  contents_ = std::move(contents);
+}
+
 /// Until all is copied, the entries stay where they are.
 DictionaryNode& LiveDictionaryNode::ownContents() {
   if (own_ != nullptr && own_->hasOneReference()) return *own_;

@@ -50,6 +50,8 @@ class LiveDictionaryNode final : public Node {
 
   void set(std::string_view key, Value value);
   void remove(std::string_view key);
+  /// Holds from now on what another dictionary holds, which is not live.
+  void replace(Value contents) noexcept;
 
  private:
   DictionaryNode& ownContents();
@@ -99,6 +101,7 @@ struct ValueAccess {
   }
   /// The text of a string value, which lives as long as any copy of it.
   static std::string_view text(const Value& string);
+  static const Value& contents(const Dictionary& dictionary) { return contents(dictionary.value_); }
   static Dictionary dictionary(Value value) { return Dictionary(std::move(value)); }
   static const Value& value(const Dictionary& dictionary) { return dictionary.value_; }
 };

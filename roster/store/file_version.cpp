@@ -1,0 +1,77 @@
+#include "roster/store/file_version.h"
+
+#include <map>
+#include <string>
+
+#include "roster/account/basic_account.h"
+#include "roster/account/record_arena.h"
+#include "roster/account/saved_properties.h"
+#include "roster/store/salvage.h"
+#include "roster/value/mutable_dictionary.h"
+
+namespace roster {
+
+namespace {
+
+/// Hands out the identifiers that nameless accounts are known by, each once, by equal contents.
+class KnownIdentifiers {
+ public:
+  explicit KnownIdentifiers(const std::vector<NamelessAccount>& known) {
+    for (const NamelessAccount& account : known) byContents_[contentsKey(account.stored)].push_back(&account);
+  }
+
+  String take(const Dictionary& stored) {
+    const auto found = byContents_.empty() ? byContents_.end() : byContents_.find(contentsKey(stored));
+    if (found == byContents_.end() || found->second.empty()) return {};
+    const String identifier = found->second.back()->identifier;
+    found->second.pop_back();
+    return identifier;
+  }
+
+ private:
+  std::map<std::string, std::vector<const NamelessAccount*>> byContents_;
+};
+
+Dictionary withIdentifier(const Dictionary& stored, const String& identifier) {
+  auto named = MutableDictionary::copyOf(stored);
+  named.set(kAccountIdentifier, identifier);
+  if (!stored.find(kAccountSyncIdentifier).isString()) named.set(kAccountSyncIdentifier, identifier);
+  return named.deepCopy();
+}
+
+bool isUsable(const AccountPtr& account, const RuntimeFixers& fixers) {
+  bool isLetPass = false;
+  for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : fixers) {
+    if (fixer->fixBasicAccountIfNeededLoggingMessage(account, "loading accounts") != FixResult::unrepairable)
+      isLetPass = true;
+  }
+  return isLetPass;
+}
+
+}  // namespace
+
+FileVersion fileVersion(const Array& accounts, const RuntimeFixers& fixers,
+                        const std::vector<NamelessAccount>& known) {
+  FileVersion version;
+  version.accounts.reserve(accounts.size());
+  Salvage salvage(accounts);
+  const RecordArena arena(accounts.size());
+  KnownIdentifiers identifiers(known);
+  for (const Value& element : accounts) {
+    const std::optional<Dictionary> stored = salvage.usable(element).dictionary();
+    const bool isNameless = stored && storedIdentifier(*stored).isNil();
+    const String identifier = isNameless ? identifiers.take(*stored) : String();
+    const AccountPtr account =
+        stored ? arena.accountWithProperties(identifier ? withIdentifier(*stored, identifier) : *stored)
+               : nullptr;
+    if (account && isUsable(account, fixers)) {
+      if (isNameless) version.nameless.push_back({account->identifier(), *stored});
+      version.accounts.push_back(SavedProperties::of(*account).deepCopy());
+    } else if (!element.isNil() && element.fault() == Fault::none) {
+      version.carried.push_back({version.accounts.size(), element});
+    }
+  }
+  return version;
+}
+
+}  // namespace roster
