@@ -26,6 +26,10 @@ inline bool isMissingFile(const Error& error) {
   return error.code == std::errc::no_such_file_or_directory || error.code == std::errc::not_a_directory;
 }
 
+/// Whether the error says that a file was to be replaced in a state that it is no longer in: somebody else
+/// has changed it meanwhile, and nothing was done. No system call on files fails with this code.
+inline bool isChangedMeanwhile(const Error& error) { return error.code == std::errc::operation_canceled; }
+
 /// The value of an operation that may fail, or the error it failed with; always exactly one of the two.
 template <class T = void>
 class [[nodiscard]] Result {

@@ -1,11 +1,17 @@
 #include "roster/platform/property_list_file.h"
 
 #include "roster/platform/file_system.h"
+#include "roster/platform/stamped_property_list.h"
 
 namespace roster {
 
 Result<Value> readPropertyListFile(const std::string& path, Soundness soundness) {
-  Result<Bytes> bytes = readFile(path);
+  return readPropertyListFile(path, soundness, nullptr);
+}
+
+Result<Value> readPropertyListFile(const std::string& path, Soundness soundness,
+                                   std::optional<FileStamp>* stamp) {
+  Result<Bytes> bytes = readFile(path, stamp);
   if (!bytes) return bytes.error();
   Result<Value> parsed = parsePropertyList(*std::move(bytes), soundness);
   if (parsed) return parsed;

@@ -14,7 +14,7 @@
 #include "roster/account/vocabulary.h"
 #include "roster/platform/device.h"
 #include "roster/platform/file_system.h"
-#include "roster/platform/property_list_file.h"
+#include "roster/platform/stamped_property_list.h"
 #include "roster/platform/system_log.h"
 
 namespace roster {
@@ -105,7 +105,16 @@ bool isFailureOfReading(const Error& error) {
 }
 
 Registry SettingsFile::read() const try {
-  const Result<Value> file = readPropertyListFile(path_, Soundness::inspected);
+  std::optional<FileStamp> stamp;
+  const Result<Value> file = readPropertyListFile(path_, Soundness::inspected, &stamp);
+  Registry registry = contentOf(file);
+  registry.stamp = stamp;
+  return registry;
+} catch (const std::bad_alloc&) {
+  return damaged({std::errc::not_enough_memory, "could not read " + path_ + ": there is not enough memory"});
+}
+
+Registry SettingsFile::contentOf(const Result<Value>& file) const {
   if (!file) return isMissingFile(file.error()) ? Registry() : damaged(file.error());
   const std::optional<Dictionary> root = file->dictionary();
   if (!root) return damaged(damage(path_ + " is not a dictionary"));
@@ -115,19 +124,25 @@ Registry SettingsFile::read() const try {
   registry.accounts = root->find(kPlistAccountsKey).array();
   registry.damage = damageOf(*file, *root, registry.accounts);
   return registry;
-} catch (const std::bad_alloc&) {
-  return damaged({std::errc::not_enough_memory, "could not read " + path_ + ": there is not enough memory"});
 }
 
-Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Error>& damage) const {
+Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Error>& damage,
+                               const std::optional<FileStamp>& expected,
+                               std::optional<FileStamp>* written) const {
   const bool isToBeKept = damage && fileExists(path_);
   const Result<std::string> copy = isToBeKept ? keepDamaged() : Result<std::string>(std::string());
   if (!copy) return copy.error();
   // Elsewhere anybody might put a file that looks like the lock's.
   const bool isRegistry = path_ == sharedPreferencesPath(kAccountsFilename);
-  const std::string model =
-      isRegistry ? joinPath(folderOf(folderOf(path_)), migrationLockName) : std::string();
-  Result<> replaced = replaceFile(path_, std::as_bytes(std::span(bytes)), model);
+  ReplacementTerms terms;
+  if (isRegistry) terms.modelPath = joinPath(folderOf(folderOf(path_)), migrationLockName);
+  terms.expected = expected;
+  if (expected && isToBeKept) {
+    // The second name has changed the file's stamp, but nothing of what was read.
+    const Result<FileStamp> named = fileStamp(path_);
+    if (named && named->hasContentOf(*expected)) terms.expected = *named;
+  }
+  Result<> replaced = replaceFile(path_, std::as_bytes(std::span(bytes)), terms, written);
   // While the damaged file is still in its place, a second name for it is of no use.
   std::error_code ignored;
   const bool isLitter = !replaced && isToBeKept && std::filesystem::equivalent(path_, *copy, ignored);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "roster/base/result.h"
+#include "roster/platform/file_stamp.h"
 #include "roster/value/value.h"
 
 namespace roster {
@@ -26,6 +27,9 @@ struct Registry {
   /// Why the file, though it exists, cannot be read as a registry in full; nothing when it can, or there is
   /// no file. What cannot be read is not lost as long as the file itself is kept.
   std::optional<Error> damage;
+  /// The state of the file that all this was read from, "missing" for one; nothing when it could not be
+  /// looked at.
+  std::optional<FileStamp> stamp;
 };
 
 /// Whether this process could not read a file that is perhaps sound: it is out of descriptors or memory, or
@@ -47,9 +51,16 @@ class SettingsFile {
   /// system log says so. After a failure, also one to keep that file, the old file is whole. A registry that
   /// a migration has removed comes back with its former owner, group and mode, which the file of the
   /// migration lock has kept.
-  Result<> replace(const std::string& bytes, const std::optional<Error>& damage) const;
+  ///
+  /// A file that is expected in a state and is in another one is not replaced: `isChangedMeanwhile` holds for
+  /// the error. `written` is set once the new file is in place, even if syncing its folder fails then, to the
+  /// stamp with which it is read again unless somebody changes it.
+  Result<> replace(const std::string& bytes, const std::optional<Error>& damage,
+                   const std::optional<FileStamp>& expected = {},
+                   std::optional<FileStamp>* written = nullptr) const;
 
  private:
+  Registry contentOf(const Result<Value>& file) const;
   /// Gives the file a second name, which nothing had before, and answers that.
   Result<std::string> keepDamaged() const;
 

@@ -21,6 +21,7 @@ FileCalls& current() {
       .write = ::write,
       .fchown = ::fchown,
       .fchmod = ::fchmod,
+      .futimens = ::futimens,
       .fsync = ::fsync,
       .mkdir = ::mkdir,
       .linkat = ::linkat,

@@ -20,6 +20,7 @@ struct FileCalls {
   ssize_t (*write)(int fd, const void* buffer, std::size_t size);
   int (*fchown)(int fd, uid_t owner, gid_t group);
   int (*fchmod)(int fd, mode_t mode);
+  int (*futimens)(int fd, const struct timespec times[2]);
   int (*fsync)(int fd);
   int (*mkdir)(const char* path, mode_t mode);
   int (*linkat)(int oldFolderFd, const char* oldPath, int newFolderFd, const char* newPath, int flags);

@@ -83,28 +83,57 @@ Result<FileReplacement> FileReplacement::create(const std::string& path) {
   if (!oldFile) return oldFile.error();
   Result<NewFile> temporary = NewFile::createTemporary(folder->fd(), *target);
   if (!temporary) return temporary.error();
-  return FileReplacement(*std::move(target), *std::move(folder), *oldFile, *std::move(temporary));
+  return FileReplacement(path, *std::move(target), *std::move(folder), *oldFile, *std::move(temporary));
 }
 
-FileReplacement::FileReplacement(std::string path, FileDescriptor folder, std::optional<struct stat> oldFile,
-                                 NewFile temporary)
-    : path_(std::move(path)),
+FileReplacement::FileReplacement(std::string givenPath, std::string path, FileDescriptor folder,
+                                 std::optional<struct stat> oldFile, NewFile temporary)
+    : givenPath_(std::move(givenPath)),
+      path_(std::move(path)),
       folder_(std::move(folder)),
       oldFile_(oldFile),
       model_(oldFile),
       temporary_(std::move(temporary)) {}
 
-Result<> FileReplacement::commit() {
+/// Looks along the path as it was given, so that a link or a folder that leads elsewhere by now is seen too.
+Result<> FileReplacement::requireExpected() const {
+  if (!expected_) return {};
+  const Result<FileStamp> found = fileStamp(givenPath_);
+  if (!found) return found.error();
+  if (*found == *expected_) return {};
+  return Error(std::errc::operation_canceled,
+               "could not replace " + path_ + ": another program has changed it meanwhile");
+}
+
+Result<> FileReplacement::takePlace(std::optional<FileStamp>* written) {
+  const Result<FileStamp> stamp = written == nullptr ? Result<FileStamp>(FileStamp()) : temporary_.stamp();
+  if (!stamp) return stamp.error();
+  if (Result<> done = temporary_.close(); !done) return done;
+  if (Result<> done = requireExpected(); !done) return done;
+  const int folderFd = folder_.fd();
+  const std::string name = fileName(path_);
+  if (fileCalls().renameat(folderFd, temporary_.name().c_str(), folderFd, name.c_str()) == -1)
+    return systemError("replace", path_, errno);
+  temporary_.keep();
+  if (written == nullptr) return {};
+  *written = *stamp;
+  // Renaming is a change of the file, and only its time is taken: the file that is found may be another one.
+  struct stat status {};
+  if (fileCalls().fstatat(folderFd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+      stampOf(status).hasContentOf(*stamp)) {
+    *written = stampOf(status);
+  }
+  return {};
+}
+
+Result<> FileReplacement::commit(std::optional<FileStamp>* written) {
+  temporary_.setTime();
   if (Result<> done = model_ ? temporary_.adoptAccess(*model_) : temporary_.restrictAccess(); !done)
     return done;
   if (Result<> done = temporary_.sync(); !done) return done;
-  if (Result<> done = temporary_.close(); !done) return done;
-  const int folderFd = folder_.fd();
-  if (fileCalls().renameat(folderFd, temporary_.name().c_str(), folderFd, fileName(path_).c_str()) == -1)
-    return systemError("replace", path_, errno);
-  temporary_.keep();
+  if (Result<> done = takePlace(written); !done) return done;
   // Some file systems have no syncing of folders, and say so.
-  if (retrying([&] { return fileCalls().fsync(folderFd); }) == -1 && errno != EINVAL)
+  if (retrying([&] { return fileCalls().fsync(folder_.fd()); }) == -1 && errno != EINVAL)
     return systemError("sync the folder", folderOf(path_), errno);
   return {};
 }

@@ -40,19 +40,29 @@ class FileReplacement {
     if (!oldFile_) model_ = model;
   }
 
+  /// Has the commit replace only a file in this state, compared right before it is replaced.
+  void expect(const FileStamp& stamp) { expected_ = stamp; }
+
   /// To be called once. When only its last step fails, the syncing of the folder, the new file is in place
-  /// but may not survive a power cut; after any other failure the old one is untouched.
-  Result<> commit();
+  /// but may not survive a power cut; after any other failure the old one is untouched. `written` is set to
+  /// the new file's state once that is in place.
+  Result<> commit(std::optional<FileStamp>* written = nullptr);
 
  private:
-  FileReplacement(std::string path, FileDescriptor folder, std::optional<struct stat> oldFile,
-                  NewFile temporary);
+  Result<> requireExpected() const;
+  Result<> takePlace(std::optional<FileStamp>* written);
 
+  FileReplacement(std::string givenPath, std::string path, FileDescriptor folder,
+                  std::optional<struct stat> oldFile, NewFile temporary);
+
+  /// As the caller knows it, and behind all links.
+  std::string givenPath_;
   std::string path_;
   FileDescriptor folder_;
   std::optional<struct stat> oldFile_;
   /// Whose access the new file gets.
   std::optional<struct stat> model_;
+  std::optional<FileStamp> expected_;
   NewFile temporary_;
 };
 

@@ -83,13 +83,19 @@ Result<> copyFile(const std::string& path, const std::string& copy) {
 
 }  // namespace
 
-Result<Bytes> readFile(const std::string& path) {
+Result<Bytes> readFile(const std::string& path, std::optional<FileStamp>* stamp) {
+  if (stamp != nullptr) stamp->reset();
   // Without O_NONBLOCK, opening a pipe would wait for a writer.
   constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
   const FileDescriptor file(retrying([&] { return fileCalls().openat(AT_FDCWD, path.c_str(), flags, 0); }));
-  if (!file) return systemError("open", path, errno);
+  if (!file) {
+    const Error error = systemError("open", path, errno);
+    if (stamp != nullptr && isMissingFile(error)) *stamp = FileStamp();
+    return error;
+  }
   struct stat status {};
   if (fileCalls().fstat(file.fd(), &status) == -1) return systemError("examine", path, errno);
+  if (stamp != nullptr) *stamp = stampOf(status);
   if (!S_ISREG(status.st_mode)) {
     return unreadable(std::errc::invalid_argument, path, "it is not a regular file");
   }
@@ -103,18 +109,27 @@ Result<Bytes> readFile(const std::string& path) {
   }
 }
 
-Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes,
-                     const std::string& modelPath) {
+Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes, const ReplacementTerms& terms,
+                     std::optional<FileStamp>* written) {
+  if (written != nullptr) written->reset();
   Result<FileReplacement> replacement = FileReplacement::create(path);
   if (!replacement) return replacement.error();
   struct stat model {};
-  if (!modelPath.empty() &&
-      fileCalls().fstatat(AT_FDCWD, modelPath.c_str(), &model, AT_SYMLINK_NOFOLLOW) == 0 &&
+  if (!terms.modelPath.empty() &&
+      fileCalls().fstatat(AT_FDCWD, terms.modelPath.c_str(), &model, AT_SYMLINK_NOFOLLOW) == 0 &&
       S_ISREG(model.st_mode)) {
     replacement->adoptAccessWhenNew(model);
   }
   if (Result<> done = replacement->write(bytes); !done) return done;
-  return replacement->commit();
+  if (terms.expected) replacement->expect(*terms.expected);
+  return replacement->commit(written);
+}
+
+Result<FileStamp> fileStamp(const std::string& path) {
+  struct stat status {};
+  if (fileCalls().fstatat(AT_FDCWD, path.c_str(), &status, 0) == 0) return stampOf(status);
+  Error error = systemError("examine", path, errno);
+  return isMissingFile(error) ? Result<FileStamp>(FileStamp()) : std::move(error);
 }
 
 FileType fileType(const std::string& path) {

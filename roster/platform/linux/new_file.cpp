@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 
+#include <array>
 #include <chrono>
+#include <ctime>
 
 #include "roster/platform/file_system.h"
 #include "roster/platform/linux/system_calls.h"
@@ -115,6 +117,20 @@ Result<> NewFile::write(std::span<const std::byte> bytes) const {
 Result<> NewFile::restrictAccess() const { return setMode(forOwner); }
 
 Result<> NewFile::setMode(mode_t mode) const { return changeMode(file_.fd(), mode, description_); }
+
+void NewFile::setTime() const {
+  struct timespec now {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  const std::array<struct timespec, 2> accessAndModification = {now, now};
+  // Where it fails, the kernel's coarser time remains.
+  static_cast<void>(fileCalls().futimens(file_.fd(), accessAndModification.data()));
+}
+
+Result<FileStamp> NewFile::stamp() const {
+  struct stat status {};
+  if (fileCalls().fstat(file_.fd(), &status) == -1) return systemError("examine", description_, errno);
+  return stampOf(status);
+}
 
 Result<> NewFile::sync() const {
   if (retrying([&] { return fileCalls().fsync(file_.fd()); }) == -1)

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "roster/base/result.h"
+#include "roster/platform/file_stamp.h"
 #include "roster/platform/linux/file_calls.h"
 
 namespace roster {
@@ -42,6 +43,13 @@ class NewFile {
 
   /// Gives it this mode, whatever the process masks out of new files.
   Result<> setMode(mode_t mode) const;
+
+  /// Gives it the present time as that of its last modification, with the full resolution of the clock where
+  /// the file system has it.
+  void setTime() const;
+
+  /// Its state, under the name it has now.
+  Result<FileStamp> stamp() const;
 
   Result<> sync() const;
   Result<> close();

@@ -20,6 +20,17 @@ Error systemError(std::string_view action, std::string_view object, int errorNum
   return {code, "could not " + std::string(action) + " " + std::string(object) + ": " + code.message()};
 }
 
+FileStamp stampOf(const struct stat& status) {
+  constexpr std::int64_t second = 1'000'000'000;
+  const auto nanoseconds = [](const struct timespec& time) { return time.tv_sec * second + time.tv_nsec; };
+  return {.exists = true,
+          .device = status.st_dev,
+          .inode = status.st_ino,
+          .size = status.st_size,
+          .modificationTime = nanoseconds(status.st_mtim),
+          .changeTime = nanoseconds(status.st_ctim)};
+}
+
 std::string trustedEnvironment(const char* name) {
   const char* value = secure_getenv(name);
   return value != nullptr ? value : "";

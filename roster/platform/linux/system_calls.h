@@ -8,12 +8,16 @@
 #include <string_view>
 
 #include "roster/base/result.h"
+#include "roster/platform/file_stamp.h"
 #include "roster/platform/linux/file_calls.h"
 
 namespace roster {
 
 /// "could not ACTION OBJECT: REASON", with the system's text for the error number.
 Error systemError(std::string_view action, std::string_view object, int errorNumber);
+
+/// The state of a file that the system has described.
+FileStamp stampOf(const struct stat& status);
 
 /// Makes a system call again as long as a signal interrupts it.
 template <class Call>
