@@ -1,6 +1,7 @@
 #include "roster/account/basic_account.h"
 
 #include "roster/account/parent_changes.h"
+#include "roster/base/foreign_code.h"
 #include "roster/platform/assertion.h"
 #include "roster/platform/device.h"
 #include "roster/platform/system_log.h"
@@ -104,7 +105,7 @@ MutableDictionary BasicAccount::properties() const {
 
 Value BasicAccount::accountPropertyForKey(std::string_view key) const {
   Value own = currentProperties().find(key);
-  if (own.isNil() && _parentAccount) return _parentAccount->accountPropertyForKey(key);
+  if (own.isNil() && _parentAccount) return held(_parentAccount)->accountPropertyForKey(key);
   return own;
 }
 
@@ -124,7 +125,7 @@ String BasicAccount::textForKey(std::string_view key) const {
   const Value value = accountPropertyForKey(key);
   // A value of another type hides nothing: it counts as absent. No value at all is an answer.
   const bool isHidden = !value.isNil() && !value.isString();
-  return isHidden && _parentAccount ? _parentAccount->textForKey(key) : value.string();
+  return isHidden && _parentAccount ? held(_parentAccount)->textForKey(key) : value.string();
 }
 
 String BasicAccount::identifier() const { return textForKey(kAccountIdentifier); }
@@ -160,7 +161,7 @@ std::string BasicAccount::description() const {
 }
 
 String BasicAccount::parentAccountIdentifier() const {
-  return _parentAccount ? _parentAccount->identifier() : String();
+  return _parentAccount ? held(_parentAccount)->identifier() : String();
 }
 
 void BasicAccount::setParentAccount(AccountPtr parent) {
@@ -170,8 +171,8 @@ void BasicAccount::setParentAccount(AccountPtr parent) {
     assertionFailed("-[BasicAccount setParentAccount:]", sourceFile, "An account cannot be its own ancestor");
     return;
   }
-  if (_parentAccount && _parentAccount != parent) {
-    countOfParentChanges().fetch_add(1, std::memory_order_relaxed);
+  if (_parentAccount != parent) {
+    (_parentAccount ? countOfParentChanges() : countOfAdoptions()).fetch_add(1, std::memory_order_relaxed);
   }
   _parentAccount.swap(parent);
 }

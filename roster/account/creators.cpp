@@ -81,6 +81,10 @@ const Dictionary* BasicAccount::_accountCreationMap() {
 String BasicAccount::_creatorClassNameForAccountTypeCreatorTypeLoader(std::string_view type,
                                                                       std::string_view creatorType,
                                                                       AccountLoaderProtocol* loader) const {
+  // The loader and the libraries may drop the record, and with it the text that the view is of.
+  const std::shared_ptr<const BasicAccount> kept = shared_from_this();
+  const String keptType(type);
+  type = keptType;
   const std::optional<Array> entries = creatorEntriesForAccountType(type);
   if (!entries) return reported(creator_faults::noInformation(type));
   String className;

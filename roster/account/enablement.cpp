@@ -3,6 +3,7 @@
 #include <span>
 
 #include "roster/account/basic_account.h"
+#include "roster/base/foreign_code.h"
 #include "roster/base/process_wide.h"
 #include "roster/platform/device.h"
 
@@ -45,7 +46,7 @@ std::optional<StringList> BasicAccount::listForKey(std::string_view key) const {
   const Value value = accountPropertyForKey(key);
   std::optional<StringList> list = stringList(value);
   // As with texts, a value of another type hides nothing, and no value is an answer.
-  if (!list && !value.isNil() && _parentAccount) return _parentAccount->listForKey(key);
+  if (!list && !value.isNil() && _parentAccount) return held(_parentAccount)->listForKey(key);
   return list;
 }
 
@@ -75,7 +76,7 @@ StringList BasicAccount::provisionedDataclasses() const {
 }
 
 std::optional<StringList> BasicAccount::enabledDataclasses() const {
-  if (const auto& parent = parentAccount()) {
+  if (const AccountPtr parent = held(parentAccount())) {
     std::optional<StringList> inherited = parent->enabledDataclasses();
     if (inherited && !inherited->empty()) return inherited;
   }

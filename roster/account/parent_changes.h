@@ -12,4 +12,11 @@ inline std::atomic<std::uint64_t>& countOfParentChanges() {
   return count;
 }
 
+/// How often a record of this process that had no parent has been given one, as happens to every child of a
+/// store that is loaded.
+inline std::atomic<std::uint64_t>& countOfAdoptions() {
+  static std::atomic<std::uint64_t> count = 0;
+  return count;
+}
+
 }  // namespace roster

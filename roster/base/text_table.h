@@ -78,6 +78,14 @@ struct SeededNumberHash {
   }
 };
 
+/// A hasher for standard containers whose keys are texts out of a registry, which are also looked up by
+/// views.
+struct SeededTextHash {
+  using is_transparent = void;
+  std::uint64_t seed = textHashSeed();
+  std::size_t operator()(std::string_view text) const noexcept { return hashText(text, seed); }
+};
+
 /// Equality of short texts, without the call that a comparison of any length takes.
 inline bool areEqualTexts(std::string_view left, std::string_view right) {
   if (left.size() != right.size() || left.empty()) return left.size() == right.size();

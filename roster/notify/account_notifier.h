@@ -17,7 +17,8 @@ namespace roster {
 struct ROSTER_EXPORT AccountNotifierProtocol {
   /// Told once after a save, with a change record for each account that changed in a dataclass the notifier
   /// is registered for, at least one. The registry is written by then. Required. One that throws is one line
-  /// in the system log; the other notifiers are told all the same.
+  /// in the system log; the other notifiers are told all the same. It may use and change the store, but not
+  /// save it: see `AccountsManager::saveAllAccounts`.
   ///
   /// A change record is a dictionary: `kRSChangeAccountChangeTypeKey` (an RSAccountChangeType),
   /// `kRSChangeAccountIdentifierKey`, `kRSChangeAccountTypeKey`, and

@@ -6,6 +6,8 @@
 
 #include "roster/account/saved_properties.h"
 #include "roster/account/vocabulary.h"
+#include "roster/base/foreign_code.h"
+#include "roster/base/text_table.h"
 #include "roster/notify/snapshot_properties.h"
 #include "roster/platform/system_log.h"
 
@@ -26,13 +28,13 @@ class DistinctTexts {
   StringList take() { return std::move(texts_); }
 
  private:
-  std::unordered_set<std::string> known_;
+  std::unordered_set<std::string, SeededTextHash> known_;
   StringList texts_;
 };
 
 /// Adds what the one list has and the other lacks.
 void addMissing(const StringList& list, const StringList& other, DistinctTexts& found) {
-  const std::unordered_set<std::string_view> known(other.begin(), other.end());
+  const std::unordered_set<std::string_view, SeededTextHash> known(other.begin(), other.end());
   for (const std::string& dataclass : list) {
     if (!known.contains(dataclass)) found.add(dataclass);
   }
@@ -106,7 +108,8 @@ Snapshot::Snapshot() : properties_(std::make_unique<SnapshotProperties>()) {}
 
 Snapshot::Snapshot(std::span<const AccountPtr> accounts) : Snapshot() {
   properties_->reserve(accounts.size());
-  for (const AccountPtr& account : accounts) {
+  for (const AccountPtr& each : accounts) {
+    const AccountPtr account = held(each);
     const String identifier = account->identifier();
     if (identifier.isNil()) {
       systemLog("%@ returned a nil identifier. Account properties may not get saved", account->description());
@@ -142,7 +145,7 @@ std::vector<AccountChange> changesBetween(const Snapshot& before, const Snapshot
 std::vector<AccountChange> detectChanges(const Snapshot& snapshot,
                                          const OrderedMap<AccountPtr>& accountsByID) {
   return differences(SnapshotProperties::of(snapshot).byID(), accountsByID,
-                     [](const AccountPtr& account) { return SavedProperties::of(*account); });
+                     [](const AccountPtr& account) { return SavedProperties::of(*held(account)); });
 }
 
 StringList concernedDataclasses(const AccountChange& change) {

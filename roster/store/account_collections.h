@@ -17,7 +17,8 @@
 namespace roster {
 
 /// An ordered list of records that notices when it is changed while somebody walks it: the walk then throws
-/// EnumerationMutation.
+/// EnumerationMutation. It hands out handles and not references, so that a record lives on while somebody is
+/// busy with it, whoever removes it meanwhile.
 class AccountArray {
  public:
   /// Without any record.
@@ -28,9 +29,9 @@ class AccountArray {
   /// Whether there is none.
   bool empty() const { return accounts_.empty(); }
   /// The record at an index. Throws std::out_of_range.
-  const AccountPtr& at(std::size_t index) const { return accounts_.at(index); }
+  AccountPtr at(std::size_t index) const { return accounts_.at(index); }
   /// The record at an index. Throws std::out_of_range.
-  const AccountPtr& operator[](std::size_t index) const { return accounts_.at(index); }
+  AccountPtr operator[](std::size_t index) const { return accounts_.at(index); }
 
   /// One step of a walk. Every use throws EnumerationMutation once the list has been changed.
   class Iterator {
@@ -39,8 +40,8 @@ class AccountArray {
     using iterator_category = std::input_iterator_tag;
     using value_type = AccountPtr;
     using difference_type = std::ptrdiff_t;
-    using pointer = const AccountPtr*;
-    using reference = const AccountPtr&;
+    using pointer = void;
+    using reference = AccountPtr;
     /// @endcond
     /// Belongs to no list; may only be assigned to.
     Iterator() = default;
@@ -48,7 +49,7 @@ class AccountArray {
     Iterator(const AccountArray* array, std::size_t index)
         : array_(array), index_(index), changes_(array->changes_) {}
     /// The record.
-    const AccountPtr& operator*() const {
+    AccountPtr operator*() const {
       requireUnchanged();
       return array_->accounts_[index_];
     }
@@ -97,7 +98,7 @@ class AccountArray {
   }
   /// Puts a record in place of another. Throws std::out_of_range, with nothing changed.
   void replaceAt(std::size_t index, AccountPtr account) {
-    accounts_.at(index) = std::move(account);
+    accounts_.at(index).swap(account);
     ++changes_;
   }
   /// Puts a whole list in place of this one.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "roster/base/foreign_code.h"
 #include "roster/platform/system_log.h"
 
 namespace roster {
@@ -10,7 +11,7 @@ namespace roster {
 AccountPtr AccountIndexes::ownerOf(std::string_view identifier) const {
   if (const AccountPtr* account = topLevelAccountsByID_.find(identifier)) return *account;
   const AccountPtr* child = childAccountsByID_.find(identifier);
-  const String parentID = child == nullptr ? String() : parentIDOfChild((*child)->identifier());
+  const String parentID = child == nullptr ? String() : parentIDOfChild(held(*child)->identifier());
   const AccountPtr* parent = parentID ? topLevelAccountsByID_.find(parentID) : nullptr;
   return parent == nullptr ? nullptr : *parent;
 }
@@ -95,12 +96,14 @@ void AccountIndexes::removeChild(std::string_view childID) {
 
 void AccountIndexes::removeChildrenOf(const String& parentID) {
   if (parentID.isNil()) return;
-  const Children* children = childrenByParentID_.find(parentID);
-  if (children == nullptr) return;
-  for (const String& childID : children->ids) {
+  Children* found = childrenByParentID_.find(parentID);
+  if (found == nullptr) return;
+  // A child's full account may use the store when it is destroyed.
+  const std::vector<String> ids = std::move(found->ids);
+  childrenByParentID_.erase(parentID);
+  for (const String& childID : ids) {
     if (parentIDOfChild(childID) == parentID) removeChild(childID);
   }
-  childrenByParentID_.erase(parentID);
 }
 
 bool AccountIndexes::hasLostChildren(const String& parentID) const {

@@ -27,6 +27,10 @@ struct StoreState;
 /// A store and the records it hands out are used by one thread at a time; different stores are independent of
 /// each other. Results that are records are the store's own: changing one changes what the next save writes.
 ///
+/// Plug-ins and overrides that an operation calls may use the store, change it and drop its last handle:
+/// until the operation returns, the store and the record it is about live on. What they may not is begin a
+/// save, or the announcement of its changes, while the same store is in one: that is an assertion failure.
+///
 /// Operational failures are not thrown: they are lines in the system log, and `lastSaveError` tells of a
 /// save. What may throw is the assertion handler, about a wrong configuration. A save calls it last: when
 /// `saveAllAccounts` throws because notifiers are set up wrongly, the registry has been written, every
@@ -37,7 +41,7 @@ struct StoreState;
 /// copy of an element of its parent's "ChildAccounts", and what is set in it alone is not written. Change the
 /// child's record, take the child out of its parent with `removeChildWithIdentifierFromAccount`, and add it
 /// again with `addChildToAccount`; or set the parent's "ChildAccounts" and call `updateAccount`.
-class ROSTER_EXPORT AccountsManager {
+class ROSTER_EXPORT AccountsManager : public std::enable_shared_from_this<AccountsManager> {
  public:
   // ---- Creation
 
@@ -146,7 +150,9 @@ class ROSTER_EXPORT AccountsManager {
   /// Merges every account with the file's version of it, replaces the file atomically, and tells the
   /// notifiers what changed. After a failure, which the system log and `lastSaveError` tell, the file is as
   /// it was, and the next save merges the same changes again. May throw after a success: see the class's
-  /// comment.
+  /// comment. What is written are the accounts that the store had when the fixers had seen them. A notifier,
+  /// a fixer or an override that saves the very store that calls it makes an assertion failure; when the
+  /// handler returns, nothing is saved and `lastSaveError` tells so until the outer save ends.
   ///
   /// A file that this process could not read though it may be sound (there were no descriptors or no memory
   /// left, or the disk did not answer) is not replaced: when that happened to this store's load, all its
@@ -203,7 +209,7 @@ class ROSTER_EXPORT AccountsManager {
       const std::optional<Dictionary>& current) const;
   /// Tells the notifiers what changed since the store was loaded or a save last told them, also while saves
   /// do not tell them. Notifiers that are set up wrongly are assertion failures, thrown when all others have
-  /// been told.
+  /// been told. Does nothing but fail, as `saveAllAccounts` does, while the store is being saved.
   void _sendNotificationsForChangedAccounts();
 
   // ---- Migration: an old registry, or what there was before registries, is turned into one of this version
@@ -272,7 +278,7 @@ class ROSTER_EXPORT AccountsManager {
   void _initWithAccountsInfo(const Array& accounts);
 
  private:
-  ROSTER_HIDDEN Result<> mergeAndWrite() const;
+  ROSTER_HIDDEN Result<> mergeAndWrite(const std::vector<AccountPtr>& accounts) const;
 
   std::unique_ptr<StoreState> _state;
 };

@@ -3,6 +3,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "roster/base/foreign_code.h"
 #include "roster/diag/debug_log.h"
 #include "roster/store/accounts_manager.h"
 #include "roster/store/child_moves.h"
@@ -17,9 +18,17 @@ String storedIdentifier(const AccountPtr& account) {
   return account->accountPropertyForKey(kAccountIdentifier).string();
 }
 
-/// Throws before an operation has changed anything. A parent may be missing, a record may not.
-void requireRecord(const AccountPtr& account) {
+/// The record, held: it may be an element of a list that the operation changes. Throws before anything has
+/// changed when it is nil; a parent may be missing, a record may not.
+AccountPtr required(const AccountPtr& account) {
   if (!account) throw std::invalid_argument("a record that a store is to change or hold must not be nil");
+  return account;
+}
+std::vector<AccountPtr> required(const std::vector<AccountPtr>& accounts) {
+  std::vector<AccountPtr> records;
+  std::transform(accounts.begin(), accounts.end(), std::back_inserter(records),
+                 [](const AccountPtr& account) { return required(account); });
+  return records;
 }
 
 /// Whether two identifiers are the same; a record without one is the same as no other.
@@ -96,6 +105,7 @@ void AccountReplacement::appendOthers(const std::vector<AccountPtr>& accounts) {
     if (const String identifier = storedIdentifier(given)) topLevelByID_.set(identifier, given);
     moves.reload(given);
   }
+  moves.finish();
 }
 
 /// Takes the child out of whoever has it now and adds it to its parent, which may be nobody.
@@ -110,8 +120,9 @@ void AccountReplacement::moveChild(const AccountPtr& child, const AccountPtr& pa
 
 }  // namespace
 
-void AccountsManager::updateAccount(const AccountPtr& account) {
-  requireRecord(account);
+void AccountsManager::updateAccount(const AccountPtr& newAccount) {
+  const auto kept = shared_from_this();
+  const AccountPtr account = required(newAccount);
   RSLog("Updating account:%@", account->properties());
   const String identifier = account->identifier();
   AccountIndexes& indexes = _state->indexes;
@@ -127,8 +138,9 @@ void AccountsManager::updateAccount(const AccountPtr& account) {
   indexes.reloadChildrenOf(account);
 }
 
-void AccountsManager::insertAccount(const AccountPtr& account) {
-  requireRecord(account);
+void AccountsManager::insertAccount(const AccountPtr& newAccount) {
+  const auto kept = shared_from_this();
+  const AccountPtr account = required(newAccount);
   RSLog("Inserting account:", account->properties());
   const String identifier = account->identifier();
   AccountIndexes& indexes = _state->indexes;
@@ -138,8 +150,9 @@ void AccountsManager::insertAccount(const AccountPtr& account) {
   indexes.reloadChildrenOf(account);
 }
 
-void AccountsManager::deleteAccount(const AccountPtr& account) {
-  requireRecord(account);
+void AccountsManager::deleteAccount(const AccountPtr& oldAccount) {
+  const auto kept = shared_from_this();
+  const AccountPtr account = required(oldAccount);
   RSLog("Deleting account:", account->properties());
   const String identifier = account->identifier();
   AccountIndexes& indexes = _state->indexes;
@@ -147,8 +160,9 @@ void AccountsManager::deleteAccount(const AccountPtr& account) {
   indexes.removeTopLevel(identifier);
   AccountArray& ordered = *indexes.topLevelAccounts();
   for (std::size_t index = ordered.size(); index-- > 0;) {
-    if (!areSame(ordered[index]->identifier(), identifier)) continue;
-    ordered.removeIdentical(ordered[index].get());
+    const AccountPtr each = ordered[index];
+    if (!areSame(each->identifier(), identifier)) continue;
+    ordered.removeIdentical(each.get());
     return;
   }
 }
@@ -156,12 +170,13 @@ void AccountsManager::deleteAccount(const AccountPtr& account) {
 void AccountsManager::deleteAccountWithIdentifier(std::string_view identifier) {
   const AccountPtr* found = _state->indexes.topLevelAccountsByID().find(identifier);
   if (found == nullptr) return;
-  deleteAccount(AccountPtr(*found));
+  deleteAccount(*found);
 }
 
-void AccountsManager::replaceAccountWithAccount(const AccountPtr& oldAccount, const AccountPtr& newAccount) {
-  requireRecord(oldAccount);
-  requireRecord(newAccount);
+void AccountsManager::replaceAccountWithAccount(const AccountPtr& present, const AccountPtr& replacement) {
+  const auto kept = shared_from_this();
+  const AccountPtr oldAccount = required(present);
+  const AccountPtr newAccount = required(replacement);
   AccountIndexes& indexes = _state->indexes;
   const String oldIdentifier = oldAccount->identifier();
   indexes.removeChildrenOf(oldIdentifier);
@@ -175,8 +190,9 @@ void AccountsManager::replaceAccountWithAccount(const AccountPtr& oldAccount, co
 }
 
 void AccountsManager::replaceAccountsWithTypesWithAccounts(const TypeSet& types,
-                                                           const std::vector<AccountPtr>& accounts) {
-  std::for_each(accounts.begin(), accounts.end(), requireRecord);
+                                                           const std::vector<AccountPtr>& given) {
+  const auto kept = shared_from_this();
+  const std::vector<AccountPtr> accounts = required(given);
   RSLog("Replacing accounts");
   AccountReplacement replacement(_state->indexes);
   replacement.putInPlace(types, accounts);
@@ -184,8 +200,10 @@ void AccountsManager::replaceAccountsWithTypesWithAccounts(const TypeSet& types,
   replacement.finish();
 }
 
-void AccountsManager::addChildToAccount(const AccountPtr& child, const AccountPtr& parent) {
-  requireRecord(child);
+void AccountsManager::addChildToAccount(const AccountPtr& newChild, const AccountPtr& newParent) {
+  const auto kept = shared_from_this();
+  const AccountPtr child = required(newChild);
+  const AccountPtr parent = held(newParent);
   if (!parent) return;
   const Array known = parent->accountPropertyForKey(kAccountChildAccounts).array().value_or(Array());
   std::vector<Value> children(known.begin(), known.end());
@@ -195,7 +213,9 @@ void AccountsManager::addChildToAccount(const AccountPtr& child, const AccountPt
 }
 
 void AccountsManager::removeChildWithIdentifierFromAccount(const String& identifier,
-                                                           const AccountPtr& parent) {
+                                                           const AccountPtr& formerParent) {
+  const auto kept = shared_from_this();
+  const AccountPtr parent = held(formerParent);
   if (!parent) return;
   const std::optional<Array> known = parent->accountPropertyForKey(kAccountChildAccounts).array();
   if (known) {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "roster/base/text_table.h"
 #include "roster/store/account_indexes.h"
 
 namespace roster {
@@ -13,14 +15,13 @@ namespace roster {
 /// not once for each child. Only where parents dispute a child, or a record is both parent and child, are
 /// they gone through again.
 ///
-/// Parents get their new "ChildAccounts" at the latest when this object goes; until then only it may change
+/// Parents get their new "ChildAccounts" at the latest with `finish`; until then only this object may change
 /// them.
 class ChildMoves {
  public:
   explicit ChildMoves(AccountIndexes& indexes) : indexes_(indexes) {}
   ChildMoves(const ChildMoves&) = delete;
   ChildMoves& operator=(const ChildMoves&) = delete;
-  ~ChildMoves() { writeAll(); }
 
   /// Takes every child with the identifier out of the parent's children. Does nothing without a parent.
   void remove(const String& childID, const AccountPtr& parent);
@@ -28,14 +29,19 @@ class ChildMoves {
   void add(const AccountPtr& child, const AccountPtr& parent);
   /// Indexes the parent's children anew, as its "ChildAccounts" has them.
   void reload(const AccountPtr& parent);
+  /// Ends the moves.
+  void finish() { writeAll(); }
 
  private:
+  /// The identifiers are chosen by whoever wrote the registry.
+  template <class T>
+  using ByID = std::unordered_map<std::string, T, SeededTextHash, std::equal_to<>>;
   struct Parent {
     AccountPtr account;
     /// The elements of "ChildAccounts"; nil where one was taken out.
     std::vector<Value> children{};
     /// Where the elements with an identifier stand.
-    std::unordered_map<std::string, std::vector<std::size_t>> indexesByID{};
+    ByID<std::vector<std::size_t>> indexesByID{};
     bool hasChildren = false;
     bool isChanged = false;
   };
@@ -54,7 +60,7 @@ class ChildMoves {
   void changed(Parent& parent);
 
   AccountIndexes& indexes_;
-  std::unordered_map<std::string, Parent> parentsByID_;
+  ByID<Parent> parentsByID_;
   /// The live properties met so far, and as what.
   std::unordered_map<ValueIdentity, unsigned> roles_;
   /// A record that is a parent is a child as well: the copy of it that is indexed as a child shows which of

@@ -110,7 +110,7 @@ void StoreState::load(const Array& accounts, RuntimeFixers newFixers) {
 void StoreState::takeBase() {
   base.clear();
   base.reserve(indexes.topLevelAccounts()->size());
-  for (const AccountPtr& account : indexes.topLevelAccounts()->span()) {
+  for (const AccountPtr& account : topLevelRecords()) {
     base.push_back(SavedProperties::of(*account).deepCopy());
   }
 }

@@ -1,6 +1,7 @@
 #include <atomic>
 #include <stdexcept>
 
+#include "roster/base/foreign_code.h"
 #include "roster/notify/notifier_dispatch.h"
 #include "roster/notify/snapshot_properties.h"
 #include "roster/store/accounts_manager.h"
@@ -15,9 +16,14 @@ std::atomic<bool>& _shouldSkipNotifications() {
   return shouldSkip;
 }
 
-const BasicAccount& announced(const AccountPtr& account) {
+using Announcement =
+    decltype(AccountNotifierProtocol::accountWillChangeForDataclass) AccountNotifierProtocol::*;
+
+/// The notifiers may drop the record, and with it the text that the dataclass is a view of.
+void announce(const AccountPtr& account, std::string_view dataclass, Announcement answer,
+              std::string_view operation) {
   if (!account) throw std::invalid_argument("the record whose change is announced must not be nil");
-  return *account;
+  announceDataclassChange(*held(account), std::string(dataclass), answer, operation);
 }
 
 }  // namespace
@@ -31,7 +37,14 @@ void AccountsManager::_setShouldSkipNotifications(bool shouldSkip) {
 bool areNotificationsSkipped() { return _shouldSkipNotifications() || areNotificationsPaused(); }
 
 void AccountsManager::_sendNotificationsForChangedAccounts() {
-  announceChanges(detectChanges(_state->snapshot, _state->indexes.topLevelAccountsByID()));
+  const std::shared_ptr<const AccountsManager> kept = shared_from_this();
+  if (!_state->mayBegin("-[AccountsManager _sendNotificationsForChangedAccounts]")) return;
+  const BusyStore busy(*_state);
+  _state->announceChangesSinceSnapshot();
+}
+
+void StoreState::announceChangesSinceSnapshot() const {
+  announceChanges(detectChanges(snapshot, indexes.topLevelAccountsByID()));
 }
 
 void AccountsManager::_addNotificationToDictionaryForChangeTypeOriginalPropertiesCurrentProperties(
@@ -47,15 +60,13 @@ StringList AccountsManager::_notifierClassNamesForAccountTypeDataclass(const Str
 }
 
 void AccountsManager::accountWillChangeForDataclass(const AccountPtr& account, std::string_view dataclass) {
-  announceDataclassChange(announced(account), dataclass,
-                          &AccountNotifierProtocol::accountWillChangeForDataclass,
-                          "+[AccountsManager accountWillChange:forDataclass:]");
+  announce(account, dataclass, &AccountNotifierProtocol::accountWillChangeForDataclass,
+           "+[AccountsManager accountWillChange:forDataclass:]");
 }
 
 void AccountsManager::accountDidChangeForDataclass(const AccountPtr& account, std::string_view dataclass) {
-  announceDataclassChange(announced(account), dataclass,
-                          &AccountNotifierProtocol::accountDidChangeForDataclass,
-                          "+[AccountsManager accountDidChange:forDataclass:]");
+  announce(account, dataclass, &AccountNotifierProtocol::accountDidChangeForDataclass,
+           "+[AccountsManager accountDidChange:forDataclass:]");
 }
 
 }  // namespace roster

@@ -4,6 +4,8 @@
 #include <unordered_set>
 
 #include "roster/account/parent_changes.h"
+#include "roster/base/foreign_code.h"
+#include "roster/base/text_table.h"
 #include "roster/platform/resources.h"
 #include "roster/platform/system_log.h"
 #include "roster/store/accounts_manager.h"
@@ -16,7 +18,8 @@ namespace {
 /// The first record of an index that has the sync identifier.
 AccountPtr withSyncIdentifier(const AccountIndexes::ByID& accounts, const String& syncIdentifier) {
   for (const auto& entry : accounts) {
-    if (entry.value->syncStoreIdentifier() == syncIdentifier) return entry.value;
+    const AccountPtr account = held(entry.value);
+    if (account->syncStoreIdentifier() == syncIdentifier) return account;
   }
   return nullptr;
 }
@@ -41,15 +44,17 @@ class ChildrenByParent {
 
  private:
   bool isUpToDate() const {
-    return children_.changes() == changes_ && countOfParentChanges() == parentChanges_ && !isAnyOrphan_;
+    return children_.changes() == changes_ && countOfParentChanges() == parentChanges_ &&
+           (!isAnyOrphan_ || countOfAdoptions() == adoptions_);
   }
 
   void sort() {
     byParent_.clear();
     changes_ = children_.changes();
     parentChanges_ = countOfParentChanges();
+    adoptions_ = countOfAdoptions();
     for (const auto& entry : children_) byParent_[entry.value->parentAccount().get()].push_back(entry.key);
-    // That it gets a parent again is not counted.
+    // Only then do adoptions count: there are as many as children in every store that is loaded meanwhile.
     isAnyOrphan_ = byParent_.contains(nullptr);
   }
 
@@ -62,14 +67,13 @@ class ChildrenByParent {
   void callIfChildOf(const AccountPtr& parent, const String& childID, const Call& call) const {
     const AccountPtr* found = children_.find(childID);
     if (found == nullptr || (*found)->parentAccount() != parent) return;
-    const AccountPtr child = *found;  // the creator may change the store
-    call(child);
+    call(held(*found));
   }
 
   /// The children that were another parent's when the parent's turn began, and may be its own by now.
   template <class Call>
   void callWithOthers(const AccountPtr& parent, const std::vector<String>& visited, const Call& call) const {
-    const std::unordered_set<std::string_view> done(visited.begin(), visited.end());
+    const std::unordered_set<std::string_view, SeededTextHash> done(visited.begin(), visited.end());
     for (const auto& family : byParent_) {
       for (const String& childID : family.second) {
         if (!done.contains(childID)) callIfChildOf(parent, childID, call);
@@ -81,12 +85,15 @@ class ChildrenByParent {
   std::unordered_map<const BasicAccount*, std::vector<String>> byParent_;
   std::uint64_t changes_ = 0;
   std::uint64_t parentChanges_ = 0;
+  std::uint64_t adoptions_ = 0;
   bool isAnyOrphan_ = false;
 };
 
 }  // namespace
 
 AccountPtr AccountsManager::accountWithIdentifier(std::string_view identifier) const {
+  if (const AccountPtr* account = _state->indexes.topLevelAccountsByID().find(identifier)) return *account;
+  const auto kept = shared_from_this();
   return _state->indexes.ownerOf(identifier);
 }
 
@@ -96,10 +103,12 @@ AccountPtr AccountsManager::childAccountWithIdentifier(std::string_view identifi
 }
 
 std::vector<AccountPtr> AccountsManager::childrenOfAccount(const AccountPtr& parent) const {
+  const auto kept = shared_from_this();
   return _state->indexes.childrenOf(parent);
 }
 
 AccountPtr AccountsManager::syncableAccountWithSyncIdentifier(const String& syncIdentifier) const {
+  const auto kept = shared_from_this();
   if (syncIdentifier.isNil()) return nullptr;
   if (AccountPtr account = withSyncIdentifier(_state->indexes.topLevelAccountsByID(), syncIdentifier))
     return account;
@@ -107,6 +116,7 @@ AccountPtr AccountsManager::syncableAccountWithSyncIdentifier(const String& sync
 }
 
 AccountPtr AccountsManager::displayAccountWithSyncIdentifier(const String& syncIdentifier) const {
+  const auto kept = shared_from_this();
   const AccountPtr account = syncableAccountWithSyncIdentifier(syncIdentifier);
   return account ? accountWithIdentifier(account->identifier()) : nullptr;
 }
@@ -124,17 +134,15 @@ std::vector<AccountPtr> AccountsManager::allBasicSyncableAccounts() const {
 
 std::vector<AccountPtr> AccountsManager::basicAccountsWithTypes(const TypeSet& types) const {
   std::vector<AccountPtr> matching;
-  for (const AccountPtr& account : *_state->indexes.topLevelAccounts()) {
+  const std::shared_ptr<const AccountArray> accounts = allBasicAccounts();
+  for (const AccountPtr& account : *accounts) {
     if (types.contains(account->type())) matching.push_back(account);
   }
   return matching;
 }
 
 std::size_t AccountsManager::countOfBasicAccountsWithTypes(const TypeSet& types) const {
-  const auto accounts = _state->indexes.topLevelAccounts()->span();
-  return static_cast<std::size_t>(
-      std::count_if(accounts.begin(), accounts.end(),
-                    [&types](const AccountPtr& account) { return types.contains(account->type()); }));
+  return basicAccountsWithTypes(types).size();
 }
 
 std::size_t AccountsManager::count() const { return _state->indexes.topLevelAccounts()->size(); }
@@ -145,17 +153,15 @@ AccountsManager::FullAccount AccountsManager::fullAccountWithIdentifierLoader(
   const AccountPtr* account = _state->indexes.topLevelAccountsByID().find(identifier);
   if (account == nullptr) account = _state->indexes.childAccountsByID().find(identifier);
   if (account == nullptr) return nullptr;
-  const AccountPtr kept = *account;  // the creator may change the store
-  return kept->fullAccountUsingLoader(loader);
+  return held(*account)->fullAccountUsingLoader(loader);
 }
 
 std::vector<AccountsManager::FullAccount> AccountsManager::accountsWithTypesWithLoader(
     const TypeSet& types, AccountLoaderProtocol* loader) const {
+  const auto kept = shared_from_this();
   std::vector<FullAccount> accounts;
   ChildrenByParent children(_state->indexes.childAccountsByID());
-  for (const AccountPtr& element : *_state->indexes.topLevelAccounts()) {
-    // A creator may change the store, and the element with it.
-    const AccountPtr parent = element;  // NOLINT(performance-unnecessary-copy-initialization)
+  for (const AccountPtr& parent : *_state->indexes.topLevelAccounts()) {
     if (types.contains(parent->type())) {
       FullAccount account = fullAccountWithIdentifierLoader(parent->identifier(), loader);
       if (!account) {
@@ -183,11 +189,9 @@ std::vector<AccountsManager::FullAccount> AccountsManager::allMailAccounts() con
 }
 
 AccountsManager::FullAccount AccountsManager::fullDeviceLocalAccount() {
+  const auto kept = shared_from_this();
   for (const AccountPtr& account : *_state->indexes.topLevelAccounts()) {
-    if (!(account->type() == kOnMyDeviceAccountType)) continue;
-    // The creator may change the store, and the element with it.
-    const AccountPtr kept = account;  // NOLINT(performance-unnecessary-copy-initialization)
-    return kept->fullAccountUsingLoader(nullptr);
+    if (account->type() == kOnMyDeviceAccountType) return account->fullAccountUsingLoader(nullptr);
   }
   systemLog("DeviceLocalAccount missing. Creating...");
   const AccountPtr account = BasicAccount::initWithProperties(DeviceLocalAccount::basicAccountProperties());

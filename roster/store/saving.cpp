@@ -1,5 +1,6 @@
 #include "roster/account/saved_properties.h"
 #include "roster/diag/debug_log.h"
+#include "roster/platform/assertion.h"
 #include "roster/platform/system_log.h"
 #include "roster/store/accounts_manager.h"
 #include "roster/store/merge.h"
@@ -10,11 +11,11 @@ namespace roster {
 
 namespace {
 
-std::vector<Value> mergedAccounts(const AccountsManager& store, const AccountsManager& onDisk) {
+std::vector<Value> mergedAccounts(const AccountsManager& store, const std::vector<AccountPtr>& accounts,
+                                  const AccountsManager& onDisk) {
   std::vector<Value> merged;
-  merged.reserve(store.count());
-  const std::shared_ptr<const AccountArray> accounts = store.allBasicAccounts();
-  for (const AccountPtr& account : *accounts) {
+  merged.reserve(accounts.size());
+  for (const AccountPtr& account : accounts) {
     const String identifier = account->identifier();
     AccountPtr found = identifier ? onDisk.accountWithIdentifier(identifier) : nullptr;
     // Where the identifier is a child's by now, its parent is found, which is another account.
@@ -54,24 +55,27 @@ Result<> writeRegistry(const SettingsFile& file, std::vector<Value> accounts,
 }  // namespace
 
 void AccountsManager::saveAllAccounts() {
+  const std::shared_ptr<const AccountsManager> kept = shared_from_this();
+  if (!_state->mayBegin("-[AccountsManager saveAllAccounts]")) return;
+  BusyStore busy(*_state);
   RSLog("Saving all accounts");
   const bool isAnythingFixed = _state->fixBeforeSaving();
+  const std::vector<AccountPtr> accounts = _state->topLevelRecords();
 
-  const Result<> saved = mergeAndWrite();
-  _state->lastSaveError.reset();
+  const Result<> saved = mergeAndWrite(accounts);
+  busy.setOutcome(saved);
   if (saved) {
     _state->unseen.reset();
-    for (const AccountPtr& account : *_state->indexes.topLevelAccounts()) {
+    for (const AccountPtr& account : accounts) {
       account->setOriginalProperties(SavedProperties::of(*account));
     }
   } else {
-    _state->lastSaveError = saved.error();
     systemLog("Failed to save accounts to filesystem.");
   }
   if (isAnythingFixed) _state->tellFixers(true);
   if (!saved || areNotificationsSkipped()) return;
   try {
-    _sendNotificationsForChangedAccounts();
+    _state->announceChangesSinceSnapshot();
   } catch (...) {
     // Those who could be told have been, and must not hear the same again.
     _state->takeSnapshot();
@@ -80,7 +84,7 @@ void AccountsManager::saveAllAccounts() {
   _state->takeSnapshot();
 }
 
-Result<> AccountsManager::mergeAndWrite() const {
+Result<> AccountsManager::mergeAndWrite(const std::vector<AccountPtr>& accounts) const {
   const std::optional<Error>& unseen = _state->unseen;
   if (Result<> done = requireRead(unseen, "the registry was not read when this store was loaded"); !done)
     return done;
@@ -96,18 +100,26 @@ Result<> AccountsManager::mergeAndWrite() const {
   // Whatever the file has become since: what is in it, this store has never seen.
   if (!damage && unseen) damage = Error(unseen->code, "when it was loaded, " + unseen->message);
 
-  std::vector<Value> accounts = mergedAccounts(*this, *onDisk);
+  std::vector<Value> merged = mergedAccounts(*this, accounts, *onDisk);
   onDisk.reset();
-  return writeRegistry(file, std::move(accounts), damage);
+  return writeRegistry(file, std::move(merged), damage);
 }
 
 const std::optional<Error>& AccountsManager::lastSaveError() const { return _state->lastSaveError; }
 
+bool StoreState::mayBegin(std::string_view operation) {
+  if (!isBusy) return true;
+  const std::string why = formatted("%@ was called by what a save of the same store calls", operation);
+  lastSaveError = Error(std::errc::operation_in_progress, why);
+  assertionFailed(operation, "AccountsManager", why);
+  return false;
+}
+
 bool StoreState::fixBeforeSaving() {
-  const AccountArray& ordered = *indexes.topLevelAccounts();
+  const std::vector<AccountPtr> accounts = topLevelRecords();
   bool isAnythingFixed = false;
-  for (std::size_t index = ordered.size(); index-- > 0;) {
-    const AccountPtr account = ordered.at(index);
+  for (std::size_t index = accounts.size(); index-- > 0;) {
+    const AccountPtr& account = accounts[index];
     for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : fixers) {
       const FixResult result = fixer->fixBasicAccountIfNeededLoggingMessage(account, "saving accounts");
       if (result == FixResult::nothingDone) continue;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "roster/base/result.h"
@@ -32,6 +33,8 @@ struct StoreState {
   /// The same, until a save has kept that file, of which this store has never seen all, and replaced it.
   std::optional<Error> unseen;
   std::optional<Error> lastSaveError;
+  /// Whether a save or an announcement of changes is under way.
+  bool isBusy = false;
 
   /// Makes a record of every account that the fixers let pass, and takes the first snapshot.
   void load(const Array& accounts, RuntimeFixers newFixers);
@@ -40,10 +43,44 @@ struct StoreState {
   bool fixBeforeSaving();
   /// Follows a load or save in which a fixer did something.
   void tellFixers(bool areSaved) const;
+  /// Whether the operation may begin a save or an announcement. What a save calls may not, because it would
+  /// be called again, without an end: an assertion failure, and an error of the save.
+  bool mayBegin(std::string_view operation);
+  /// Tells the notifiers what is not as in the snapshot.
+  void announceChangesSinceSnapshot() const;
   /// What the notifiers are told next is what changed since now.
-  void takeSnapshot() { snapshot = Snapshot(indexes.topLevelAccounts()->span()); }
+  void takeSnapshot() { snapshot = Snapshot(topLevelRecords()); }
   /// What memory has is what the file has, as far as this store knows.
   void takeBase();
+  /// The top-level records of this moment, for a walk during which overrides may change the store.
+  std::vector<AccountPtr> topLevelRecords() const {
+    const auto records = indexes.topLevelAccounts()->span();
+    return {records.begin(), records.end()};
+  }
+};
+
+/// A save or an announcement of changes, as long as it lives. In the end its outcome is the store's last one,
+/// whoever has tried to save meanwhile.
+class BusyStore {
+ public:
+  explicit BusyStore(StoreState& state) : state_(state), outcome_(state.lastSaveError) {
+    state.isBusy = true;
+  }
+  BusyStore(const BusyStore&) = delete;
+  BusyStore& operator=(const BusyStore&) = delete;
+  ~BusyStore() {
+    state_.isBusy = false;
+    state_.lastSaveError = std::move(outcome_);
+  }
+
+  void setOutcome(const Result<>& saved) {
+    outcome_ = saved ? std::nullopt : std::optional(saved.error());
+    state_.lastSaveError = outcome_;
+  }
+
+ private:
+  StoreState& state_;
+  std::optional<Error> outcome_;
 };
 
 /// Whether saves of this thread tell no notifier: the process has switched them off, or the thread.

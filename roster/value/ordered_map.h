@@ -17,7 +17,8 @@ namespace roster {
 
 /// A hash map from texts to values of one type that remembers the order of insertion, as one flat array of
 /// entries and one of slots. Small maps have no slots: looking through a handful of keys is faster than
-/// hashing one. Walking it while it changes throws EnumerationMutation.
+/// hashing one. Walking it while it changes throws EnumerationMutation. A value that is replaced or removed
+/// is destroyed when the map has changed: its destructor may use the map.
 template <class T>
 class OrderedMap {
  public:
@@ -53,7 +54,7 @@ class OrderedMap {
     const std::size_t index = indexOf(key.view(), hash);
     if (index != none) {
       ++changes_;
-      entries_[index].value = std::move(value);
+      std::swap(entries_[index].value, value);
       return false;
     }
     append(key, std::move(value), hash);
@@ -71,7 +72,7 @@ class OrderedMap {
     Stored& entry = entries_[index];
     entry.isErased = true;
     entry.key = String();
-    entry.value = T();
+    [[maybe_unused]] const T removed = std::exchange(entry.value, T());
     if (entries_.size() > 2 * live_ + smallSize) compact();
     return true;
   }

@@ -101,6 +101,10 @@ TEST_F(BasicAccountTest, AnswersWithTheWholeChainOfParents) {
   setAssertionHandler(previous);
   EXPECT_EQ(heard, Lines(3, "An account cannot be its own ancestor"));
   EXPECT_EQ(middle->parentAccount()->parentAccount(), nullptr);
+  for (const char* key : {"Class", "Type", "Identifier"}) child->removeAccountPropertyForKey(key);
+  child->setAccountClass("IMAPAccount");
+  EXPECT_EQ(child->properties().size(), 1U) << "no key is protected, and a class that it has is not stored";
+  EXPECT_EQ(child->accountClass(), "IMAPAccount");
   child->setDisplayName("Top");
   middle->setParentAccount(nullptr);
   EXPECT_EQ(child->displayName(), "Top") << "the child's own, though it equalled its parent's";
@@ -159,6 +163,11 @@ TEST_F(BasicAccountTest, SharesLivePropertiesButNeverItsOriginals) {
   const Dictionary saved = unchanged->propertiesToSave();
   unchanged->setDisplayName("later");
   EXPECT_EQ(saved.find("DisplayName"), Value("later")) << "live before the first change";
+
+  const auto fresh = BasicAccount::accountWithProperties(*Value(properties).deepCopy().dictionary());
+  fresh->setOriginalProperties(Dictionary{{"Class", "Y"}});
+  EXPECT_EQ(fresh->properties(), properties);
+  EXPECT_EQ(fresh->originalProperties(), (Dictionary{{"Class", "Y"}}));
 }
 
 }  // namespace

@@ -8,57 +8,54 @@
 namespace roster::testing {
 namespace {
 
+constexpr const char* everything =
+    "Mail Contacts Calendars Reminders Bookmarks Notes MediaStream DeviceLocator ContactsSearch Backup "
+    "Ubiquity "
+    "KeyValue Satchel SharedStreams";
+
 class Enablement : public OwnProcessTest {
  protected:
   Enablement() {
     useOwnResources();
+    const auto type = [](const Value& supported) { return Dictionary{{"Supported Dataclasses", supported}}; };
     const StringList& all = BasicAccount::allSupportedDataclasses();
-    const Value backwards = arrayValue({all.rbegin(), all.rend()});
-    writeResource(
-        "AccountTypesProperties",
-        Dictionary{{"All", Dictionary{{"Supported Dataclasses", backwards}}},
-                   {"Some", Dictionary{{"Supported Dataclasses", dataclassArray("Calendars Mail Backup")}}},
-                   {"None", Dictionary()}});
+    writeResource("AccountTypesProperties",
+                  Dictionary{{"All", type(arrayValue({all.rbegin(), all.rend()}))},
+                             {"Some", type(dataclassArray("Calendars Mail Backup"))},
+                             {"None", Dictionary()}});
   }
-
-  static AccountPtr account(const char* type, const Value& provisioned = {}, const Value& enabled = {}) {
-    const auto made = BasicAccount::accountWithTypeClass(type, "X");
-    made->setAccountPropertyForKey(provisioned, "Provisioned Dataclasses");
-    made->setAccountPropertyForKey(enabled, "Enabled Dataclasses");
-    return made;
+  template <class Account = BasicAccount>
+  static std::shared_ptr<Account> account(const char* type, const Value& provisioned = {},
+                                          const Value& enabled = {}) {
+    return Account::accountWithProperties({{"Type", type},
+                                           {"Class", "X"},
+                                           {"Provisioned Dataclasses", provisioned},
+                                           {"Enabled Dataclasses", enabled}});
   }
 };
 
 TEST_F(Enablement, ListsAreInCanonicalOrderWithUnknownNamesBehindAsGiven) {
   const StringList given = dataclasses("x.b SharedStreams x.a Mail x.b SharedStreams");
   EXPECT_EQ(shortNames(account("None")->_orderedDataclasses(given)), "Mail SharedStreams x.b x.a x.b");
-  EXPECT_EQ(
-      shortNames(account("All")->supportedDataclasses()),
-      "Mail Contacts Calendars Reminders Bookmarks Notes MediaStream DeviceLocator ContactsSearch Backup "
-      "Ubiquity KeyValue Satchel SharedStreams");
+  EXPECT_EQ(shortNames(account("All")->supportedDataclasses()), everything);
 }
 
 TEST_F(Enablement, ProvisionedLiesWithinSupportedAndEnabledWithinProvisioned) {
-  struct Case {
-    const char* name;
-    Value provisioned, enabled;
-    const char* isProvisioned;
-    const char* isEnabled;
-  };
-  const Value mailAndNumber = array(5, dataclass("Mail"), dataclassArray("Backup"));
-  const Case cases[] = {{"nothing stored", {}, {}, "Mail Calendars Backup", "nil"},
-                        {"empty list enabled", {}, Array(), "Mail Calendars Backup", ""},
-                        {"empty list provisioned", Array(), dataclassArray("Mail"), "", ""},
-                        {"unsupported", dataclassArray("Backup Notes x.y Mail Backup"),
-                         dataclassArray("Calendars Backup"), "Mail Backup", "Backup"},
-                        {"elements of other types", mailAndNumber, mailAndNumber, "Mail", "Mail"},
-                        {"no lists", "Mail", Dictionary{{"Mail", true}}, "Mail Calendars Backup", "nil"}};
-  for (const Case& row : cases) {
-    SCOPED_TRACE(row.name);
-    const auto made = account("Some", row.provisioned, row.enabled);
-    EXPECT_EQ(shortNames(made->provisionedDataclasses()), row.isProvisioned);
-    EXPECT_EQ(shortNames(made->enabledDataclasses()), row.isEnabled);
-    EXPECT_EQ(made->isEnabledForDataclass(dataclass("Mail")), std::string(row.isEnabled).starts_with("Mail"));
+  const Value odd = array(5, dataclass("Mail"), dataclassArray("Backup"));
+  const std::tuple<const char*, Value, Value, const char*, const char*> rows[] = {
+      {"nothing stored", {}, {}, "Mail Calendars Backup", "nil"},
+      {"empty list enabled", {}, Array(), "Mail Calendars Backup", ""},
+      {"empty list provisioned", Array(), dataclassArray("Mail"), "", ""},
+      {"unsupported", dataclassArray("Backup Notes x.y Mail Backup"), dataclassArray("Calendars Backup"),
+       "Mail Backup", "Backup"},
+      {"elements of other types", odd, odd, "Mail", "Mail"},
+      {"no lists", "Mail", Dictionary{{"Mail", true}}, "Mail Calendars Backup", "nil"}};
+  for (const auto& [name, provisioned, enabled, isProvisioned, isEnabled] : rows) {
+    SCOPED_TRACE(name);
+    const auto made = account("Some", provisioned, enabled);
+    EXPECT_EQ(shortNames(made->provisionedDataclasses()), isProvisioned);
+    EXPECT_EQ(shortNames(made->enabledDataclasses()), isEnabled);
+    EXPECT_EQ(made->isEnabledForDataclass(dataclass("Mail")), std::string(isEnabled).starts_with("Mail"));
   }
 }
 
@@ -81,16 +78,41 @@ TEST_F(Enablement, AChildFollowsItsParentWhileThatHasAnythingEnabled) {
       << "the child's own list starts empty, not with its parent's";
 }
 
+/// A record whose class answers for itself what it is asked to.
+class Overriding : public AccountSubclass<Overriding> {
+ public:
+  using AccountSubclass::AccountSubclass;
+  std::optional<StringList> supported{}, provisioned{}, enabled{};
+  StringList supportedDataclasses() const override {
+    return supported ? *supported : BasicAccount::supportedDataclasses();
+  }
+  StringList provisionedDataclasses() const override {
+    return provisioned ? *provisioned : BasicAccount::provisionedDataclasses();
+  }
+  std::optional<StringList> enabledDataclasses() const override {
+    return enabled ? enabled : BasicAccount::enabledDataclasses();
+  }
+};
+
+TEST_F(Enablement, FollowsTheListsThatAClassOverrides) {
+  const auto made = account<Overriding>("Some", {}, dataclassArray("Mail Backup"));
+  made->supported = dataclasses("Backup x.y");
+  EXPECT_EQ(shortNames(made->provisionedDataclasses()), "Backup x.y");
+  for (const char* name : {"x.y", "com.nimbal.Dataclass.Calendars"}) made->setEnabledForDataclass(true, name);
+  EXPECT_EQ(shortNames(made->enabledDataclasses()), "Backup x.y");
+  EXPECT_EQ(made->properties().find("Enabled Dataclasses"), dataclassArray("Mail Backup x.y"));
+  made->provisioned = dataclasses("Mail");
+  EXPECT_EQ(shortNames(made->enabledDataclasses()), "Mail");
+  made->enabled = dataclasses("Notes");
+  const auto child = account("None");
+  child->setParentAccount(made);
+  EXPECT_EQ(shortNames(child->enabledDataclasses()), "Notes");
+  EXPECT_TRUE(made->isEnabledForDataclass(dataclass("Notes")));
+}
+
 TEST_F(Enablement, SwitchingStoresASetAndLeavesWhatIsNoDataclass) {
-  struct Case {
-    const char* name;
-    Value before;
-    bool isEnabled;
-    const char* dataclass;
-    Value after;
-  };
   const Value odd = array(5, dataclass("Mail"), dataclass("Mail"), "x.y", 5.5);
-  const Case cases[] = {
+  const std::tuple<const char*, Value, bool, const char*, Value> rows[] = {
       {"on without a list", {}, true, "Mail", dataclassArray("Mail")},
       {"off without a list", {}, false, "Mail", Array()},
       {"unsupported", dataclassArray("Notes"), false, "Notes", dataclassArray("Notes")},
@@ -98,33 +120,41 @@ TEST_F(Enablement, SwitchingStoresASetAndLeavesWhatIsNoDataclass) {
       {"on beside odd elements", odd, true, "Calendars",
        array(5, dataclass("Mail"), "x.y", 5.5, dataclass("Calendars"))},
       {"off beside odd elements", odd, false, "Mail", array(5, "x.y", 5.5)}};
-  for (const Case& row : cases) {
-    const auto made = account("Some", Array(), row.before);
-    made->setEnabledForDataclass(row.isEnabled, dataclass(row.dataclass));
-    EXPECT_EQ(made->properties().find("Enabled Dataclasses"), row.after) << row.name;
+  for (const auto& [name, before, isEnabled, of, after] : rows) {
+    const auto made = account("Some", Array(), before);
+    made->setEnabledForDataclass(isEnabled, dataclass(of));
+    EXPECT_EQ(made->properties().find("Enabled Dataclasses"), after) << name;
   }
 }
 
 TEST_F(Enablement, SwitchingManyReplacesTheListAndForcingAsksForNoSupport) {
   const auto made = account("Some", {}, dataclassArray("Backup x.y"));
+  const auto isStored = [&] { return made->properties().find("Enabled Dataclasses"); };
+  for (const char* none : {"Notes x.y", ""}) {
+    made->setEnabledForDataclasses(dataclasses(none));
+    EXPECT_TRUE(isStored().isNil()) << none;
+  }
   made->setEnabledForDataclasses(dataclasses("Notes Mail Calendars Mail"));
   made->_forcedSetEnabledForDataclass(true, dataclass("Notes"));
-  EXPECT_EQ(made->properties().find("Enabled Dataclasses"), dataclassArray("Mail Calendars Notes"));
+  EXPECT_EQ(isStored(), dataclassArray("Mail Calendars Notes"));
   EXPECT_FALSE(made->isEnabledForDataclass(dataclass("Notes")));
 }
 
 TEST_F(Enablement, RestrictionsTakeDataclassesAwayFromOneQueryToTheNext) {
   const char* all = "Mail MediaStream Backup Ubiquity KeyValue Satchel SharedStreams";
-  const std::pair<Dictionary, const char*> cases[] = {
+  const std::pair<Dictionary, const char*> rows[] = {
       {{{"PhotoStream", false}, {"CardsWhileLocked", 1}},
        "Mail Backup Ubiquity KeyValue Satchel SharedStreams"},
       {{{"CloudBackup", false}, {"SharedPhotoStreams", 2}}, "Mail MediaStream Ubiquity KeyValue Satchel"},
       {{{"CloudDocumentSync", 2}, {"CardsWhileLocked", 2}}, "Mail MediaStream Backup SharedStreams"},
+      {{{"PhotoStream", 3}, {"CloudBackup", 0}}, all},
       {{}, all}};
-  const auto made = account("All", {}, dataclassArray(all));
-  for (const auto& [restrictions, left] : cases) {
-    device.writePropertyList("etc/roster/restrictions.plist", restrictions);
-    EXPECT_EQ(shortNames(made->enabledDataclasses()), left) << describe(restrictions);
+  for (const auto& made : {account("All", {}, dataclassArray(all)),
+                           account("All", dataclassArray(all), dataclassArray(everything))}) {
+    for (const auto& [restrictions, left] : rows) {
+      device.writePropertyList("etc/roster/restrictions.plist", restrictions);
+      EXPECT_EQ(shortNames(made->enabledDataclasses()), left) << describe(restrictions);
+    }
   }
 }
 

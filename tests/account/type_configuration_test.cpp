@@ -104,7 +104,10 @@ TEST_F(TypeConfiguration, WithdrawsOneKeepLocalDataWhereADataclassHasOneStore) {
   EXPECT_TRUE(BasicAccount::showRemindersSeparatelyForAccountType("Mixed"));
   EXPECT_EQ(enable("odd", "Wrong"), std::nullopt);
   EXPECT_EQ(BasicAccount::deleteAccountActionsForAccountType("Bare"), std::nullopt);
-  EXPECT_FALSE(BasicAccount::showRemindersSeparatelyForAccountType("Wrong"));
+  for (const char* type : {"Wrong", "Bare", "Fax"})
+    EXPECT_FALSE(BasicAccount::showRemindersSeparatelyForAccountType(type)) << type;
+  writeResource("DataclassesProperties", Dictionary());
+  EXPECT_EQ(switches("many"), "100") << "the table is read once";
 }
 
 TEST_F(TypeConfiguration, ThatIsBrokenIsAssertedAndReadAgainOnceItIsRepaired) {

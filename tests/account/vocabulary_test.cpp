@@ -30,6 +30,8 @@ TEST(Vocabulary, IsExportedFromTheLibraryUnderExactlyItsNames) {
     ASSERT_NE(constant, nullptr) << dlerror();
     EXPECT_EQ(*constant, text) << name;
   }
+  EXPECT_STREQ(static_cast<const char*>(dlsym(library, "kAccountMigrationLockFilename")),
+               "/tmp/AccountMigrationInProgress");
 }
 
 }  // namespace

@@ -200,6 +200,31 @@ TEST_F(NotifierTest, AreToldWhateverTheOthersDo) {
   EXPECT_EQ(heard, Lines{"Z; 1 T a [Mail]"}) << "a fault of one is thrown only when all have heard";
 }
 
+TEST_F(NotifierTest, AreToldThatTheyCannotSaveTheStoreThatTellsThem) {
+  writeCreators({{"T", array(notifier("Saving", "Mail"), notifier("Z", "Mail"))}});
+  registerListener("Z");
+  const Store store = storeOf(array(account("a", "Mail")));
+  const auto save = [&](const Array&) {
+    store->saveAllAccounts();
+    EXPECT_TRUE(store->lastSaveError());
+    store->_sendNotificationsForChangedAccounts();
+  };
+  registerNotifier("Saving", {save});
+  store->accountWithIdentifier("a")->setDisplayName("new");
+  EXPECT_EQ(NotifierTest::save(store), Lines{"Z; 1 T a [Mail]"});
+  EXPECT_FALSE(store->lastSaveError());
+  const std::string why = "%@ AccountsManager: %@ was called by what a save of the same store calls";
+  Lines expected;
+  for (const char* operation : {"saveAllAccounts", "_sendNotificationsForChangedAccounts"}) {
+    const std::string name = formatted("-[AccountsManager %s]", operation);
+    expected.push_back(formatted(why, name, name));
+  }
+  EXPECT_EQ(assertions, expected);
+  store->accountWithIdentifier("a")->setDisplayName("newer");
+  store->_sendNotificationsForChangedAccounts();
+  EXPECT_EQ(heard.size(), 2U) << "an announcement without a save is one as well";
+}
+
 /// Saves everything but its secret.
 class SecretiveAccount : public AccountSubclass<SecretiveAccount> {
  public:
