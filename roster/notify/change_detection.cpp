@@ -123,7 +123,7 @@ Snapshot::Snapshot(Snapshot&&) noexcept = default;
 Snapshot& Snapshot::operator=(Snapshot&&) noexcept = default;
 Snapshot::~Snapshot() = default;
 
-const OrderedMap<Dictionary>& SnapshotProperties::byID() {
+OrderedMap<Dictionary>& SnapshotProperties::byID() {
   if (!entries_.empty()) {
     byID_.reserve(entries_.size());
     for (auto& [identifier, properties] : entries_) byID_.set(identifier, std::move(properties));

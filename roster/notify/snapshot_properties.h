@@ -18,7 +18,7 @@ class SnapshotProperties {
   void add(const String& identifier, Dictionary properties) {
     entries_.emplace_back(identifier, std::move(properties));
   }
-  const OrderedMap<Dictionary>& byID();
+  OrderedMap<Dictionary>& byID();
 
  private:
   std::vector<std::pair<String, Dictionary>> entries_;

@@ -1,12 +1,14 @@
 #include "roster/store/account_merge.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "roster/account/basic_account.h"
+#include "roster/plist/property_list.h"
 #include "roster/value/mutable_dictionary.h"
 #include "roster/value/representation.h"
 
@@ -145,6 +147,15 @@ Dictionary mergeAccount(const AccountVersions& versions) {
     if (!versions.theirs.contains(entry.key)) settle(entry.key);
   }
   return isChanged ? merged.deepCopy() : versions.mine;
+}
+
+std::string contentsKey(const Dictionary& contents) {
+  std::map<std::string, Value> sorted;
+  for (const DictionaryEntry& entry : contents) sorted.emplace(entry.key.str(), entry.value);
+  MutableDictionary ordered;
+  for (const auto& [key, value] : sorted) ordered.set(key, value);
+  const Result<std::string> bytes = binaryPropertyList(ordered);
+  return bytes ? *bytes : std::string();
 }
 
 }  // namespace roster

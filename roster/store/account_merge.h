@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "roster/value/value.h"
 
 namespace roster {
@@ -27,5 +29,9 @@ Value mergeWhole(const Value& mine, const Value& base, const Value& theirs);
 
 /// A copy that refers to no file. A value that programs made is its own copy.
 Value detachedCopy(const Value& value);
+
+/// A text that two dictionaries share when their contents are equal, in whatever order; empty for contents
+/// that cannot be written.
+std::string contentsKey(const Dictionary& contents);
 
 }  // namespace roster

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -16,6 +17,7 @@
 #include "roster/notify/account_notifier.h"
 #include "roster/platform/named_lock.h"
 #include "roster/store/account_collections.h"
+#include "roster/store/sync_result.h"
 
 namespace roster {
 
@@ -164,6 +166,29 @@ class ROSTER_EXPORT AccountsManager : public std::enable_shared_from_this<Accoun
   /// Why the last save failed, with path and system text; nothing when it succeeded or there was none. An
   /// addition.
   const std::optional<Error>& lastSaveError() const;
+  // ---- Several programs on one registry. Additions; docs/several-programs.md has the rules.
+
+  /// Reads the file and brings what other programs have changed into memory: account by account, child by
+  /// child, property by property. What was changed here and not yet saved stays. Writes nothing, and takes no
+  /// lock.
+  ///
+  /// Returns what it changed in memory, in the order of `changesBetween`; nothing the second time when nobody
+  /// has changed the file. Records stay the records of their accounts, wherever those have moved; that of a
+  /// deleted account is merely in the store no more. Whoever walks the accounts meanwhile meets the walk's
+  /// EnumerationMutation, if anything was brought in. Notifiers are not told of it, now or later: the programs
+  /// that made the changes have told them.
+  ///
+  /// A missing file changes nothing. Of a damaged one what can be read is brought in, and nothing is taken for
+  /// deleted. One that cannot be read at all is an error, and nothing is changed then.
+  Result<std::vector<AccountChange>> refresh();
+  /// Under the lock that all who sync take (`RegistryLock`): refreshes, writes the file if memory then differs
+  /// from it, and tells the notifiers what this program changed. Nothing is lost between programs that all do
+  /// this. The patience is how long to wait for the lock; see `RegistryLock::take`.
+  ///
+  /// What the file has and this program makes no record of, as accounts of a type that it does not know, is
+  /// written as it is. On failure, which the system log and `lastSaveError` tell too, the file is as it was.
+  SyncResult sync(std::chrono::milliseconds patience, const SyncOptions& options = {});
+
   /// One account's three versions made one; any of them may be empty.
   Dictionary mergeInMemoryPropertiesOriginalPropertiesOnDiskProperties(const Dictionary& inMemory,
                                                                        const Dictionary& original,
@@ -278,7 +303,9 @@ class ROSTER_EXPORT AccountsManager : public std::enable_shared_from_this<Accoun
   void _initWithAccountsInfo(const Array& accounts);
 
  private:
+  ROSTER_HIDDEN std::optional<Error> announceAfterSync(std::optional<Error> error);
   ROSTER_HIDDEN Result<> mergeAndWrite(const std::vector<AccountPtr>& accounts) const;
+  ROSTER_HIDDEN Result<> mergeAndWriteOnce(const std::vector<AccountPtr>& accounts, bool isLastAttempt) const;
 
   std::unique_ptr<StoreState> _state;
 };

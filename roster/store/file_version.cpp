@@ -6,6 +6,7 @@
 #include "roster/account/basic_account.h"
 #include "roster/account/record_arena.h"
 #include "roster/account/saved_properties.h"
+#include "roster/store/account_merge.h"
 #include "roster/store/salvage.h"
 #include "roster/value/mutable_dictionary.h"
 

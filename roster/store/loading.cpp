@@ -70,6 +70,7 @@ void AccountsManager::loadSettingsFile() {
   if (registry.accounts && registry.damage) {
     systemLog("Not all of the registry %@ can be used: %@", file.path(), registry.damage->message);
   }
+  _state->stamp = registry.stamp;
   _state->unseen = registry.damage;
   if (registry.damage) _state->loadError = naming(file.path(), *std::move(registry.damage));
   _initWithAccountsInfo(registry.accounts.value_or(Array()));
@@ -108,6 +109,8 @@ void StoreState::load(const Array& accounts, RuntimeFixers newFixers) {
 }
 
 void StoreState::takeBase() {
+  isBaseNamed = true;
+  isBaseNamed = isEveryAccountNamed();
   base.clear();
   base.reserve(indexes.topLevelAccounts()->size());
   for (const AccountPtr& account : topLevelRecords()) {

@@ -7,7 +7,7 @@
 #include "roster/account/basic_account.h"
 #include "roster/account/saved_properties.h"
 #include "roster/notify/snapshot_properties.h"
-#include "roster/plist/property_list.h"
+#include "roster/store/account_merge.h"
 #include "roster/value/mutable_dictionary.h"
 
 namespace roster {
@@ -78,7 +78,7 @@ std::map<std::string, std::vector<Dictionary>> newlyNamed(const StoreState& stor
   for (const Dictionary& account : store.base) known.insert(storedIdentifier(account).str());
   std::map<std::string, std::vector<Dictionary>> accounts;
   for (const Dictionary& account : file.accounts) {
-    if (!known.contains(storedIdentifier(account)))
+    if (!known.contains(storedIdentifier(account).view()))
       accounts[contentsKey(withoutNames(account))].push_back(account);
   }
   return accounts;
@@ -86,16 +86,8 @@ std::map<std::string, std::vector<Dictionary>> newlyNamed(const StoreState& stor
 
 }  // namespace
 
-std::string contentsKey(const Dictionary& contents) {
-  std::map<std::string, Value> sorted;
-  for (const DictionaryEntry& entry : contents) sorted.emplace(entry.key.str(), entry.value);
-  MutableDictionary ordered;
-  for (const auto& [key, value] : sorted) ordered.set(key, value);
-  const Result<std::string> bytes = binaryPropertyList(ordered);
-  return bytes ? *bytes : std::string();
-}
-
 void nameAccounts(StoreState& store) {
+  if (store.isEveryAccountNamed()) return;
   Positions inBase;
   for (std::size_t index = 0; index < store.base.size(); ++index) {
     const Dictionary& account = store.base[index];
@@ -126,7 +118,7 @@ void adoptNames(StoreState& store, const FileVersion& file) {
   for (const NamelessAccount& account : file.nameless) stillNameless.insert(account.identifier.str());
   OrderedMap<Dictionary> names;
   for (const NamelessAccount& account : store.nameless) {
-    if (stillNameless.contains(account.identifier)) continue;
+    if (stillNameless.contains(account.identifier.view())) continue;
     const auto found = named.find(contentsKey(account.stored));
     if (found == named.end() || found->second.empty()) continue;
     names.set(account.identifier, found->second.back());

@@ -1,15 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "roster/store/file_version.h"
 #include "roster/store/store_state.h"
 
 namespace roster {
-
-/// A text that two dictionaries share when their contents are equal, in whatever order; empty for contents
-/// that cannot be written.
-std::string contentsKey(const Dictionary& contents);
 
 /// Gives every top-level record without an identifier one, as the next load of it would, and the account that
 /// the base has for it the same. Accounts that only the base has without one get one too.

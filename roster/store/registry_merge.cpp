@@ -265,7 +265,7 @@ Value Merge::assembledChildren(const String& identifier, const Account& account)
   Value whole = account.theirs == nullptr ? versions.mine.find(kAccountChildAccounts)
                                           : mergeChildrenWhole(versions);
   const std::optional<Array> list = whole.array();
-  return list && !list->empty() ? Value(Array({})) : whole;
+  return list && !list->empty() ? Value(Array(std::vector<Value>())) : whole;
 }
 
 /// Appends what the result takes from one side's list of an account's children.

@@ -40,15 +40,15 @@ Result<> requireRead(const std::optional<Error>& damage, const std::string& mean
 /// A registry that could not be read may hold accounts that the store does not know of: it is never
 /// overwritten.
 Result<> writeRegistry(const SettingsFile& file, std::vector<Value> accounts,
-                       const std::optional<Error>& damage) {
+                       const std::optional<Error>& damage, const std::optional<FileStamp>& expected) {
   const Result<std::string> bytes = registryBytes(std::move(accounts));
   if (!bytes) {
     systemLog("Failed to serialize account settings data: %@", bytes.error().message);
     return Error(bytes.error().code,
                  "could not serialize the accounts for " + file.path() + ": " + bytes.error().message);
   }
-  Result<> replaced = file.replace(*bytes, damage);
-  if (!replaced) systemLog("%@", replaced.error().message);
+  Result<> replaced = file.replace(*bytes, damage, expected);
+  if (!replaced && !isChangedMeanwhile(replaced.error())) systemLog("%@", replaced.error().message);
   return replaced;
 }
 
@@ -69,6 +69,7 @@ void AccountsManager::saveAllAccounts() {
     for (const AccountPtr& account : accounts) {
       account->setOriginalProperties(SavedProperties::of(*account));
     }
+    _state->takeBase();
   } else {
     systemLog("Failed to save accounts to filesystem.");
   }
@@ -84,7 +85,18 @@ void AccountsManager::saveAllAccounts() {
   _state->takeSnapshot();
 }
 
+/// Whoever replaces the file between the reading and the writing is merged with too. The last attempt writes
+/// in any case: a save that others keep from writing for ever would be worse.
 Result<> AccountsManager::mergeAndWrite(const std::vector<AccountPtr>& accounts) const {
+  constexpr int attempts = 3;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    Result<> done = mergeAndWriteOnce(accounts, false);
+    if (done || !isChangedMeanwhile(done.error())) return done;
+  }
+  return mergeAndWriteOnce(accounts, true);
+}
+
+Result<> AccountsManager::mergeAndWriteOnce(const std::vector<AccountPtr>& accounts, bool isLastAttempt) const {
   const std::optional<Error>& unseen = _state->unseen;
   if (Result<> done = requireRead(unseen, "the registry was not read when this store was loaded"); !done)
     return done;
@@ -93,8 +105,11 @@ Result<> AccountsManager::mergeAndWrite(const std::vector<AccountPtr>& accounts)
   if (Result<> done = requireRead(onDisk->_state->unseen, unread); !done) return done;
   const SettingsFile file(settingsPath());
   std::optional<Error> damage = onDisk->_state->unseen;
+  std::optional<FileStamp> stamp = onDisk->_state->stamp;
   if (file.path() != fullPathToRosterPlist()) {
-    damage = file.read().damage;
+    const Registry replaced = file.read();
+    damage = replaced.damage;
+    stamp = replaced.stamp;
     if (Result<> done = requireRead(damage, unread); !done) return done;
   }
   // Whatever the file has become since: what is in it, this store has never seen.
@@ -102,7 +117,7 @@ Result<> AccountsManager::mergeAndWrite(const std::vector<AccountPtr>& accounts)
 
   std::vector<Value> merged = mergedAccounts(*this, accounts, *onDisk);
   onDisk.reset();
-  return writeRegistry(file, std::move(merged), damage);
+  return writeRegistry(file, std::move(merged), damage, isLastAttempt ? std::nullopt : stamp);
 }
 
 const std::optional<Error>& AccountsManager::lastSaveError() const { return _state->lastSaveError; }

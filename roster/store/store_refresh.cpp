@@ -57,7 +57,7 @@ Dictionary patched(const Dictionary& current, const Dictionary& former, const Di
 }  // namespace
 
 StoreRefresh::StoreRefresh(StoreState& store, const FileVersion& file, bool isFileWhole)
-    : store_(store), nameless_(file.nameless) {
+    : store_(store), records_(store.topLevelRecords()), nameless_(file.nameless) {
   takeVersions(file, isFileWhole);
   unsettled_ = unsettledAccounts(versions_, store.indexes);
   merge();
@@ -69,12 +69,11 @@ StoreRefresh::StoreRefresh(StoreState& store, const FileVersion& file, bool isFi
 }
 
 void StoreRefresh::takeVersions(const FileVersion& file, bool isFileWhole) {
-  const AccountArray& records = *store_.indexes.topLevelAccounts();
-  const bool arePlain = std::all_of(records.span().begin(), records.span().end(),
+  const bool arePlain = std::all_of(records_.begin(), records_.end(),
                                     [](const AccountPtr& record) { return isPlain(*record); });
   const OrderedMap<Dictionary> baseByID = arePlain ? OrderedMap<Dictionary>() : byIdentifier(store_.base);
-  versions_.mine.reserve(records.size());
-  for (const AccountPtr& record : records.span()) {
+  versions_.mine.reserve(records_.size());
+  for (const AccountPtr& record : records_) {
     versions_.mine.push_back(savedProperties(record, baseByID));
   }
   versions_.base = store_.base;
@@ -105,7 +104,6 @@ void StoreRefresh::merge() {
 
 /// Theirs in their order, then what only memory has.
 void StoreRefresh::arrange(const AccountList& merged) {
-  const AccountArray& records = *store_.indexes.topLevelAccounts();
   OrderedMap<bool> placed;
   const auto place = [&](const String& identifier, std::size_t position) {
     const Dictionary* account = identifier ? merged_.find(identifier) : nullptr;
@@ -118,28 +116,27 @@ void StoreRefresh::arrange(const AccountList& merged) {
     if (inMine == nowhere || unsettled_.contains(versions_.theirs[position])) {
       place(storedIdentifier(versions_.theirs[position]), position);
     } else {
-      outcomes_.push_back({records[inMine], versions_.mine[inMine], position, true});
+      outcomes_.push_back({records_[inMine], versions_.mine[inMine], position, true});
     }
   }
   for (std::size_t index = 0; index < versions_.mine.size(); ++index) {
     const String identifier = storedIdentifier(versions_.mine[index]);
-    if (identifier.isNil()) outcomes_.push_back({records[index], versions_.mine[index], nowhere, true});
+    if (identifier.isNil()) outcomes_.push_back({records_[index], versions_.mine[index], nowhere, true});
     place(identifier, nowhere);
-    if (unsettled_.contains(versions_.mine[index])) formerRecords_.set(identifier, records[index]);
+    if (unsettled_.contains(versions_.mine[index])) formerRecords_.set(identifier, records_[index]);
   }
   for (const Dictionary& account : merged) place(storedIdentifier(account), nowhere);
 }
 
 void StoreRefresh::compareWithFile() {
-  const AccountArray& records = *store_.indexes.topLevelAccounts();
   isFileDifferent_ = outcomes_.size() != versions_.theirs.size();
-  isOrderChanged_ = outcomes_.size() != records.size();
+  isOrderChanged_ = outcomes_.size() != records_.size();
   for (std::size_t index = 0; index < outcomes_.size(); ++index) {
     const Outcome& outcome = outcomes_[index];
     if (outcome.position != index ||
         (!outcome.isSettled && !(outcome.properties == versions_.theirs[outcome.position])))
       isFileDifferent_ = true;
-    if (!isOrderChanged_ && outcome.isSettled && outcome.record != records[index]) isOrderChanged_ = true;
+    if (!isOrderChanged_ && outcome.isSettled && outcome.record != records_[index]) isOrderChanged_ = true;
     if (!isOrderChanged_ && !outcome.isSettled &&
         !(storedIdentifier(outcome.properties) == storedIdentifier(versions_.mine[index])))
       isOrderChanged_ = true;
@@ -298,6 +295,13 @@ std::vector<AccountChange> StoreRefresh::commit() {
   store_.base = std::move(base_);
   store_.nameless = std::move(nameless_);
   return std::move(changes_);
+}
+
+AccountList StoreRefresh::accounts() const {
+  AccountList accounts;
+  accounts.reserve(outcomes_.size());
+  for (const Outcome& outcome : outcomes_) accounts.push_back(outcome.properties);
+  return accounts;
 }
 
 std::vector<Value> StoreRefresh::accountsToWrite(const FileVersion& file) const {

@@ -26,7 +26,10 @@ class StoreRefresh {
   /// Whether the file has something else than memory has then.
   bool isFileDifferent() const { return isFileDifferent_; }
 
-  /// The accounts as they are to be written, with what the file has and no record here stands for.
+  /// The accounts as memory has them then.
+  AccountList accounts() const;
+
+  /// The accounts as they are to be written: with what the file has and no record here stands for.
   std::vector<Value> accountsToWrite(const FileVersion& file) const;
 
  private:
@@ -55,6 +58,8 @@ class StoreRefresh {
   bool areChildrenChanged(const Outcome& outcome) const;
 
   StoreState& store_;
+  /// Those of the moment at which the refresh began: overrides that are asked may change the store.
+  std::vector<AccountPtr> records_;
   RegistryVersions versions_;
   UnsettledAccounts unsettled_;
   std::vector<NamelessAccount> nameless_;

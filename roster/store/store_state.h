@@ -23,6 +23,7 @@ struct StoreState {
   /// memory has otherwise was changed here, what the file has otherwise was changed there. Empty for a store
   /// that was not loaded from a file.
   AccountList base;
+  bool isBaseNamed = true;
   /// Those of the base that the file has without an identifier.
   std::vector<NamelessAccount> nameless;
   /// Asked in this order.
@@ -33,6 +34,8 @@ struct StoreState {
   /// The same, until a save has kept that file, of which this store has never seen all, and replaced it.
   std::optional<Error> unseen;
   std::optional<Error> lastSaveError;
+  /// The state of the file that the store was loaded from; nothing when it could not be looked at.
+  std::optional<FileStamp> stamp;
   /// Whether a save or an announcement of changes is under way.
   bool isBusy = false;
 
@@ -52,6 +55,11 @@ struct StoreState {
   void takeSnapshot() { snapshot = Snapshot(topLevelRecords()); }
   /// What memory has is what the file has, as far as this store knows.
   void takeBase();
+  /// Whether all accounts, of memory and of the base, are known to have identifiers of their own; told without
+  /// a look at them.
+  bool isEveryAccountNamed() const {
+    return isBaseNamed && indexes.topLevelAccounts()->size() == indexes.topLevelAccountsByID().size();
+  }
   /// The top-level records of this moment, for a walk during which overrides may change the store.
   std::vector<AccountPtr> topLevelRecords() const {
     const auto records = indexes.topLevelAccounts()->span();
