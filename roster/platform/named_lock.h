@@ -11,7 +11,8 @@ namespace roster {
 
 /// A lock that all processes of the device know by its name, held as long as this object lives. Each object
 /// is a holder of its own: two threads of one process exclude each other as two processes do. The system
-/// frees the lock of a process that dies. May be released and destroyed by any thread.
+/// frees the lock of a process that dies. A child that fork() makes holds nothing: its copy of the object is
+/// one that has been released. May be released and destroyed by any thread.
 class ROSTER_EXPORT NamedLock {
  public:
   /// Not copyable: holders share the pointer.
@@ -20,6 +21,9 @@ class ROSTER_EXPORT NamedLock {
   NamedLock& operator=(const NamedLock&) = delete;
   /// Releases the lock.
   virtual ~NamedLock() = default;
+
+  /// Whether it has not been released; false in a child of the process that took it.
+  virtual bool isHeld() const = 0;
 
   /// Releases the lock before the object goes, for all who share it; without effect when that was done
   /// before.

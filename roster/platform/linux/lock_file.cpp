@@ -1,13 +1,15 @@
-#include "roster/platform/named_lock.h"
+#include "roster/platform/lock_file.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
 
-#include <optional>
+#include <algorithm>
+#include <thread>
 
 #include "roster/platform/device.h"
 #include "roster/platform/file_system.h"
 #include "roster/platform/linux/file_replacement.h"
+#include "roster/platform/linux/lock_descriptor.h"
 #include "roster/platform/linux/system_calls.h"
 
 namespace roster {
@@ -17,12 +19,13 @@ namespace {
 /// flock(2) belongs to the open file, so one opened for each object makes every object a holder of its own.
 class FileLock : public NamedLock {
  public:
-  explicit FileLock(FileDescriptor file) : file_(std::move(file)) {}
+  LockDescriptor& file() { return file_; }
 
-  void release() override { file_ = FileDescriptor(); }
+  bool isHeld() const override { return file_.isOpen(); }
+  void release() override { file_.release(); }
 
  private:
-  FileDescriptor file_;
+  LockDescriptor file_;
 };
 
 /// The file, or else a private one of the owner of the nearest folder above it that exists.
@@ -58,22 +61,37 @@ Result<> makeFile(const std::string& folder, const std::string& path, const stru
   return {};
 }
 
-/// Opens what stands at the path, for nothing but locking. Without O_NONBLOCK, opening a pipe would wait.
-FileDescriptor openFile(const std::string& path) {
-  constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-  return FileDescriptor(retrying([&] { return fileCalls().openat(AT_FDCWD, path.c_str(), flags, 0); }));
-}
-
-Result<FileDescriptor> openOrMakeFile(const std::string& path, const struct stat* model) {
-  FileDescriptor file = openFile(path);
-  if (!file && errno == ENOENT) {
+Result<> openOrMakeFile(LockDescriptor& file, const std::string& path, const struct stat* model) {
+  if (file.open(path)) return {};
+  if (errno == ENOENT) {
     const std::string folder = folderOf(path);
     if (const Result<FileDescriptor> made = openOrMakeFolder(folder); !made) return made.error();
-    if (const Result<> made = makeFile(folder, path, model); !made) return made.error();
-    file = openFile(path);
+    if (Result<> made = makeFile(folder, path, model); !made) return made;
+    if (file.open(path)) return {};
   }
-  if (!file) return systemError("open", path, errno);
-  return file;
+  return systemError("open", path, errno);
+}
+
+/// Fails with EWOULDBLOCK when the deadline has passed. Who has just come pauses as long as who has been
+/// waiting, or else a process that comes again and again would always be the first to find the lock free. In
+/// a long wait a few milliseconds more do not matter.
+int lockUntil(int fd, const Deadline& deadline) {
+  using namespace std::chrono;
+  if (!deadline) return retrying([&] { return flock(fd, LOCK_EX); });
+  const steady_clock::time_point start = steady_clock::now();
+  while (true) {
+    const int result = retrying([&] { return flock(fd, LOCK_EX | LOCK_NB); });
+    if (result == 0 || errno != EWOULDBLOCK) return result;
+    const steady_clock::time_point now = steady_clock::now();
+    if (now >= *deadline) {
+      errno = EWOULDBLOCK;
+      return -1;
+    }
+    const nanoseconds typical = now - start < 1s ? 1ms : 5ms;
+    // The last digits of the clock are chance enough to keep those who wait from coming all at once.
+    const nanoseconds pause = typical / 2 + now.time_since_epoch() % typical;
+    std::this_thread::sleep_for(std::min<nanoseconds>(pause, *deadline - now));
+  }
 }
 
 /// Whether the path names the very file: what was locked may have been moved or replaced meanwhile, and
@@ -94,23 +112,31 @@ bool hasToFollow(const struct stat& file, const struct stat& model) {
 
 }  // namespace
 
+std::string lockFilePath(std::string_view name) { return joinPath(deviceRoot() + "/var/lib/roster", name); }
+
 Result<std::shared_ptr<NamedLock>> takeNamedLock(std::string_view name, const std::string& modelPath) {
-  const std::string path = joinPath(deviceRoot() + "/var/lib/roster", name);
+  return takeLockFile(lockFilePath(name), modelPath, std::nullopt);
+}
+
+Result<std::shared_ptr<NamedLock>> takeLockFile(const std::string& path, const std::string& modelPath,
+                                                const Deadline& deadline) {
   const std::optional<struct stat> found = modelPath.empty() ? std::nullopt : modelOf(modelPath);
   const struct stat* model = found ? &*found : nullptr;
+  const auto lock = std::make_shared<FileLock>();
+  LockDescriptor& file = lock->file();
   while (true) {
-    Result<FileDescriptor> file = openOrMakeFile(path, model);
-    if (!file) return file.error();
+    if (const Result<> opened = openOrMakeFile(file, path, model); !opened) return opened.error();
     struct stat status {};
-    if (fileCalls().fstat(file->fd(), &status) == -1) return systemError("examine", path, errno);
+    if (fileCalls().fstat(file.fd(), &status) == -1) return systemError("examine", path, errno);
     if (!S_ISREG(status.st_mode))
       return Error(std::errc::invalid_argument, "could not use " + path + ": it is not a regular file");
-    if (retrying([&] { return flock(file->fd(), LOCK_EX); }) == -1) return systemError("lock", path, errno);
+    if (lockUntil(file.fd(), deadline) == -1)
+      return systemError("lock", path, errno == EWOULDBLOCK ? ETIMEDOUT : errno);
     if (!isStillAt(path, status)) continue;
     // The folder only stands in for a file that has yet to be made.
     if (model != nullptr && fileType(modelPath) == FileType::regular && hasToFollow(status, *model))
-      static_cast<void>(adoptAccess(file->fd(), *model, path));
-    return std::shared_ptr<NamedLock>(std::make_shared<FileLock>(*std::move(file)));
+      static_cast<void>(adoptAccess(file.fd(), *model, path));
+    return std::shared_ptr<NamedLock>(lock);
   }
 }
 
