@@ -16,8 +16,8 @@ namespace roster {
 
 namespace {
 
-/// Copies a value out of its file. What a file shares stays shared in the copy, so that a copy is never larger
-/// than the file.
+/// Copies a value out of its file. What a file shares stays shared in the copy, so that a copy is never
+/// larger than the file.
 class Detachment {
  public:
   Value copy(const Value& value) {

@@ -175,15 +175,15 @@ class ROSTER_EXPORT AccountsManager : public std::enable_shared_from_this<Accoun
   /// Returns what it changed in memory, in the order of `changesBetween`; nothing the second time when nobody
   /// has changed the file. Records stay the records of their accounts, wherever those have moved; that of a
   /// deleted account is merely in the store no more. Whoever walks the accounts meanwhile meets the walk's
-  /// EnumerationMutation, if anything was brought in. Notifiers are not told of it, now or later: the programs
-  /// that made the changes have told them.
+  /// EnumerationMutation, if anything was brought in. Notifiers are not told of it, now or later: the
+  /// programs that made the changes have told them.
   ///
-  /// A missing file changes nothing. Of a damaged one what can be read is brought in, and nothing is taken for
-  /// deleted. One that cannot be read at all is an error, and nothing is changed then.
+  /// A missing file changes nothing. Of a damaged one what can be read is brought in, and nothing is taken
+  /// for deleted. One that cannot be read at all is an error, and nothing is changed then.
   Result<std::vector<AccountChange>> refresh();
-  /// Under the lock that all who sync take (`RegistryLock`): refreshes, writes the file if memory then differs
-  /// from it, and tells the notifiers what this program changed. Nothing is lost between programs that all do
-  /// this. The patience is how long to wait for the lock; see `RegistryLock::take`.
+  /// Under the lock that all who sync take (`RegistryLock`): refreshes, writes the file if memory then
+  /// differs from it, and tells the notifiers what this program changed. Nothing is lost between programs
+  /// that all do this. The patience is how long to wait for the lock; see `RegistryLock::take`.
   ///
   /// What the file has and this program makes no record of, as accounts of a type that it does not know, is
   /// written as it is. On failure, which the system log and `lastSaveError` tell too, the file is as it was.

@@ -47,7 +47,8 @@ MutableDictionary completedProperties(const Dictionary& base, const Dictionary& 
     if (entry.key == kAccountChildAccounts) continue;
     const Value found = theirs.find(entry.key);
     if (found.isNil()) account.set(entry.key, entry.value);
-    const bool isList = entry.key == kAccountEnabledDataclasses || entry.key == kAccountProvisionedDataclasses;
+    const bool isList =
+        entry.key == kAccountEnabledDataclasses || entry.key == kAccountProvisionedDataclasses;
     if (isList && found.isArray() && entry.value.isArray())
       account.set(entry.key, joined(*found.array(), *entry.value.array()));
   }

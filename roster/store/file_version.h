@@ -12,8 +12,8 @@ namespace roster {
 
 using RuntimeFixers = std::vector<std::shared_ptr<RSRuntimeFixProtocol>>;
 
-/// An account that is stored without an identifier. Every load gives it a fresh one, so that it is known again
-/// by its contents only.
+/// An account that is stored without an identifier. Every load gives it a fresh one, so that it is known
+/// again by its contents only.
 struct NamelessAccount {
   String identifier{};
   /// As it is stored.
@@ -35,8 +35,8 @@ struct FileVersion {
   std::vector<CarriedEntry> carried{};
 };
 
-/// Makes of a file's accounts what a load would make of them. Those that are stored without an identifier keep
-/// the one that they are known by.
+/// Makes of a file's accounts what a load would make of them. Those that are stored without an identifier
+/// keep the one that they are known by.
 FileVersion fileVersion(const Array& accounts, const RuntimeFixers& fixers,
                         const std::vector<NamelessAccount>& known);
 

@@ -37,15 +37,14 @@ Dictionary withoutNames(const Dictionary& account) {
 void nameInBase(Dictionary& account, const String& identifier, StoreState& store) {
   store.nameless.push_back({identifier, account});
   const String sync = account.find(kAccountSyncIdentifier).string();
-  account = renamed(account, {{kAccountIdentifier, identifier},
-                              {kAccountSyncIdentifier, sync ? sync : identifier}});
+  account = renamed(account,
+                    {{kAccountIdentifier, identifier}, {kAccountSyncIdentifier, sync ? sync : identifier}});
 }
 
 void nameRecord(const AccountPtr& record, const String& identifier, StoreState& store) {
   MutableDictionary properties = record->properties();
   properties.set(kAccountIdentifier, identifier);
-  if (!properties.find(kAccountSyncIdentifier).isString())
-    properties.set(kAccountSyncIdentifier, identifier);
+  if (!properties.find(kAccountSyncIdentifier).isString()) properties.set(kAccountSyncIdentifier, identifier);
   store.indexes.setTopLevel(identifier, record);
   store.indexes.reloadChildrenOf(record);
 }

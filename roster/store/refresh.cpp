@@ -27,8 +27,7 @@ Result<std::vector<AccountChange>> AccountsManager::refresh() {
   const std::shared_ptr<const AccountsManager> kept = shared_from_this();
   if (!_state->mayBegin("-[AccountsManager refresh]")) return *_state->lastSaveError;
   const BusyStore busy(*_state);
-  const Result<ReadRegistry> read =
-      readForRefresh(SettingsFile(settingsPath()), *_state, Unusable::isError);
+  const Result<ReadRegistry> read = readForRefresh(SettingsFile(settingsPath()), *_state, Unusable::isError);
   if (!read) {
     systemLog("Failed to refresh accounts: %@", read.error().message);
     return read.error();

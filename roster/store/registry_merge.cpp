@@ -248,8 +248,8 @@ Dictionary Merge::assembled(const String& identifier, const Account& account) co
   const AccountVersions versions{propertiesOf(account.mine), propertiesOf(account.base),
                                  propertiesOf(account.theirs)};
   const Dictionary merged = account.theirs == nullptr ? versions.mine : mergeAccount(versions);
-  const Value children = account.parentID.isNil() ? assembledChildren(identifier, account)
-                                                  : mergeChildrenWhole(versions);
+  const Value children =
+      account.parentID.isNil() ? assembledChildren(identifier, account) : mergeChildrenWhole(versions);
   return withChildren(merged, children);
 }
 
@@ -262,8 +262,8 @@ Value Merge::assembledChildren(const String& identifier, const Account& account)
   appendChildren(identifier, versions.mine, &Account::mine, !isInTheirs, children);
   if (!children.empty()) return Array(std::move(children));
   // Where there is none, an absent list and an empty one are still two things.
-  Value whole = account.theirs == nullptr ? versions.mine.find(kAccountChildAccounts)
-                                          : mergeChildrenWhole(versions);
+  Value whole =
+      account.theirs == nullptr ? versions.mine.find(kAccountChildAccounts) : mergeChildrenWhole(versions);
   const std::optional<Array> list = whole.array();
   return list && !list->empty() ? Value(Array(std::vector<Value>())) : whole;
 }
@@ -276,8 +276,7 @@ void Merge::appendChildren(const String& parentID, const Dictionary& parent, Sid
     const String identifier = storedChildIdentifier(element);
     if (identifier.isNil()) {
       if (areOthersTaken) children.push_back(detachedCopy(element));
-    } else if (const Account* account = child(identifier);
-               isTakenFrom(side, *account, parentID, position)) {
+    } else if (const Account* account = child(identifier); isTakenFrom(side, *account, parentID, position)) {
       children.emplace_back(assembled(identifier, *account));
     }
     ++position;

@@ -96,7 +96,8 @@ Result<> AccountsManager::mergeAndWrite(const std::vector<AccountPtr>& accounts)
   return mergeAndWriteOnce(accounts, true);
 }
 
-Result<> AccountsManager::mergeAndWriteOnce(const std::vector<AccountPtr>& accounts, bool isLastAttempt) const {
+Result<> AccountsManager::mergeAndWriteOnce(const std::vector<AccountPtr>& accounts,
+                                            bool isLastAttempt) const {
   const std::optional<Error>& unseen = _state->unseen;
   if (Result<> done = requireRead(unseen, "the registry was not read when this store was loaded"); !done)
     return done;

@@ -211,9 +211,8 @@ void StoreRefresh::removeFormer() {
 /// The record that the account has in memory, wherever it stands there; nil when it has none.
 AccountPtr StoreRefresh::takeRecord(const String& identifier, bool isChild) {
   const AccountPtr* account = formerRecords_.find(identifier);
-  const AccountPtr* child = formerChildren_.contains(identifier)
-                                ? store_.indexes.childAccountsByID().find(identifier)
-                                : nullptr;
+  const AccountPtr* child =
+      formerChildren_.contains(identifier) ? store_.indexes.childAccountsByID().find(identifier) : nullptr;
   for (const AccountPtr* record : {isChild ? child : account, isChild ? account : child}) {
     if (record != nullptr && used_.insert(record->get()).second) return *record;
   }

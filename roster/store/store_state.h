@@ -19,9 +19,9 @@ struct StoreState {
   AccountIndexes indexes;
   /// The accounts as they were when the store was loaded or last told the notifiers.
   Snapshot snapshot;
-  /// The accounts as this store and the file last agreed on them: when it was loaded, refreshed or saved. What
-  /// memory has otherwise was changed here, what the file has otherwise was changed there. Empty for a store
-  /// that was not loaded from a file.
+  /// The accounts as this store and the file last agreed on them: when it was loaded, refreshed or saved.
+  /// What memory has otherwise was changed here, what the file has otherwise was changed there. Empty for a
+  /// store that was not loaded from a file.
   AccountList base;
   bool isBaseNamed = true;
   /// Those of the base that the file has without an identifier.
@@ -55,8 +55,8 @@ struct StoreState {
   void takeSnapshot() { snapshot = Snapshot(topLevelRecords()); }
   /// What memory has is what the file has, as far as this store knows.
   void takeBase();
-  /// Whether all accounts, of memory and of the base, are known to have identifiers of their own; told without
-  /// a look at them.
+  /// Whether all accounts, of memory and of the base, are known to have identifiers of their own; told
+  /// without a look at them.
   bool isEveryAccountNamed() const {
     return isBaseNamed && indexes.topLevelAccounts()->size() == indexes.topLevelAccountsByID().size();
   }

@@ -51,8 +51,9 @@ Error errorOfWriting(const SettingsFile& file, const Error& error) {
 /// Whether the store has never had all that the damaged file may still hold.
 std::optional<Error> refusal(const StoreState& store, const ReadRegistry& read, const SyncOptions& options) {
   if (!store.unseen || !read.damage || options.replacesDamagedRegistry) return std::nullopt;
-  return Error(read.damage->code, "the registry is damaged and was never read in full, so it is not replaced: " +
-                                      read.damage->message);
+  return Error(
+      read.damage->code,
+      "the registry is damaged and was never read in full, so it is not replaced: " + read.damage->message);
 }
 
 /// One refresh, and the write that may have to follow it. An error that `isChangedMeanwhile` asks for another
@@ -65,9 +66,8 @@ Result<> refreshAndWrite(const SettingsFile& file, StoreState& store, const Sync
   AccountList accounts = refresh.accounts();
   const bool isToBeWritten =
       refresh.isFileDifferent() || read->damage || (read->isMissing && !accounts.empty());
-  const Result<std::string> bytes = isToBeWritten
-                                        ? registryBytes(refresh.accountsToWrite(read->version))
-                                        : Result<std::string>(std::string());
+  const Result<std::string> bytes = isToBeWritten ? registryBytes(refresh.accountsToWrite(read->version))
+                                                  : Result<std::string>(std::string());
   result.changes = joined(std::move(result.changes), refresh.commit());
   if (const std::optional<Error> refused = refusal(store, *read, options)) return *refused;
   if (read->isWhole()) store.unseen.reset();
@@ -126,8 +126,9 @@ std::optional<Error> AccountsManager::announceAfterSync(std::optional<Error> err
   try {
     _state->announceChangesSinceSnapshot();
   } catch (const std::exception& exception) {
-    error = Error(std::errc::invalid_argument,
-                  std::string("the registry is saved, but not every notifier could be told: ") + exception.what());
+    error = Error(
+        std::errc::invalid_argument,
+        std::string("the registry is saved, but not every notifier could be told: ") + exception.what());
   }
   _state->takeSnapshot();
   return error;

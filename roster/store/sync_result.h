@@ -13,8 +13,8 @@ namespace roster {
 struct ROSTER_EXPORT SyncResult {
   /// What other programs had changed, and what is now in memory, also when the rest failed.
   std::vector<AccountChange> changes{};
-  /// Why not all of it could be done, with path and system text; nothing when it could. Unless the registry is
-  /// written, memory keeps its changes, and the next sync or save writes them.
+  /// Why not all of it could be done, with path and system text; nothing when it could. Unless the registry
+  /// is written, memory keeps its changes, and the next sync or save writes them.
   std::optional<Error> error{};
   /// Whether the registry was written. It is not when memory and the file were the same already.
   bool isWritten = false;

@@ -12,7 +12,9 @@ std::string words(const std::vector<AccountChange>& changes) {
   return text;
 }
 
-Dictionary child(std::string_view identifier, const Dictionary& more = {}) { return stored(identifier, more); }
+Dictionary child(std::string_view identifier, const Dictionary& more = {}) {
+  return stored(identifier, more);
+}
 
 class RefreshTest : public StoreTest {
  protected:
@@ -45,7 +47,8 @@ TEST_F(RefreshTest, BringsInWhatOthersDidAndKeepsWhatThisProgramDid) {
   here->deleteAccountWithIdentifier("D");
 
   EXPECT_EQ(refreshed(here), "removed B, added New, modified A");
-  EXPECT_EQ(identifiers(*here->allBasicAccounts()), "A New C") << "the file's order, then what was added here";
+  EXPECT_EQ(identifiers(*here->allBasicAccounts()), "A New C")
+      << "the file's order, then what was added here";
   EXPECT_EQ(here->accountWithIdentifier("A"), a);
   EXPECT_EQ(live.find("x"), Value(2)) << "live properties stay live";
   EXPECT_EQ(live.find("y"), Value(3));
@@ -63,16 +66,17 @@ TEST_F(RefreshTest, ChildrenAreMergedOneByOneAndKeepTheirRecords) {
   const auto parent = [](std::string_view identifier, const Value& children) {
     return stored(identifier, {{"ChildAccounts", children}});
   };
-  writeRegistry(parent("P", array(child("1", {{"x", 1}}), child("2"), "odd")), parent("Q", array(child("3"))));
+  writeRegistry(parent("P", array(child("1", {{"x", 1}}), child("2"), "odd")),
+                parent("Q", array(child("3"))));
   const Store here = AccountsManager::init();
   const Store there = AccountsManager::init();
-  const AccountPtr one = here->childAccountWithIdentifier("1");
-  const AccountPtr three = here->childAccountWithIdentifier("3");
   there->removeChildWithIdentifierFromAccount("2", there->accountWithIdentifier("P"));
   there->removeChildWithIdentifierFromAccount("3", there->accountWithIdentifier("Q"));
   there->addChildToAccount(record("3", {{"moved", true}}), there->accountWithIdentifier("P"));
   EXPECT_EQ(synced(there), "");
   here->addChildToAccount(record("4"), here->accountWithIdentifier("P"));
+  const AccountPtr one = here->childAccountWithIdentifier("1");
+  const AccountPtr three = here->childAccountWithIdentifier("3");
 
   EXPECT_EQ(refreshed(here), "modified P, modified Q");
   EXPECT_EQ(identifiers(here->childrenOfAccount(here->accountWithIdentifier("P"))), "1 3 4");
@@ -85,7 +89,9 @@ TEST_F(RefreshTest, ChildrenAreMergedOneByOneAndKeepTheirRecords) {
 }
 
 TEST_F(RefreshTest, ListsOfDataclassesAreSets) {
-  const auto enabled = [](const StringList& list) { return Dictionary{{"Enabled Dataclasses", arrayValue(list)}}; };
+  const auto enabled = [](const StringList& list) {
+    return Dictionary{{"Enabled Dataclasses", arrayValue(list)}};
+  };
   const std::string mail = "com.nimbal.Dataclass.Mail";
   const std::string notes = "com.nimbal.Dataclass.Notes";
   const std::string contacts = "com.nimbal.Dataclass.Contacts";
