@@ -36,6 +36,7 @@
 #include "roster/store/accounts_manager.h"
 #include "roster/store/registry_check.h"
 #include "roster/store/registry_lock.h"
+#include "roster/store/registry_watch.h"
 #include "roster/value/date.h"
 #include "roster/value/mutable_dictionary.h"
 #include "roster/value/value.h"

@@ -102,6 +102,17 @@ std::vector<AccountChange> differences(const OrderedMap<Dictionary>& originals, 
   return changes;
 }
 
+OrderedMap<Dictionary> childrenByID(const Dictionary& account) {
+  OrderedMap<Dictionary> children;
+  const Array elements = account.find(kAccountChildAccounts).array().value_or(Array());
+  for (const Value& element : elements) {
+    const std::optional<Dictionary> child = element.dictionary();
+    const String identifier = child ? child->find(kAccountIdentifier).string() : String();
+    if (identifier) children.set(identifier, *child);
+  }
+  return children;
+}
+
 }  // namespace
 
 Snapshot::Snapshot() : properties_(std::make_unique<SnapshotProperties>()) {}
@@ -139,6 +150,11 @@ String AccountChange::accountType() const { return textOf(*this, kAccountType); 
 
 std::vector<AccountChange> changesBetween(const Snapshot& before, const Snapshot& after) {
   return differences(SnapshotProperties::of(before).byID(), SnapshotProperties::of(after).byID(),
+                     [](const Dictionary& properties) { return properties; });
+}
+
+std::vector<AccountChange> childChanges(const AccountChange& change) {
+  return differences(childrenByID(change.original), childrenByID(change.current),
                      [](const Dictionary& properties) { return properties; });
 }
 

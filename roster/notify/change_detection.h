@@ -65,6 +65,10 @@ struct ROSTER_EXPORT AccountChange {
 /// passed over without a look at them.
 ROSTER_EXPORT std::vector<AccountChange> changesBetween(const Snapshot& before, const Snapshot& after);
 
+/// What happened to the account's children, told as changes of accounts, in the order of `changesBetween`: to
+/// every one that the account had or has under "ChildAccounts" with an identifier of its own.
+ROSTER_EXPORT std::vector<AccountChange> childChanges(const AccountChange& change);
+
 /// The dataclasses that a change concerns, each once, in no particular order. For an added or removed account
 /// they are those it has or had enabled. For a modified one they are those that were switched on or off, and,
 /// when anything changed besides its children and its activity, all that are enabled now.
