@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "roster/base/bytes.h"
 #include "roster/base/result.h"
@@ -40,6 +41,8 @@ struct ReplacementTerms {
 /// file takes its place, and another state is an error for which `isChangedMeanwhile` holds. A moment is left
 /// in which others may replace the file unnoticed: the time between two system calls.
 ///
+/// Temporary files that earlier writers have left in the folder because they were killed are removed first.
+///
 /// On failure the error names what failed, with path and system text; the old file is whole and no temporary
 /// file is left. One failure comes too late for that: when only the syncing of the folder fails, the new file
 /// is in place, whole, but may not survive a power cut. Exactly two syncs are made: of the file, and of its
@@ -74,6 +77,10 @@ Result<> makeMarker(const std::string& path);
 /// Makes `copy` hold the same file as `path`, sharing or copying its contents, without a moment at which
 /// `path` is missing. Fails when `copy` exists.
 Result<> keepFileAs(const std::string& path, const std::string& copy);
+
+/// The names of all that is in the folder, in no order, without "." and "..". Fails when it cannot be opened
+/// or read.
+Result<std::vector<std::string>> namesIn(const std::string& folder);
 
 /// The path with one component appended, with one separator between them.
 std::string joinPath(std::string_view folder, std::string_view component);

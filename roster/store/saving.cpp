@@ -88,7 +88,7 @@ void AccountsManager::saveAllAccounts() {
 /// Whoever replaces the file between the reading and the writing is merged with too. The last attempt writes
 /// in any case: a save that others keep from writing for ever would be worse.
 Result<> AccountsManager::mergeAndWrite(const std::vector<AccountPtr>& accounts) const {
-  constexpr int attempts = 3;
+  constexpr int attempts = 5;
   for (int attempt = 0; attempt < attempts; ++attempt) {
     Result<> done = mergeAndWriteOnce(accounts, false);
     if (done || !isChangedMeanwhile(done.error())) return done;

@@ -1,21 +1,16 @@
 #include "roster/store/settings_file.h"
 
 #include <algorithm>
-#include <array>
-#include <chrono>
 #include <cmath>
-#include <cstdio>
-#include <filesystem>
 #include <iterator>
 #include <new>
 #include <span>
-#include <system_error>
 
 #include "roster/account/vocabulary.h"
 #include "roster/platform/device.h"
 #include "roster/platform/file_system.h"
 #include "roster/platform/stamped_property_list.h"
-#include "roster/platform/system_log.h"
+#include "roster/store/damaged_copies.h"
 
 namespace roster {
 
@@ -74,22 +69,6 @@ Registry damaged(Error why) {
   return registry;
 }
 
-/// The present moment as file names can carry it: 20261121T080905Z.
-std::string utcTime() {
-  using namespace std::chrono;
-  const auto now = floor<seconds>(system_clock::now());
-  const auto today = floor<days>(now);
-  const year_month_day date(today);
-  const hh_mm_ss time(now - today);
-  std::array<char, 32> text{};
-  static_cast<void>(std::snprintf(text.data(), text.size(), "%04d%02u%02uT%02d%02d%02dZ",
-                                  static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
-                                  static_cast<unsigned>(date.day()), static_cast<int>(time.hours().count()),
-                                  static_cast<int>(time.minutes().count()),
-                                  static_cast<int>(time.seconds().count())));
-  return text.data();
-}
-
 }  // namespace
 
 bool isFailureOfReading(const Error& error) {
@@ -129,40 +108,26 @@ Registry SettingsFile::contentOf(const Result<Value>& file) const {
 Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Error>& damage,
                                const std::optional<FileStamp>& expected,
                                std::optional<FileStamp>* written) const {
-  const bool isToBeKept = damage && fileExists(path_);
-  const Result<std::string> copy = isToBeKept ? keepDamaged() : Result<std::string>(std::string());
-  if (!copy) return copy.error();
+  const DamagedCopies copies(path_);
+  std::optional<DamagedCopies::Copy> copy;
+  if (damage && fileExists(path_)) {
+    Result<DamagedCopies::Copy> kept = copies.keep();
+    if (!kept) return kept.error();
+    copy = *std::move(kept);
+  }
   // Elsewhere anybody might put a file that looks like the lock's.
   const bool isRegistry = path_ == sharedPreferencesPath(kAccountsFilename);
   ReplacementTerms terms;
   if (isRegistry) terms.modelPath = joinPath(folderOf(folderOf(path_)), migrationLockName);
   terms.expected = expected;
-  if (expected && isToBeKept) {
+  if (expected && copy) {
     // The second name has changed the file's stamp, but nothing of what was read.
     const Result<FileStamp> named = fileStamp(path_);
     if (named && named->hasContentOf(*expected)) terms.expected = *named;
   }
   Result<> replaced = replaceFile(path_, std::as_bytes(std::span(bytes)), terms, written);
-  // While the damaged file is still in its place, a second name for it is of no use.
-  std::error_code ignored;
-  const bool isLitter = !replaced && isToBeKept && std::filesystem::equivalent(path_, *copy, ignored);
-  if (isLitter) std::filesystem::remove(*copy, ignored);
-  if (isToBeKept && !isLitter)
-    systemLog("Kept the damaged registry %@ as %@: %@", path_, *copy, damage->message);
+  if (copy) copies.settle(*copy, bool(replaced), damage->message);
   return replaced;
-}
-
-Result<std::string> SettingsFile::keepDamaged() const {
-  constexpr int maximumAttempts = 1000;
-  const std::string base = path_ + ".damaged-" + utcTime();
-  std::string name = base;
-  for (int attempt = 2;; ++attempt) {
-    const Result<> kept = keepFileAs(path_, name);
-    if (kept) return name;
-    // Only a name that is taken is a reason to try another one.
-    if (kept.error().code != std::errc::file_exists || attempt > maximumAttempts) return kept.error();
-    name = base + "-" + std::to_string(attempt);
-  }
 }
 
 Error naming(const std::string& path, Error error) {

@@ -47,10 +47,9 @@ class SettingsFile {
   Registry read() const;
 
   /// Replaces the file atomically. When something of it has not been read, because of the damage, it is kept
-  /// beside its successor, under its own name with ".damaged-" and the time in UTC, and one line in the
-  /// system log says so. After a failure, also one to keep that file, the old file is whole. A registry that
-  /// a migration has removed comes back with its former owner, group and mode, which the file of the
-  /// migration lock has kept.
+  /// beside its successor, as `DamagedCopies` has it, and one line in the system log says so. After a
+  /// failure, also one to keep that file, the old file is whole. A registry that a migration has removed
+  /// comes back with its former owner, group and mode, which the file of the migration lock has kept.
   ///
   /// A file that is expected in a state and is in another one is not replaced: `isChangedMeanwhile` holds for
   /// the error. `written` is set once the new file is in place, even if syncing its folder fails then, to the
@@ -61,8 +60,6 @@ class SettingsFile {
 
  private:
   Registry contentOf(const Result<Value>& file) const;
-  /// Gives the file a second name, which nothing had before, and answers that.
-  Result<std::string> keepDamaged() const;
 
   std::string path_;
 };

@@ -132,7 +132,8 @@ TEST_F(RegistryLockTest, IsNotHeldByChildrenWhichItsHolderLeavesBehind) {
     EXPECT_FALSE(isFree());
     kill(holder, SIGKILL);
     EXPECT_FALSE(endsWell(holder));
-    EXPECT_TRUE(isFree()) << "kept by a child: " << kind;
+    // A program that is being executed may not have come to closing its files.
+    EXPECT_TRUE(RegistryLock::take(10s)) << "kept by a child: " << kind;
     EXPECT_EQ(kill(-holder, SIGKILL), 0) << "there was no child";
   }
 }

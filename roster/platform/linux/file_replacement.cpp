@@ -7,6 +7,7 @@
 
 #include "roster/platform/file_system.h"
 #include "roster/platform/linux/system_calls.h"
+#include "roster/platform/linux/temporary_files.h"
 
 namespace roster {
 
@@ -81,6 +82,7 @@ Result<FileReplacement> FileReplacement::create(const std::string& path) {
   if (!folder) return folder.error();
   const Result<std::optional<struct stat>> oldFile = inspectOldFile(*folder, *target);
   if (!oldFile) return oldFile.error();
+  removeStaleTemporaries(*folder, folderOf(*target));
   Result<NewFile> temporary = NewFile::createTemporary(folder->fd(), *target);
   if (!temporary) return temporary.error();
   return FileReplacement(path, *std::move(target), *std::move(folder), *oldFile, *std::move(temporary));

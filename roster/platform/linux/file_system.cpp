@@ -1,5 +1,6 @@
 #include "roster/platform/file_system.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 
@@ -14,6 +15,10 @@
 namespace roster {
 
 namespace {
+
+struct CloseFolder {
+  void operator()(DIR* stream) const { static_cast<void>(closedir(stream)); }
+};
 
 Error unreadable(std::errc code, const std::string& path, const std::string& reason) {
   return {code, "could not read " + path + ": " + reason};
@@ -161,6 +166,23 @@ Result<> keepFileAs(const std::string& path, const std::string& copy) {
   const int errorNumber = errno;
   if (mayCopyInstead(errorNumber)) return copyFile(path, copy);
   return systemError("keep " + path + " as", copy, errorNumber);
+}
+
+Result<std::vector<std::string>> namesIn(const std::string& folder) {
+  // Not an iterator of the standard library: it ends the process when it runs out of memory.
+  const std::unique_ptr<DIR, CloseFolder> stream(opendir(folder.c_str()));
+  if (!stream) return systemError("open the folder", folder, errno);
+  std::vector<std::string> names;
+  while (true) {
+    errno = 0;
+    const dirent* entry =
+        readdir(stream.get());  // NOLINT(concurrency-mt-unsafe): nobody else has this stream
+    if (entry == nullptr) break;
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+  }
+  if (errno != 0) return systemError("read the folder", folder, errno);
+  return names;
 }
 
 std::string joinPath(std::string_view folder, std::string_view component) {

@@ -3,11 +3,11 @@
 #include <fcntl.h>
 
 #include <array>
-#include <chrono>
 #include <ctime>
 
 #include "roster/platform/file_system.h"
 #include "roster/platform/linux/system_calls.h"
+#include "roster/platform/linux/temporary_files.h"
 
 namespace roster {
 
@@ -21,19 +21,6 @@ FileDescriptor openNew(int folderFd, const std::string& name) {
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   return FileDescriptor(
       retrying([&] { return fileCalls().openat(folderFd, name.c_str(), flags, forOwner); }));
-}
-
-/// Fresh, so that no other process can have made a file of this name beforehand, and hidden from listings.
-std::string temporaryName() {
-  constexpr std::string_view symbols = "0123456789abcdef";
-  std::uint64_t bits = 0;
-  if (!drawRandomBytes(std::as_writable_bytes(std::span(&bits, 1)))) {
-    // Without random bytes the name can be guessed. If somebody has taken it, the file is not made.
-    bits = static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
-  }
-  std::string name = ".roster-";
-  for (int digit = 0; digit < 16; ++digit, bits >>= 4U) name += symbols[bits & 0xFU];
-  return name + ".tmp";
 }
 
 /// False when this process has no right to.
@@ -82,10 +69,16 @@ Result<NewFile> NewFile::createTemporary(int folderFd, const std::string& path) 
   constexpr int maximumAttempts = 16;
   for (int attempt = 1;; ++attempt) {
     std::string name = temporaryName();
-    FileDescriptor file = openNew(folderFd, name);
-    if (file) return NewFile(std::move(file), folderFd, std::move(name), "a temporary file beside " + path);
-    if (errno != EEXIST || attempt == maximumAttempts)
-      return systemError("create a temporary file in", folderOf(path), errno);
+    FileDescriptor descriptor = openNew(folderFd, name);
+    int errorNumber = errno;
+    if (descriptor) {
+      NewFile file(std::move(descriptor), folderFd, std::move(name), "a temporary file beside " + path);
+      file.isClaimed_ = claimTemporary(file.file_);
+      if (file.isClaimed_) return file;
+      errorNumber = EEXIST;  // As if somebody had had the name before.
+    }
+    if (errorNumber != EEXIST || attempt == maximumAttempts)
+      return systemError("create a temporary file in", folderOf(path), errorNumber);
   }
 }
 
@@ -99,7 +92,9 @@ NewFile::NewFile(NewFile&& other) noexcept
     : file_(std::move(other.file_)),
       folderFd_(other.folderFd_),
       name_(std::exchange(other.name_, {})),
-      description_(std::move(other.description_)) {}
+      description_(std::move(other.description_)),
+      claim_(std::move(other.claim_)),
+      isClaimed_(other.isClaimed_) {}
 
 NewFile::~NewFile() {
   if (!name_.empty()) fileCalls().unlinkat(folderFd_, name_.c_str(), 0);
@@ -139,6 +134,9 @@ Result<> NewFile::sync() const {
 }
 
 Result<> NewFile::close() {
+  // The file stays open, and with it the claim, while its first descriptor tells what closing has to tell.
+  if (isClaimed_) claim_ = FileDescriptor(fcntl(file_.fd(), F_DUPFD_CLOEXEC, 0));
+  if (isClaimed_ && !claim_) return systemError("keep open", description_, errno);
   if (!file_.close()) return systemError("close", description_, errno);
   return {};
 }

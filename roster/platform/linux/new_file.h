@@ -24,7 +24,8 @@ class NewFile {
   static Result<NewFile> create(int folderFd, std::string name, std::string description);
 
   /// The same, under a hidden name that nothing has yet, for a file that is to take the place of `path`. The
-  /// descriptor is that of the path's folder.
+  /// descriptor is that of the path's folder. As long as the object lives, `removeStaleTemporaries` leaves
+  /// the file alone, also when it has been closed.
   static Result<NewFile> createTemporary(int folderFd, const std::string& path);
 
   NewFile(NewFile&& other) noexcept;
@@ -66,6 +67,9 @@ class NewFile {
   int folderFd_;
   std::string name_;
   std::string description_;
+  /// Keeps the claim of a temporary file that is closed.
+  FileDescriptor claim_;
+  bool isClaimed_ = false;
 };
 
 }  // namespace roster
