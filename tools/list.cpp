@@ -81,7 +81,7 @@ int show(const Options& options) {
   const Session session(Session::Purpose::reading);
   const Dictionary properties = session.find(options.identifier).account->propertiesToSave();
   if (options.isJson) {
-    printJson(jsonFromEntries(properties));
+    printJsonEntries(properties);
   } else {
     printTree(properties);
   }

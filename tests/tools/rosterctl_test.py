@@ -148,6 +148,16 @@ class RosterctlTest(unittest.TestCase):
         self.assertEqual(base64.b64decode(self.json("dump", files[0])["Bytes"]["$data"]), b"\0")
         self.assertIn("Text   a\\u001B[2J\\nb\n", self.out("dump", files[0]))
 
+    def test_dump_takes_no_more_memory_than_what_is_stored(self):
+        file = self.root / "shared"
+        file.write_bytes(plistlib.dumps(["é" * 500_000] * 400, fmt=plistlib.FMT_BINARY))
+        for words in (("--json",), ()):
+            process = subprocess.Popen([TOOL, *words, "dump", file], stdout=subprocess.DEVNULL)
+            status, usage = os.wait4(process.pid, 0)[1:]
+            process.returncode = status
+            self.assertEqual(status, 0)
+            self.assertLess(usage.ru_maxrss, 350_000, f"{words}: kilobytes, for 400 MB of output")
+
     # ---- accounts
 
     def test_add_prints_the_identifier_of_what_it_added(self):
