@@ -1,3 +1,5 @@
+#include <sys/auxv.h>
+
 #include <CLI/CLI.hpp>
 #include <clocale>
 #include <cstdlib>
@@ -88,6 +90,11 @@ class CommandLine {
     for (std::string& word : options_.words) unshield(word);
     if (const CLI::Option* root = app_.get_option("--root"); root->count() > 0) {
       if (root_.empty()) throw CommandError("--root", "the folder's name is empty", wrongUsage);
+      // The library would not look at it, and the command would change the real device.
+      if (getauxval(AT_SECURE) != 0) {
+        throw CommandError("--root", "a set-uid program works on the device that it runs on only",
+                           wrongUsage);
+      }
       setenv("ROSTER_ROOT", root_.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): the tool has one thread
     }
   }
@@ -98,7 +105,11 @@ class CommandLine {
   }
 
   int exit(const CLI::ParseError& error) const {
-    if (error.get_exit_code() == 0) return app_.exit(error);
+    if (error.get_exit_code() == 0) {
+      const int status = app_.exit(error);
+      flushOutput();
+      return status;
+    }
     const std::vector<CLI::App*> chosen = app_.get_subcommands();
     const std::vector<std::string> words = app_.remaining();
     const std::string help =

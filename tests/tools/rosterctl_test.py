@@ -7,6 +7,7 @@ import datetime
 import json
 import os
 import plistlib
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -254,10 +255,21 @@ class RosterctlTest(unittest.TestCase):
         kept = [path for path in self.registry.parent.iterdir() if ".damaged-" in path.name]
         self.assertEqual([path.read_bytes() for path in kept], [b"not a registry"])
         self.assertEqual(len(self.accounts()), 1)
-        for command in ("list", "types"):  # little, and more than the tool holds back until its end
+        for command in ("list", "types", "--help", "--version"):  # "types" is more than is held back until the end
             with open("/dev/full", "wb") as full:
                 done = subprocess.run([TOOL, "--root", self.root, command], stdout=full, stderr=subprocess.PIPE)
             self.assertEqual((done.returncode, b"No space left" in done.stderr), (1, True), command)
+
+    def test_a_tool_with_rights_of_its_own_refuses_another_device(self):
+        bin = Path(TOOL).parent
+        if os.geteuid() != 0 or os.statvfs(bin).f_flag & os.ST_NOSUID:
+            self.skipTest("only root may give a program away, and not everywhere")
+        with tempfile.TemporaryDirectory(dir=bin) as folder:
+            tool = shutil.copy(TOOL, folder)
+            os.chown(tool, 0, 65534)
+            os.chmod(tool, 0o2755)
+            done = subprocess.run([tool, "--root", self.root, "list"], capture_output=True, timeout=60)
+        self.assertEqual((done.returncode, b"rosterctl: --root: a set-uid" in done.stderr), (2, True), done)
 
     # ---- check
 
