@@ -90,6 +90,28 @@ std::string utcTime() {
   return text.data();
 }
 
+constexpr const char* copySuffix = ".damaged-";
+
+/// The name of a copy that was kept by giving the very same file a second one; nothing when there is none.
+/// Only a file that is known to have several names is worth a search of its folder.
+std::optional<std::string> earlierCopy(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  if (fs::hard_link_count(path, error) < 2 || error) return std::nullopt;
+  const std::string ownName = fs::path(path).filename().string();
+  for (fs::directory_iterator entry(folderOf(path), error); !error && entry != fs::directory_iterator();
+       entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    std::error_code unknown;
+    // A link that leads to the file would lead to its successor.
+    const bool isFile = entry->symlink_status(unknown).type() == fs::file_type::regular;
+    if (isFile && name.starts_with(ownName + copySuffix) && fs::equivalent(path, entry->path(), unknown)) {
+      return path + name.substr(ownName.size());
+    }
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 bool isFailureOfReading(const Error& error) {
@@ -111,6 +133,7 @@ Registry SettingsFile::read() const try {
   if (!root) return damaged(damage(path_ + " is not a dictionary"));
 
   Registry registry;
+  registry.root = root;
   registry.version = registryVersion(*root).value_or(0);
   registry.accounts = root->find(kPlistAccountsKey).array();
   registry.damage = damageOf(*file, *root, registry.accounts);
@@ -121,7 +144,7 @@ Registry SettingsFile::read() const try {
 
 Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Error>& damage) const {
   const bool isToBeKept = damage && fileExists(path_);
-  const Result<std::string> copy = isToBeKept ? keepDamaged() : Result<std::string>(std::string());
+  const Result<std::string> copy = isToBeKept ? keepCopy() : Result<std::string>(std::string());
   if (!copy) return copy.error();
   // Elsewhere anybody might put a file that looks like the lock's.
   const bool isRegistry = path_ == sharedPreferencesPath(kAccountsFilename);
@@ -137,9 +160,10 @@ Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Err
   return replaced;
 }
 
-Result<std::string> SettingsFile::keepDamaged() const {
+Result<std::string> SettingsFile::keepCopy() const {
   constexpr int maximumAttempts = 1000;
-  const std::string base = path_ + ".damaged-" + utcTime();
+  if (std::optional<std::string> known = earlierCopy(path_)) return *std::move(known);
+  const std::string base = path_ + copySuffix + utcTime();
   std::string name = base;
   for (int attempt = 2;; ++attempt) {
     const Result<> kept = keepFileAs(path_, name);

@@ -19,6 +19,8 @@ inline constexpr std::string_view migrationLockName = "AccountMigrationInProgres
 
 /// The content of the account settings file, as far as it can be used.
 struct Registry {
+  /// The whole file; nothing when there is none or it holds no dictionary.
+  std::optional<Dictionary> root;
   /// The value under "Accounts"; nothing when there is none or it is no array.
   std::optional<Array> accounts;
   /// The value under "Version", 0 when there is none.
@@ -49,10 +51,11 @@ class SettingsFile {
   /// migration lock has kept.
   Result<> replace(const std::string& bytes, const std::optional<Error>& damage) const;
 
- private:
-  /// Gives the file a second name, which nothing had before, and answers that.
-  Result<std::string> keepDamaged() const;
+  /// Gives the file a second name of that kind, which nothing had before, and answers that; a file that has
+  /// one keeps it.
+  Result<std::string> keepCopy() const;
 
+ private:
   std::string path_;
 };
 

@@ -277,9 +277,12 @@ class RosterctlTest(unittest.TestCase):
         path = {"AccountPath": "/var/Mail/IMAP-me"}
         grandparent = account("C", "SMTP", "SMTPAccount", ChildAccounts=[])
         for root, finding in (
-                ([], "damage|com.nimbal.roster.plist|is an array, not a dictionary"),
+                ([], "damage|com.nimbal.roster.plist|roster.plist is not a dictionary"),
+                ({}, 'damage|com.nimbal.roster.plist|counts as empty: it has no "Accounts"'),
                 ({"Version": 12}, "ignores|Accounts|no such key"),
-                ({"Version": 12, "Accounts": "x"}, "damage|Accounts|it is a text"),
+                ({"Version": 12, "Accounts": "x"}, 'damage|com.nimbal.roster.plist|its "Accounts" are not an array'),
+                ({"Version": 12, "Accounts": INSTANT}, "damage|com.nimbal.roster.plist|counts as empty: "),
+                ({"Version": 12, "Accounts": [], "X": INSTANT}, "damage|com.nimbal.roster.plist|not all else: it has a"),
                 ({"Accounts": []}, "repairs|Version|missing"),
                 ({"Version": "12", "Accounts": []}, "repairs|Version|it is a text"),
                 ({"Version": 11, "Accounts": []}, "repairs|Version|migration"),
@@ -287,13 +290,14 @@ class RosterctlTest(unittest.TestCase):
                 ({"Version": 11.5, "Accounts": []}, "repairs|Version|it is a real number, not a whole number"),
                 ({"Version": 13, "Accounts": []}, "repairs|Version|newer"),
                 ({"Version": 12, "Accounts": [], "Extra": 1}, "ignores|Extra|no such key"),
-                (["x"], "drops|Accounts[0]|it is a text"),
+                (["x"], "damage|Accounts[0]|it is a text"),
                 ([account("A", "Foo")], 'drops|Accounts[0] (A)|its type "Foo" is not known'),
                 ([{"Type": 5}], 'drops|Accounts[0]|its "Type" is an integer, not a text, and it has no "Class"'),
                 ([account("A", cls="Bogus")], 'drops|Accounts[0] (A)|its class "Bogus"'),
                 ([account("A", cls="Bogus", **path)], 'repairs|Accounts[0] (A)|the class becomes "IMAPAccount"'),
                 ([account(5)], 'repairs|Accounts[0]|its "Identifier" is an integer'),
-                ([account("A"), account("A")], "ignores|Accounts[0] (A)|Accounts[1] (A)"),
+                ([account("A"), account("A")], "ignores|Accounts[0] (A)|its equal, is found in its place"),
+                ([account("A", X=1), account("A")], "drops|Accounts[0] (A)|identifier: Accounts[1] (A)"),
                 ([account("A", DisplayName=5)], 'ignores|Accounts[0] (A)|"DisplayName" counts as absent'),
                 ([account("A", **{"Enabled Dataclasses": "x"})], "ignores|Accounts[0] (A)|counts as absent"),
                 ([account("A", **{"Enabled Dataclasses": [5]})], "ignores|Accounts[0] (A)|it is an integer"),
@@ -311,7 +315,9 @@ class RosterctlTest(unittest.TestCase):
                  "ignores|Accounts[0].ChildAccounts[0].ChildAccounts|no children of its own")):
             with self.subTest(finding):
                 wrapped = {"Version": 12, "Accounts": root} if isinstance(root, list) and root else root
-                self.write_root(wrapped)
+                isXml = INSTANT in dict(wrapped).values()
+                self.write_root(wrapped, FORMATS[isXml])
+                self.registry.write_bytes(self.registry.read_bytes().replace(b"2024-02-29T", b"2024-13-29T"))
                 before = self.registry.read_bytes()
                 found = self.json("check", status=1)
                 self.assertEqual(len(found["findings"]), 1, found)
@@ -330,6 +336,9 @@ class RosterctlTest(unittest.TestCase):
         for name, damaged in (("without its last byte", self.registry.read_bytes()[:-1]), ("empty", b"")):
             self.registry.write_bytes(damaged)
             self.assertEqual([found["kind"] for found in self.json("check", status=1)["findings"]], ["damage"], name)
+        self.registry.unlink()
+        self.registry.mkdir()
+        self.assertEqual([found["kind"] for found in self.json("check", status=1)["findings"]], ["unread"])
 
     def test_the_configuration_is_listed(self):
         types = {row["type"]: row for row in self.json("types")}
