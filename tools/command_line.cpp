@@ -34,6 +34,9 @@ constexpr const char* values =
     "\n"
     "'show --json' and 'dump --json' print the same.\n\n";
 
+constexpr const char* force =
+    "Change the registry although a migration is due, and give known keys values of any type";
+
 constexpr const char* examples =
     "Examples:\n"
     "  rosterctl list --type Mail --type Exchange\n"
@@ -176,6 +179,9 @@ class CommandLine {
     words(accountCommand("disable", "Switch dataclasses of an account off", &disable), "DATACLASS", names)
         .required();
     accountCommand("delete", "Delete an account with its children, or one child", &deleteAccount);
+    for (const char* name : {"add", "set", "unset", "enable", "disable", "delete"}) {
+      app_.get_subcommand(name)->add_flag("--force", options_.isForced, force);
+    }
   }
 
   void addFiles() {

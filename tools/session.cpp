@@ -2,7 +2,10 @@
 
 #include "roster/fixers/mail_account_fixer.h"
 #include "roster/store/registry_check.h"
+#include "roster/store/registry_copy.h"
 #include "tools/commands.h"
+#include "tools/migrate.h"
+#include "tools/printing.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
@@ -11,15 +14,36 @@ namespace {
 
 constexpr std::string_view dataclassPrefix = "com.nimbal.Dataclass.";
 
-/// What could not be loaded is lost for good when the registry is saved.
-void warnOfLoss() {
+/// An ordinary save gives the registry the current version, which ends a migration that was due; and a
+/// migration from older files begins with the removal of the registry.
+void requireNoMigration(const Options& options) {
+  const MigrationNeed need = askedMigrationNeed(options);
+  if (!need.isAny()) return;
+  const std::string outcome = need.isFromOldFiles() ? "makes a change that the migration removes again"
+                                                    : "makes the change, and the migration never takes place";
+  throw CommandError("a migration is due", joined(reasonsToMigrate(need), "") +
+                                               ". Run 'rosterctl migrate' first; --force " + outcome);
+}
+
+/// What the library cannot use of the file is lost for good when the registry is saved. Keeps the file, and
+/// says why.
+void keepWhatIsLost() {
   using Kind = RegistryFinding::Kind;
   const std::string path = AccountsManager::fullPathToRosterPlist();
-  for (const RegistryFinding& finding : checkRegistry(path)) {
-    if (finding.kind != Kind::drops && finding.kind != Kind::damage) continue;
+  std::vector<RegistryFinding> findings = checkRegistry(path);
+  std::erase_if(findings, [](const RegistryFinding& finding) {
+    return finding.kind == Kind::repairs || finding.kind == Kind::ignores;
+  });
+  for (const RegistryFinding& finding : findings) {
     // What is said of the whole file names it already.
     warn(finding.where == path ? finding.what : finding.where + ": " + finding.what, finding.why);
+    // Whether a file that could not even be read is replaced is the library's decision, and so is its copy.
+    if (finding.kind == Kind::unread) return;
   }
+  if (findings.empty()) return;
+  const Result<std::string> copy = keepRegistryCopy(path);
+  if (!copy) throw CommandError("could not keep a copy of the registry", copy.error().message);
+  warn("not everything in the registry could be used", "a copy of the file is kept: " + *copy);
 }
 
 /// A fixer would let the account be written, and reject it at the next load.
@@ -55,9 +79,10 @@ Value replacedChild(const BasicAccount& parent, const BasicAccount& child) {
 
 }  // namespace
 
-Session::Session(Purpose purpose) {
+Session::Session(Purpose purpose, const Options& options) {
   if (purpose == Purpose::changing) lock_.emplace(EditLock::Folder::asItIs);
   if (purpose == Purpose::adding) lock_.emplace(EditLock::Folder::madeIfMissing);
+  if (purpose != Purpose::reading && !options.isForced) requireNoMigration(options);
   store_ = AccountsManager::init();
   // A registry that cannot be read loads as an empty one. The file is not asked again: it may answer
   // otherwise.
@@ -85,7 +110,7 @@ void Session::putBack(const FoundAccount& found) {
 
 void Session::save(const AccountPtr& changed) {
   if (changed) requireLoadable(*changed);
-  if (!unread_) warnOfLoss();
+  keepWhatIsLost();
   // In two steps, so that what goes wrong in the second one is not taken for a failure of the first.
   {
     const NotificationPause pause;
@@ -94,7 +119,6 @@ void Session::save(const AccountPtr& changed) {
   if (const std::optional<Error>& error = store_->lastSaveError()) {
     throw CommandError("could not save the registry", error->message);
   }
-  if (unread_) warn("the registry counts as empty", unread_->message);
   try {
     store_->_sendNotificationsForChangedAccounts();
   } catch (const std::exception& exception) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "roster/store/accounts_manager.h"
+#include "tools/commands.h"
 #include "tools/descriptors.h"
 
 namespace roster::tool {
@@ -22,17 +23,18 @@ class Session {
  public:
   enum class Purpose { reading, changing, adding };
   /// Loads the registry. One that cannot be read at all is a failure, unless an account is added: the save
-  /// then keeps the unreadable file and says so.
-  explicit Session(Purpose purpose);
+  /// then keeps the unreadable file and says so. While a migration is due the registry is not changed unless
+  /// the options force it.
+  Session(Purpose purpose, const Options& options);
 
   AccountsManager& store() { return *store_; }
   /// The top-level account or child with the identifier; fails when there is none.
   FoundAccount find(const std::string& name) const;
   /// Gives a changed account back to the store; a child keeps its position among its parent's children.
   void putBack(const FoundAccount& found);
-  /// Saves, with a warning of what the file held that could not be loaded. Fails, before anything is
-  /// written, when the changed top-level account would not survive the next load. Notifiers that cannot be
-  /// told what was saved are a warning.
+  /// Saves. What the file holds that the library cannot use is a warning, with the name of a copy of the file
+  /// that is kept first. Fails, before anything is written, when the changed top-level account would not
+  /// survive the next load. Notifiers that cannot be told what was saved are a warning.
   void save(const AccountPtr& changed = nullptr);
 
  private:

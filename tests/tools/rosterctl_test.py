@@ -12,6 +12,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import unittest.mock
 from pathlib import Path
 
 TOOL = os.environ.get("ROSTERCTL") or sys.argv.pop(1)
@@ -202,9 +203,48 @@ class RosterctlTest(unittest.TestCase):
                                    (("enable", "C", "Mail"), "its parent A"), (("unset", "A", "Nope"), "Nope")):
             self.assertRegex(self.err(*arguments), f"^rosterctl: warning: .*{warning}.*\n$", arguments)
         self.assertEqual(self.stored("A")["Enabled Dataclasses"], [MAIL, NOTES])
-        self.write(account("A"), account("B", "Unheard"))
-        self.assertIn('Accounts[1] (B): the account is left out: its type "Unheard" is not known',
-                      self.err("set", "A", "X=1"))
+
+    def test_a_file_with_something_that_a_save_loses_is_kept_first(self):
+        child = account("C", "SMTP", "SMTPAccount")
+        for lost, warning in (
+                (account("B", "Unheard"), 'Accounts[1] (B): the account is left out: its type "Unheard" is not known'),
+                (account("B", cls="Stale"), 'Accounts[1] (B): the account is left out: its class "Stale"'),
+                (account("Z", ChildAccounts=[child]), "puts a copy of the later account in its place; its children"),
+                ("x", "Accounts[1]: the account is left out: it is a text, not a dictionary")):
+            with self.subTest(warning):
+                self.write(account("A"), lost, account("Z", Port=1))
+                before = self.registry.read_bytes()
+                *warnings, kept = self.err("set", "A", "X=1").splitlines()
+                self.assertIn(warning, warnings[0])
+                copies = [path for path in self.registry.parent.iterdir() if path != self.registry]
+                self.assertEqual([str(path) for path in copies], [kept.split(": ")[-1]])
+                self.assertEqual(copies[0].read_bytes(), before)
+                copies[0].unlink()
+                self.assertEqual({name["Identifier"] for name in self.accounts()}, {"A", "Z"})
+                self.assertNotIn(child, [found.get("ChildAccounts") for found in self.accounts()])
+
+    def test_a_due_migration_is_neither_ended_nor_waited_for_by_a_change(self):
+        self.write_root({"Version": 11, "Accounts": [account("A")]})
+        before = self.registry.read_bytes()
+        changes = (("add", "SMTP", "S"), ("set", "A", "X=1"), ("unset", "A", "X"), ("enable", "A", "Mail"),
+                   ("disable", "A", "Mail"), ("delete", "A"))
+        for change in changes:
+            self.assertIn("Run 'rosterctl migrate' first; --force makes the change, and the migration never",
+                          self.err(*change, status=1), change)
+            self.assertEqual(self.registry.read_bytes(), before, change)
+        self.assertIn("no migration is running, but one is still due", self.err("wait-for-migration"))
+        self.assertIn("could not migrate the accounts", self.err("migrate", status=1))
+        self.run_tool("set", "A", "DisplayName:=5", "--force")
+        self.assertEqual(plistlib.loads(self.registry.read_bytes()),
+                         {"Version": 12, "Accounts": [account("A", DisplayName=5)]})
+        (self.root / "Library/Mail").mkdir(parents=True)
+        (self.root / "Library/Mail/Accounts.plist").touch()
+        with unittest.mock.patch.dict(os.environ, HOME=str(self.root)):
+            self.assertIn("a change that the migration removes", self.err("set", "A", "X=1", status=1))
+        lock = self.root / "var/lib/roster/AccountMigrationInProgress"
+        lock.unlink()
+        lock.mkdir()
+        self.assertIn("could not wait for a migration", self.err("wait-for-migration", status=1))
 
     # ---- failures
 
@@ -230,6 +270,10 @@ class RosterctlTest(unittest.TestCase):
                 (2, "a command is missing", ()), (2, "bogus: there is no such command", ("bogus",)),
                 (2, "--bogus", ("list", "--bogus")), (2, "PROPERTY is required", ("set", "A")),
                 (2, "DATACLASS is required", ("enable", "A")), (2, "KEY=TEXT", ("set", "A", "word")),
+                (2, "it is an integer, not an array; --force", ("set", "A", "ChildAccounts:=5")),
+                (2, "its element 1 is an integer, not a dictionary", ("set", "A", "ChildAccounts:=[{}, 5]")),
+                (2, "it is an integer, not a text; --force", ("add", "SMTP", "S", "DisplayName:=5")),
+                (2, "it is a text, not an array", ("set", "A", "Enabled Dataclasses=Mail")),
                 (2, "the key is missing", ("set", "A", ":=1")), (2, "'rosterctl unset'", ("set", "A", "X:=null")),
                 (2, "X: it is not JSON", ("set", "A", "X:={")), (2, "X: it is not JSON", ("set", "A", "X:=1 2")),
                 (2, "twice", ("set", "A", 'X:={"a":1,"a":1}')), (2, "too large", ("set", "A", f"X:={2**64}")),
