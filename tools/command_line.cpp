@@ -16,6 +16,7 @@ namespace {
 
 constexpr const char* description =
     "Shows and changes the registry of a device's user accounts.\n"
+    "A change keeps a copy of what it would lose, and is refused while a migration is due.\n"
     "Exit status: 0 done, if only with a warning; 1 failed or not found; 2 wrong usage.";
 
 constexpr const char* globalOptions =
@@ -151,7 +152,7 @@ class CommandLine {
         ->allow_extra_args(false)
         ->type_name("TYPE");
     accountCommand("show", "Show the stored properties of one account", &show);
-    command("watch", "Print each change to the registry as it happens, until interrupted", &watch);
+    command("watch", "Print each change to the registry as it happens, until interrupted or read no more", &watch);
     command("types", "List the account types and what they can do", &types);
     command("dataclasses", "List the dataclasses and how they behave", &dataclasses);
     command("creators", "List the plug-in classes that serve each account type, and whether they work",
