@@ -1,7 +1,6 @@
 """Runs rosterctl as a user does, on devices of its own. The registries are written and read back by Python's
 own property-list library. The tool is $ROSTERCTL, else the first argument."""
 
-import base64
 import concurrent.futures
 import datetime
 import json
@@ -12,11 +11,10 @@ import subprocess
 import sys
 import tempfile
 import unittest
-import unittest.mock
 from pathlib import Path
 
 TOOL = os.environ.get("ROSTERCTL") or sys.argv.pop(1)
-MAIL, NOTES, CALENDARS = (f"com.nimbal.Dataclass.{name}" for name in ("Mail", "Notes", "Calendars"))
+MAIL, NOTES, CALENDARS, CONTACTS = ("com.nimbal.Dataclass." + name for name in "Mail Notes Calendars Contacts".split())
 INSTANT = datetime.datetime(2024, 2, 29, 12, 0, 0)
 FORMATS = (plistlib.FMT_BINARY, plistlib.FMT_XML)
 
@@ -34,21 +32,15 @@ def exactly(value):
     return type(value).__name__, repr(value)
 
 
-class RosterctlTest(unittest.TestCase):
+class Device(unittest.TestCase):
     maxDiff = None
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
-        self.root = Path(folder.name)
+        self.root = Path(folder.name) / "device"
         self.registry = self.root / "var/lib/roster/Preferences/com.nimbal.roster.plist"
-        self.registry.parent.mkdir(parents=True)
-
-    def write(self, *accounts, format=plistlib.FMT_BINARY):
-        self.write_root({"Version": 12, "Accounts": list(accounts)}, format)
-
-    def write_root(self, root, format=plistlib.FMT_BINARY):
-        self.registry.write_bytes(plistlib.dumps(root, fmt=format))
+        self.environment = dict(os.environ)
 
     def accounts(self):
         return plistlib.loads(self.registry.read_bytes())["Accounts"]
@@ -58,7 +50,8 @@ class RosterctlTest(unittest.TestCase):
 
     def run_tool(self, *arguments, status=0, input=None):
         """The outcome of a run that must end with the status."""
-        done = subprocess.run([TOOL, "--root", self.root, *arguments], input=input, capture_output=True, timeout=60)
+        done = subprocess.run([TOOL, "--root", self.root, *arguments], input=input, capture_output=True, timeout=60,
+                              env=self.environment)
         self.assertEqual(done.returncode, status, (arguments, done.stdout, done.stderr))
         return done
 
@@ -71,12 +64,25 @@ class RosterctlTest(unittest.TestCase):
     def json(self, *arguments, **options):
         return json.loads(self.out("--json", *arguments, **options))
 
+
+class RosterctlTest(Device):
+    def setUp(self):
+        super().setUp()
+        self.registry.parent.mkdir(parents=True)
+
+    def write(self, *accounts, format=plistlib.FMT_BINARY):
+        self.write_root({"Version": 12, "Accounts": list(accounts)}, format)
+
+    def write_root(self, root, format=plistlib.FMT_BINARY):
+        self.registry.write_bytes(plistlib.dumps(root, fmt=format))
+
     # ---- the main job
 
     FOREIGN = account(
         "A", DisplayName="Wörk 日本 😀", Username="me", Real=1.0, Integer=1, Large=2**64 - 1, Small=-(2**63),
         Yes=True, No=False, Empty="", Data=b"\0\xff" * 40, When=INSTANT,
-        Tree={"List": [1, 1.5, [b"", {}], INSTANT], "": {}},
+        Tree={"List": [1, 1.5, [b"", {}], INSTANT, {"$data": "x", "b": b"\0"}], "": {}, "No": float("nan")},
+        Less=float("-inf"),
         **{"$data": "not data", "Sync Identifier": "S", "Enabled Dataclasses": [NOTES], "Key = odd": "x"})
 
     def test_a_foreign_registry_comes_back_with_every_other_value_equal(self):
@@ -101,7 +107,7 @@ class RosterctlTest(unittest.TestCase):
         shown = self.json("show", "A")
         self.assertEqual(shown.keys(), self.FOREIGN.keys())
         words = [f"{key}:={json.dumps(value)}" for key, value in shown.items() if "=" not in key]
-        self.run_tool("unset", "A", "Tree", "Data", "When", "Real")
+        self.run_tool("unset", "A", "Tree", "Data", "When", "Real", "Less")
         self.run_tool("set", "A", *words)
         self.assertEqual(exactly(self.stored("A")), exactly(self.FOREIGN))
 
@@ -113,42 +119,31 @@ class RosterctlTest(unittest.TestCase):
 
     # ---- values
 
-    def test_json_values_are_stored_with_their_types(self):
+    def test_assignments_are_stored_as_they_are_written(self):
         self.write(account("A"))
         microseconds = INSTANT.replace(microsecond=123456)
-        for text, value in (
-                ("1", 1), ("1.0", 1.0), ("-9223372036854775808", -2**63), ("18446744073709551615", 2**64 - 1),
-                ("1e3", 1000.0), ("true", True), ('"a\\u00e9\\ud83d\\ude00"', "aé😀"), ("[]", []), ("{}", {}),
-                ('[1, {"b": [2.5]}]', [1, {"b": [2.5]}]), ('{"$data": "AAEC"}', b"\0\1\2"), ('{"$data": ""}', b""),
-                ('{"$date": "2024-02-29T12:00:00Z"}', INSTANT), ('{"$real": "-inf"}', float("-inf")),
-                ('{"$date": "2024-02-29T12:00:00.123456Z"}', microseconds), ('{"$real": "nan"}', float("nan")),
-                ('{"$dictionary": {"$data": "x", "b": {"$data": "AA=="}}}', {"$data": "x", "b": b"\0"}),
-                ('{"$dictionary": {"$dictionary": {"$dictionary": {"$real": 1}}}}', {"$dictionary": {"$real": 1}})):
-            with self.subTest(text):
-                self.run_tool("set", "A", f"X:={text}")
-                self.assertEqual(exactly(self.stored("A")["X"]), exactly(value))
-                self.assertEqual(json.loads(text), self.json("show", "A")["X"])
-                self.run_tool("unset", "A", "X")  # a number is otherwise replaced by an unequal one only
-
-    def test_text_and_odd_keys_are_taken_literally(self):
-        self.write(account("A"))
-        for word, key, value in (("X=1", "X", "1"), ("X==:=", "X", "=:="), ("a:b=c=d", "a:b", "c=d"), ("X=", "X", ""),
-                                 ("[a]=[b,c]", "[a]", "[b,c]"), ("list=types", "list", "types")):
+        for word, key, value in (
+                ("X=1", "X", "1"), ("X==:=", "X", "=:="), ("a:b=c=d", "a:b", "c=d"), ("X=", "X", ""),
+                ("[a]=[b,c]", "[a]", "[b,c]"), ("list=types", "list", "types"), ("X:=1e3", "X", 1000.0),
+                ('X:="a\\u00e9\\ud83d\\ude00"', "X", "aé😀"), ("X:=[]", "X", []), ("X:={}", "X", {}),
+                ('X:={"$date": "2024-02-29T12:00:00.123456Z"}', "X", microseconds),
+                ('X:={"$dictionary": {"$dictionary": {"$dictionary": {"$real": 1}}}}', "X",
+                 {"$dictionary": {"$real": 1}})):
             with self.subTest(word):
                 self.run_tool("set", "A", word)
-                self.assertEqual(self.stored("A")[key], value)
+                self.assertEqual(exactly(self.stored("A")[key]), exactly(value))
                 self.run_tool("unset", "A", key)
                 self.assertEqual(self.stored("A"), account("A"))
 
     def test_dump_prints_the_same_for_both_formats_and_for_the_standard_input(self):
-        root = {"Tree": self.FOREIGN["Tree"], "Bytes": b"\0", "Text": "a\x1b[2J\nb"}
-        files = [self.root / "binary", self.root / "xml"]
-        for file, format in zip(files, FORMATS):
-            file.write_bytes(plistlib.dumps({**root, "Text": "ab"} if format == plistlib.FMT_XML else root, fmt=format))
-        self.assertEqual(self.json("dump", files[0]), self.json("dump", "-", input=files[0].read_bytes()))
-        self.assertEqual(self.json("dump", files[1])["Tree"], self.json("dump", files[0])["Tree"])
-        self.assertEqual(base64.b64decode(self.json("dump", files[0])["Bytes"]["$data"]), b"\0")
-        self.assertIn("Text   a\\u001B[2J\\nb\n", self.out("dump", files[0]))
+        texts, file = set(), self.root / "file"
+        for data in [plistlib.dumps({"Tree": self.FOREIGN["Tree"], "No": []}, fmt=format) for format in FORMATS]:
+            file.write_bytes(data)
+            texts |= {self.out("--json", "dump", file), self.out("dump", "-", "--json", input=data)}
+        text, = texts
+        self.assertEqual(text, json.dumps(json.loads(text), indent=2, ensure_ascii=False) + "\n")
+        file.write_bytes(plistlib.dumps({"Text": "a\x1b[2J\nb"}, fmt=plistlib.FMT_BINARY))
+        self.assertEqual("Text  a\\u001B[2J\\nb\n", self.out("dump", file))
 
     def test_dump_takes_no_more_memory_than_what_is_stored(self):
         file = self.root / "shared"
@@ -226,11 +221,9 @@ class RosterctlTest(unittest.TestCase):
     def test_a_due_migration_is_neither_ended_nor_waited_for_by_a_change(self):
         self.write_root({"Version": 11, "Accounts": [account("A")]})
         before = self.registry.read_bytes()
-        changes = (("add", "SMTP", "S"), ("set", "A", "X=1"), ("unset", "A", "X"), ("enable", "A", "Mail"),
-                   ("disable", "A", "Mail"), ("delete", "A"))
-        for change in changes:
+        for change in ("add SMTP S", "set A X=1", "unset A X", "enable A Mail", "disable A Mail", "delete A"):
             self.assertIn("Run 'rosterctl migrate' first; --force makes the change, and the migration never",
-                          self.err(*change, status=1), change)
+                          self.err(*change.split(), status=1), change)
             self.assertEqual(self.registry.read_bytes(), before, change)
         self.assertIn("no migration is running, but one is still due", self.err("wait-for-migration"))
         self.assertIn("could not migrate the accounts", self.err("migrate", status=1))
@@ -239,8 +232,8 @@ class RosterctlTest(unittest.TestCase):
                          {"Version": 12, "Accounts": [account("A", DisplayName=5)]})
         (self.root / "Library/Mail").mkdir(parents=True)
         (self.root / "Library/Mail/Accounts.plist").touch()
-        with unittest.mock.patch.dict(os.environ, HOME=str(self.root)):
-            self.assertIn("a change that the migration removes", self.err("set", "A", "X=1", status=1))
+        self.environment["HOME"] = str(self.root)
+        self.assertIn("a change that the migration removes", self.err("set", "A", "X=1", status=1))
         lock = self.root / "var/lib/roster/AccountMigrationInProgress"
         lock.unlink()
         lock.mkdir()
@@ -326,18 +319,13 @@ class RosterctlTest(unittest.TestCase):
                 ({"Version": 12}, "ignores|Accounts|no such key"),
                 ({"Version": 12, "Accounts": "x"}, 'damage|com.nimbal.roster.plist|its "Accounts" are not an array'),
                 ({"Version": 12, "Accounts": INSTANT}, "damage|com.nimbal.roster.plist|counts as empty: "),
-                ({"Version": 12, "Accounts": [], "X": INSTANT}, "damage|com.nimbal.roster.plist|not all else: it has a"),
+                ({"Version": 12, "Accounts": [], "X": INSTANT}, "damage|com.nimbal.roster.plist|but not all else"),
                 ({"Accounts": []}, "repairs|Version|missing"),
-                ({"Version": "12", "Accounts": []}, "repairs|Version|it is a text"),
-                ({"Version": 11, "Accounts": []}, "repairs|Version|migration"),
                 ({"Version": 11.0, "Accounts": []}, "repairs|Version|migration"),
                 ({"Version": 11.5, "Accounts": []}, "repairs|Version|it is a real number, not a whole number"),
                 ({"Version": 13, "Accounts": []}, "repairs|Version|newer"),
                 ({"Version": 12, "Accounts": [], "Extra": 1}, "ignores|Extra|no such key"),
-                (["x"], "damage|Accounts[0]|it is a text"),
-                ([account("A", "Foo")], 'drops|Accounts[0] (A)|its type "Foo" is not known'),
                 ([{"Type": 5}], 'drops|Accounts[0]|its "Type" is an integer, not a text, and it has no "Class"'),
-                ([account("A", cls="Bogus")], 'drops|Accounts[0] (A)|its class "Bogus"'),
                 ([account("A", cls="Bogus", **path)], 'repairs|Accounts[0] (A)|the class becomes "IMAPAccount"'),
                 ([account(5)], 'repairs|Accounts[0]|its "Identifier" is an integer'),
                 ([account("A"), account("A")], "ignores|Accounts[0] (A)|its equal, is found in its place"),
@@ -388,8 +376,7 @@ class RosterctlTest(unittest.TestCase):
         types = {row["type"]: row for row in self.json("types")}
         self.assertEqual(len(types), 15)
         self.assertIn(MAIL, [entry["dataclass"] for entry in types["Mail"]["dataclasses"]])
-        names = [row["name"] for row in self.json("dataclasses")]
-        self.assertEqual((len(names), names[0], names[-1]), (14, "Mail", "SharedStreams"))
+        self.assertEqual([row["name"] for row in self.json("dataclasses")][::13], ["Mail", "SharedStreams"])
         for name in ("types", "dataclasses"):
             self.assertIn("SharedStreams", self.out(name), name)
 
