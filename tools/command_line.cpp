@@ -152,7 +152,7 @@ class CommandLine {
         ->allow_extra_args(false)
         ->type_name("TYPE");
     accountCommand("show", "Show the stored properties of one account", &show);
-    command("watch", "Print each change to the registry as it happens, until interrupted or read no more", &watch);
+    command("watch", "Print each change to the registry as it happens, until it is interrupted", &watch);
     command("types", "List the account types and what they can do", &types);
     command("dataclasses", "List the dataclasses and how they behave", &dataclasses);
     command("creators", "List the plug-in classes that serve each account type, and whether they work",
