@@ -13,6 +13,7 @@
 #include "roster/account/basic_account.h"
 #include "roster/account/creator_entries.h"
 #include "roster/account/device_local_account.h"
+#include "roster/account/property_types.h"
 #include "roster/account/vocabulary.h"
 #include "roster/base/base64.h"
 #include "roster/base/result.h"

@@ -25,6 +25,8 @@ std::string kindWord(RegistryFinding::Kind kind) {
       return "ignores";
     case RegistryFinding::Kind::damage:
       return "damage";
+    case RegistryFinding::Kind::unread:
+      return "unread";
   }
   return "";
 }

@@ -1,3 +1,5 @@
+#include <sys/auxv.h>
+
 #include <CLI/CLI.hpp>
 #include <clocale>
 #include <cstdlib>
@@ -14,6 +16,7 @@ namespace {
 
 constexpr const char* description =
     "Shows and changes the registry of a device's user accounts.\n"
+    "A change keeps a copy of what it would lose, and is refused while a migration is due.\n"
     "Exit status: 0 done, if only with a warning; 1 failed or not found; 2 wrong usage.";
 
 constexpr const char* globalOptions =
@@ -31,6 +34,9 @@ constexpr const char* values =
     R"(  {"$dictionary": {"$data": "AAEC"}}   an object that has such a key itself)"
     "\n"
     "'show --json' and 'dump --json' print the same.\n\n";
+
+constexpr const char* force =
+    "Change the registry although a migration is due, and give known keys values of any type";
 
 constexpr const char* examples =
     "Examples:\n"
@@ -88,6 +94,11 @@ class CommandLine {
     for (std::string& word : options_.words) unshield(word);
     if (const CLI::Option* root = app_.get_option("--root"); root->count() > 0) {
       if (root_.empty()) throw CommandError("--root", "the folder's name is empty", wrongUsage);
+      // The library would not look at it, and the command would change the real device.
+      if (getauxval(AT_SECURE) != 0) {
+        throw CommandError("--root", "a set-uid program works on the device that it runs on only",
+                           wrongUsage);
+      }
       setenv("ROSTER_ROOT", root_.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): the tool has one thread
     }
   }
@@ -98,7 +109,11 @@ class CommandLine {
   }
 
   int exit(const CLI::ParseError& error) const {
-    if (error.get_exit_code() == 0) return app_.exit(error);
+    if (error.get_exit_code() == 0) {
+      const int status = app_.exit(error);
+      flushOutput();
+      return status;
+    }
     const std::vector<CLI::App*> chosen = app_.get_subcommands();
     const std::vector<std::string> words = app_.remaining();
     const std::string help =
@@ -137,7 +152,7 @@ class CommandLine {
         ->allow_extra_args(false)
         ->type_name("TYPE");
     accountCommand("show", "Show the stored properties of one account", &show);
-    command("watch", "Print each change to the registry as it happens, until interrupted", &watch);
+    command("watch", "Print each change to the registry as it happens, until it is interrupted", &watch);
     command("types", "List the account types and what they can do", &types);
     command("dataclasses", "List the dataclasses and how they behave", &dataclasses);
     command("creators", "List the plug-in classes that serve each account type, and whether they work",
@@ -165,6 +180,9 @@ class CommandLine {
     words(accountCommand("disable", "Switch dataclasses of an account off", &disable), "DATACLASS", names)
         .required();
     accountCommand("delete", "Delete an account with its children, or one child", &deleteAccount);
+    for (const char* name : {"add", "set", "unset", "enable", "disable", "delete"}) {
+      app_.get_subcommand(name)->add_flag("--force", options_.isForced, force);
+    }
   }
 
   void addFiles() {

@@ -26,6 +26,7 @@ struct Options {
   bool isJson = false;
   bool isVerbose = false;
   bool isDryRun = false;
+  bool isForced = false;
   std::string identifier;
   std::vector<std::string> types;
   std::string type;

@@ -22,20 +22,6 @@ class Descriptor {
   int fd_;
 };
 
-/// Lets one rosterctl at a time load, change and save the registry, so that no two saves at the same moment
-/// undo each other; programs that do not take the lock are merged with as always. The lock is on the
-/// registry's folder and is released with its holder. When the folder is missing or must not be opened there
-/// is no lock: either there is nothing to change, or the save reports what is wrong.
-class EditLock {
- public:
-  enum class Folder { asItIs, madeIfMissing };
-  /// Waits until nobody else holds the lock.
-  explicit EditLock(Folder folder);
-
- private:
-  Descriptor folder_;
-};
-
 /// Turns the requests to end, SIGINT and SIGTERM, into something that can be waited for together with other
 /// things. Once it is made, neither signal ends the process by itself.
 class StopSignals {

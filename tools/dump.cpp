@@ -3,7 +3,6 @@
 
 #include "roster/platform/property_list_file.h"
 #include "tools/commands.h"
-#include "tools/json.h"
 #include "tools/printing.h"
 #include "tools/terminal.h"
 
@@ -30,7 +29,7 @@ Value readFile(const std::string& path) {
 int dump(const Options& options) {
   const Value value = options.file == "-" ? readStandardInput() : readFile(options.file);
   if (options.isJson) {
-    printJson(jsonFromValue(value));
+    printJsonValue(value);
   } else {
     printTree(value);
   }

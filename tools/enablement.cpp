@@ -47,7 +47,7 @@ void warnOfParent(const FoundAccount& found) {
 }
 
 int setEnabled(bool isEnabled, const Options& options) {
-  Session session(Session::Purpose::changing);
+  Session session(Session::Purpose::changing, options);
   const FoundAccount found = session.find(options.identifier);
   StringList dataclasses;
   for (const std::string& name : options.words) dataclasses.push_back(resolved(name, *found.account));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <iosfwd>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -30,11 +31,18 @@ Result<Value> valueFromJson(std::string_view text);
 
 bool isReservedKey(std::string_view key);
 
-/// The value, no part of which may be faulty, in this notation.
-nlohmann::ordered_json jsonFromValue(const Value& value);
+/// Spaces by which a document's containers are indented.
+inline constexpr int jsonIndent = 2;
 
-/// An object with exactly the keys of the dictionary, reserved or not; their values in this notation.
-nlohmann::ordered_json jsonFromEntries(const Dictionary& dictionary);
+/// Writes the value, no part of which may be faulty, in this notation, as it goes through it: the memory that
+/// takes does not grow with the document.
+void writeJson(std::ostream& output, const Value& value);
+
+/// Writes an object with exactly the keys of the dictionary, reserved or not; their values in this notation.
+void writeJsonEntries(std::ostream& output, const Dictionary& dictionary);
+
+/// A value that is no container in this notation.
+nlohmann::ordered_json jsonFromScalar(const Value& value);
 
 /// The text; null for the nil one.
 nlohmann::ordered_json textOrNull(const String& text);

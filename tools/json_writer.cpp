@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <ostream>
 
 #include "roster/base/base64.h"
 #include "roster/value/date.h"
@@ -22,13 +24,101 @@ ordered_json jsonFromReal(double real) {
   return real;
 }
 
-ordered_json jsonFromDictionary(const Dictionary& dictionary) {
-  ordered_json object = jsonFromEntries(dictionary);
-  for (const auto& [key, value] : object.items()) {
-    if (isReservedKey(key)) return ordered_json{{std::string(dictionaryKey), std::move(object)}};
-  }
-  return object;
+bool hasReservedKey(const Dictionary& dictionary) {
+  return std::any_of(dictionary.begin(), dictionary.end(),
+                     [](const DictionaryEntry& entry) { return isReservedKey(entry.key); });
 }
+
+/// Writes a document as it walks through the value. A small file can refer to one long text so often that the
+/// whole document would not fit into memory.
+class DocumentWriter {
+ public:
+  explicit DocumentWriter(std::ostream& output) : output_(output) {}
+
+  void writeValue(const Value& value) {
+    if (const std::optional<Array> array = value.array()) {
+      writeElements(*array);
+    } else if (const std::optional<Dictionary> dictionary = value.dictionary()) {
+      writeDictionary(*dictionary);
+    } else {
+      writeScalar(jsonFromScalar(value));
+    }
+  }
+
+  void writeEntries(const Dictionary& entries) {
+    begin('{');
+    for (const DictionaryEntry& entry : entries) {
+      beginEntry(entry.key);
+      writeValue(entry.value);
+    }
+    end('}');
+  }
+
+ private:
+  void writeElements(const Array& array) {
+    begin('[');
+    for (const Value& element : array) {
+      beginItem();
+      writeValue(element);
+    }
+    end(']');
+  }
+
+  void writeDictionary(const Dictionary& dictionary) {
+    if (!hasReservedKey(dictionary)) return writeEntries(dictionary);
+    begin('{');
+    beginEntry(dictionaryKey);
+    writeEntries(dictionary);
+    end('}');
+  }
+
+  /// The scalar is a literal, or an object with one reserved key and a text.
+  void writeScalar(const ordered_json& scalar) {
+    if (!scalar.is_object()) return writeLiteral(scalar);
+    begin('{');
+    for (const auto& [key, text] : scalar.items()) {
+      beginEntry(key);
+      writeLiteral(text);
+    }
+    end('}');
+  }
+
+  void writeLiteral(const ordered_json& literal) {
+    output_ << literal.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+  }
+
+  void begin(char bracket) {
+    output_ << bracket;
+    ++depth_;
+    isFirst_ = true;
+  }
+
+  void beginItem() {
+    if (!isFirst_) output_ << ',';
+    isFirst_ = false;
+    breakLine();
+  }
+
+  void beginEntry(std::string_view key) {
+    beginItem();
+    writeLiteral(key);
+    output_ << ": ";
+  }
+
+  void end(char bracket) {
+    --depth_;
+    if (!isFirst_) breakLine();
+    output_ << bracket;
+    isFirst_ = false;
+  }
+
+  void breakLine() { output_ << '\n' << std::string(depth_ * jsonIndent, ' '); }
+
+  std::ostream& output_;
+  std::size_t depth_ = 0;
+  /// Whether the container that was begun last has no item yet.
+  bool isFirst_ = true;
+};
 
 /// The instant with this many digits behind the point; empty when they do not read back as the same instant.
 std::string textWithFraction(Date date, int digits) {
@@ -49,14 +139,10 @@ bool isReservedKey(std::string_view key) {
   return key == dataKey || key == dateKey || key == realKey || key == dictionaryKey;
 }
 
-ordered_json jsonFromEntries(const Dictionary& dictionary) {
-  // Not by assignment, which would search for the key each time: a dictionary's keys are distinct.
-  ordered_json::object_t entries;
-  entries.reserve(dictionary.size());
-  for (const DictionaryEntry& entry : dictionary) {
-    entries.push_back({entry.key.str(), jsonFromValue(entry.value)});
-  }
-  return entries;
+void writeJson(std::ostream& output, const Value& value) { DocumentWriter(output).writeValue(value); }
+
+void writeJsonEntries(std::ostream& output, const Dictionary& dictionary) {
+  DocumentWriter(output).writeEntries(dictionary);
 }
 
 std::string dateText(Date date) {
@@ -72,7 +158,7 @@ std::string dateText(Date date) {
   return "@" + std::string(seconds.data(), written.ptr);
 }
 
-ordered_json jsonFromValue(const Value& value) {
+ordered_json jsonFromScalar(const Value& value) {
   switch (value.kind()) {
     case Value::Kind::boolean:
       return *value.boolean();
@@ -87,17 +173,9 @@ ordered_json jsonFromValue(const Value& value) {
       return value.string().str();
     case Value::Kind::data:
       return special(dataKey, base64Text(*value.bytes()));
-    case Value::Kind::array: {
-      ordered_json elements = ordered_json::array();
-      for (const Value& element : value.array().value_or(Array())) elements.push_back(jsonFromValue(element));
-      return elements;
-    }
-    case Value::Kind::dictionary:
-      return jsonFromDictionary(*value.dictionary());
-    case Value::Kind::nil:
-      break;
+    default:
+      return nullptr;
   }
-  return nullptr;
 }
 
 nlohmann::ordered_json textOrNull(const String& text) {

@@ -53,7 +53,7 @@ Table::Row rowFromAccount(const BasicAccount& account) {
 }  // namespace
 
 int list(const Options& options) {
-  Session session(Session::Purpose::reading);
+  Session session(Session::Purpose::reading, options);
   const TypeSet types(options.types);
   ordered_json array = ordered_json::array();
   Table table({"IDENTIFIER", "TYPE", "CLASS", "NAME", "ENABLED"});
@@ -78,10 +78,10 @@ int list(const Options& options) {
 }
 
 int show(const Options& options) {
-  const Session session(Session::Purpose::reading);
+  const Session session(Session::Purpose::reading, options);
   const Dictionary properties = session.find(options.identifier).account->propertiesToSave();
   if (options.isJson) {
-    printJson(jsonFromEntries(properties));
+    printJsonEntries(properties);
   } else {
     printTree(properties);
   }

@@ -20,7 +20,8 @@ AccountPtr newAccount(const Options& options) {
   }
 }
 
-void assign(const AccountPtr& account, const Assignment& assignment, const AccountsManager& store) {
+void assign(const AccountPtr& account, const Assignment& assignment, const AccountsManager& store,
+            const Options& options) {
   const auto& [key, value] = assignment;
   if (key == kAccountType || key == kAccountClass) {
     if (value == account->accountPropertyForKey(key)) return;
@@ -38,6 +39,7 @@ void assign(const AccountPtr& account, const Assignment& assignment, const Accou
       account->setAccountPropertyForKey(value, kAccountSyncIdentifier);
     }
   }
+  requireOwnType(assignment, options);
   account->setAccountPropertyForKey(value, key);
 }
 
@@ -45,9 +47,9 @@ void assign(const AccountPtr& account, const Assignment& assignment, const Accou
 
 int add(const Options& options) {
   const std::vector<Assignment> assignments = parseAssignments(options.words);
-  Session session(Session::Purpose::adding);
+  Session session(Session::Purpose::adding, options);
   const AccountPtr account = newAccount(options);
-  for (const Assignment& assignment : assignments) assign(account, assignment, session.store());
+  for (const Assignment& assignment : assignments) assign(account, assignment, session.store(), options);
   if (options.parent.empty()) {
     session.store().insertAccount(account);
     session.save(account);
@@ -68,7 +70,7 @@ int add(const Options& options) {
 }
 
 int deleteAccount(const Options& options) {
-  Session session(Session::Purpose::changing);
+  Session session(Session::Purpose::changing, options);
   const FoundAccount found = session.find(options.identifier);
   if (found.parent) {
     session.store().removeChildWithIdentifierFromAccount(options.identifier, found.parent);

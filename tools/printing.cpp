@@ -70,7 +70,7 @@ std::optional<std::string> oneLine(const Value& value) {
     case Value::Kind::date:
       return dateText(*value.date());
     case Value::Kind::real: {
-      const nlohmann::ordered_json json = jsonFromValue(value);
+      const nlohmann::ordered_json json = jsonFromScalar(value);
       return json.is_number() ? json.dump() : json.front().get<std::string>();
     }
     case Value::Kind::array:
@@ -80,7 +80,7 @@ std::optional<std::string> oneLine(const Value& value) {
       if (value.dictionary()->empty()) return "{}";
       return std::nullopt;
     default:
-      return jsonFromValue(value).dump();
+      return jsonFromScalar(value).dump();
   }
 }
 
@@ -132,7 +132,7 @@ class TreePrinter {
 };
 
 /// On one line when the indent is negative.
-void writeJson(const nlohmann::ordered_json& document, int indent) {
+void dumpJson(const nlohmann::ordered_json& document, int indent) {
   using nlohmann::ordered_json;
   std::cout << document.dump(indent, ' ', false, ordered_json::error_handler_t::replace) << '\n';
 }
@@ -169,9 +169,19 @@ std::string joined(const std::vector<std::string>& texts, const std::string& non
 
 void printTree(const Value& value) { TreePrinter().print(value, 0); }
 
-void printJson(const nlohmann::ordered_json& document) { writeJson(document, 2); }
+void printJson(const nlohmann::ordered_json& document) { dumpJson(document, jsonIndent); }
 
-void printJsonLine(const nlohmann::ordered_json& document) { writeJson(document, -1); }
+void printJsonValue(const Value& value) {
+  writeJson(std::cout, value);
+  std::cout << '\n';
+}
+
+void printJsonEntries(const Dictionary& dictionary) {
+  writeJsonEntries(std::cout, dictionary);
+  std::cout << '\n';
+}
+
+void printJsonLine(const nlohmann::ordered_json& document) { dumpJson(document, -1); }
 
 void flushOutput() {
   errno = 0;

@@ -36,7 +36,11 @@ void printTree(const Value& value);
 
 /// Writes one JSON document to the standard output.
 void printJson(const nlohmann::ordered_json& document);
-/// The same on one line.
+/// Writes a value, no part of which may be faulty, as one JSON document in the notation of tools/json.h.
+void printJsonValue(const Value& value);
+/// The same for a dictionary whose keys mean themselves.
+void printJsonEntries(const Dictionary& dictionary);
+/// Writes one JSON document to the standard output, on one line.
 void printJsonLine(const nlohmann::ordered_json& document);
 
 /// Flushes the standard output; throws CommandError when it cannot be written.

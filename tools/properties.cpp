@@ -1,6 +1,6 @@
 #include "tools/properties.h"
 
-#include "tools/commands.h"
+#include "roster/account/property_types.h"
 #include "tools/json.h"
 #include "tools/session.h"
 #include "tools/terminal.h"
@@ -29,18 +29,18 @@ Assignment parseAssignment(const std::string& word) {
   return assignment;
 }
 
-void assign(BasicAccount& account, const Assignment& assignment) {
+void assign(BasicAccount& account, const Assignment& assignment, const Options& options) {
   const auto& [key, value] = assignment;
   // Everything that 'show' prints may be passed to 'set' again, so an unchanged value is accepted.
-  if (value == account.properties().find(key) && key != kAccountClass) {
-    if (key == kAccountType || key == kAccountIdentifier) return;
-  }
+  const bool isUnchanged = value == account.properties().find(key);
+  if (isUnchanged && (key == kAccountType || key == kAccountIdentifier)) return;
   if (key == kAccountType) throw CommandError(key, "the type of an account cannot be changed");
   if (key == kAccountIdentifier) throw CommandError(key, "the identifier of an account cannot be changed");
   if (key == kAccountClass) {
     if (value.string().isEmpty()) throw CommandError(key, "it takes a text that is not empty");
     account.setAccountClass(value.string());
   } else {
+    if (!isUnchanged) requireOwnType(assignment, options);
     account.setAccountPropertyForKey(value, key);
   }
 }
@@ -60,6 +60,12 @@ void saveChanged(Session& session, const FoundAccount& found) {
 
 }  // namespace
 
+void requireOwnType(const Assignment& assignment, const Options& options) {
+  const std::optional<std::string> mismatch = mismatchWithKey(assignment.value, assignment.key);
+  if (!mismatch || options.isForced) return;
+  throw CommandError(assignment.key, *mismatch + "; --force stores it all the same", wrongUsage);
+}
+
 std::vector<Assignment> parseAssignments(const std::vector<std::string>& words) {
   std::vector<Assignment> assignments;
   assignments.reserve(words.size());
@@ -69,15 +75,15 @@ std::vector<Assignment> parseAssignments(const std::vector<std::string>& words) 
 
 int set(const Options& options) {
   const std::vector<Assignment> assignments = parseAssignments(options.words);
-  Session session(Session::Purpose::changing);
+  Session session(Session::Purpose::changing, options);
   const FoundAccount found = session.find(options.identifier);
-  for (const Assignment& assignment : assignments) assign(*found.account, assignment);
+  for (const Assignment& assignment : assignments) assign(*found.account, assignment, options);
   saveChanged(session, found);
   return done;
 }
 
 int unset(const Options& options) {
-  Session session(Session::Purpose::changing);
+  Session session(Session::Purpose::changing, options);
   const FoundAccount found = session.find(options.identifier);
   for (const std::string& key : options.words) remove(*found.account, key);
   saveChanged(session, found);

@@ -1,8 +1,9 @@
 #include "tools/session.h"
 
 #include "roster/fixers/mail_account_fixer.h"
-#include "roster/store/registry_check.h"
 #include "tools/commands.h"
+#include "tools/migrate.h"
+#include "tools/printing.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
@@ -11,15 +12,29 @@ namespace {
 
 constexpr std::string_view dataclassPrefix = "com.nimbal.Dataclass.";
 
-/// What could not be loaded is lost for good when the registry is saved.
-void warnOfLoss() {
-  using Kind = RegistryFinding::Kind;
-  const std::string path = AccountsManager::fullPathToRosterPlist();
-  for (const RegistryFinding& finding : checkRegistry(path)) {
-    if (finding.kind != Kind::drops && finding.kind != Kind::damage) continue;
-    // What is said of the whole file names it already.
-    warn(finding.where == path ? finding.what : finding.where + ": " + finding.what, finding.why);
+/// An ordinary save gives the registry the current version, which ends a migration that was due; and a
+/// migration from older files begins with the removal of the registry.
+void requireNoMigration(const Options& options) {
+  const MigrationNeed need = askedMigrationNeed(options);
+  if (!need.isAny()) return;
+  const std::string outcome = need.isFromOldFiles() ? "makes a change that the migration removes again"
+                                                    : "makes the change, and the migration never takes place";
+  throw CommandError("a migration is due", joined(reasonsToMigrate(need), "") +
+                                               ". Run 'rosterctl migrate' first; --force " + outcome);
+}
+
+/// Waits for whoever is changing the registry, and says so when that takes long.
+RegistryLock takeRegistryLock() {
+  using std::chrono::seconds;
+  Result<RegistryLock> lock = RegistryLock::take(seconds(1));
+  if (!lock && lock.error().code == std::errc::timed_out) {
+    const std::optional<std::int32_t> holder = RegistryLock::holder();
+    note("waiting for " + (holder ? "process " + std::to_string(*holder) : "another program") +
+         ", which is changing the registry …");
+    lock = RegistryLock::take(seconds(60));
   }
+  if (!lock) throw CommandError("could not change the registry", lock.error().message);
+  return *std::move(lock);
 }
 
 /// A fixer would let the account be written, and reject it at the next load.
@@ -39,30 +54,16 @@ void requireLoadable(const BasicAccount& account) {
   }
 }
 
-Value replacedChild(const BasicAccount& parent, const BasicAccount& child) {
-  const Array stored = parent.properties().find(kAccountChildAccounts).array().value_or(Array());
-  std::vector<Value> children(stored.begin(), stored.end());
-  const String identifier = child.identifier();
-  // Of several children with one identifier the last is the one that is found.
-  for (std::size_t index = children.size(); index-- > 0;) {
-    const std::optional<Dictionary> properties = children[index].dictionary();
-    if (!properties || !(properties->find(kAccountIdentifier).string() == identifier)) continue;
-    children[index] = child.propertiesToSave().deepCopy();
-    return Array(std::move(children));
-  }
-  throw CommandError("account " + identifier.str(), "its parent does not hold it under its identifier");
-}
-
 }  // namespace
 
-Session::Session(Purpose purpose) {
-  if (purpose == Purpose::changing) lock_.emplace(EditLock::Folder::asItIs);
-  if (purpose == Purpose::adding) lock_.emplace(EditLock::Folder::madeIfMissing);
+Session::Session(Purpose purpose, const Options& options) {
+  if (purpose != Purpose::reading) lock_ = takeRegistryLock();
+  if (purpose != Purpose::reading && !options.isForced) requireNoMigration(options);
   store_ = AccountsManager::init();
   // A registry that cannot be read loads as an empty one. The file is not asked again: it may answer
   // otherwise.
-  if (store_->count() == 0) unread_ = store_->loadError();
-  if (unread_ && purpose != Purpose::adding) throw CommandError(unread_->message);
+  const std::optional<Error>& unread = store_->loadError();
+  if (unread && store_->count() == 0 && purpose != Purpose::adding) throw CommandError(unread->message);
 }
 
 FoundAccount Session::find(const std::string& name) const {
@@ -76,30 +77,16 @@ FoundAccount Session::find(const std::string& name) const {
 }
 
 void Session::putBack(const FoundAccount& found) {
-  if (found.parent) {
-    found.parent->setAccountPropertyForKey(replacedChild(*found.parent, *found.account),
-                                           kAccountChildAccounts);
-  }
-  store_->updateAccount(found.parent ? found.parent : found.account);
+  found.parent ? store_->updateChildAccount(found.account) : store_->updateAccount(found.account);
 }
 
 void Session::save(const AccountPtr& changed) {
   if (changed) requireLoadable(*changed);
-  if (!unread_) warnOfLoss();
-  // In two steps, so that what goes wrong in the second one is not taken for a failure of the first.
-  {
-    const NotificationPause pause;
-    store_->saveAllAccounts();
-  }
-  if (const std::optional<Error>& error = store_->lastSaveError()) {
-    throw CommandError("could not save the registry", error->message);
-  }
-  if (unread_) warn("the registry counts as empty", unread_->message);
-  try {
-    store_->_sendNotificationsForChangedAccounts();
-  } catch (const std::exception& exception) {
-    warn("the change is saved, but not every notifier could be told", exception.what());
-  }
+  // The user has asked for the change. A registry that is damaged is kept, and the library says where.
+  const SyncResult result = store_->sync(std::chrono::seconds(0), {.replacesDamagedRegistry = true});
+  if (!result.error) return;
+  if (!result.isWritten) throw CommandError("could not save the registry", result.error->message);
+  warn("the change is saved, but not everything else could be done", result.error->message);
 }
 
 std::string shortName(std::string_view dataclass) {

@@ -6,7 +6,8 @@
 #include <vector>
 
 #include "roster/store/accounts_manager.h"
-#include "tools/descriptors.h"
+#include "roster/store/registry_lock.h"
+#include "tools/commands.h"
 
 namespace roster::tool {
 
@@ -22,24 +23,24 @@ class Session {
  public:
   enum class Purpose { reading, changing, adding };
   /// Loads the registry. One that cannot be read at all is a failure, unless an account is added: the save
-  /// then keeps the unreadable file and says so.
-  explicit Session(Purpose purpose);
+  /// then keeps the unreadable file and says so. While a migration is due the registry is not changed unless
+  /// the options force it.
+  Session(Purpose purpose, const Options& options);
 
   AccountsManager& store() { return *store_; }
   /// The top-level account or child with the identifier; fails when there is none.
   FoundAccount find(const std::string& name) const;
   /// Gives a changed account back to the store; a child keeps its position among its parent's children.
   void putBack(const FoundAccount& found);
-  /// Saves, with a warning of what the file held that could not be loaded. Fails, before anything is
-  /// written, when the changed top-level account would not survive the next load. Notifiers that cannot be
-  /// told what was saved are a warning.
+  /// Saves. What the registry holds that the library cannot use stays in it as it is. Fails, before anything is
+  /// written, when the changed top-level account would not survive the next load. Notifiers that cannot be told
+  /// what was saved are a warning.
   void save(const AccountPtr& changed = nullptr);
 
  private:
-  std::optional<EditLock> lock_;
+  /// Held from the load to the save: what the command has decided on is what it changes.
+  std::optional<RegistryLock> lock_;
   std::shared_ptr<AccountsManager> store_;
-  /// Why the registry that was loaded could not be read at all.
-  std::optional<Error> unread_;
 };
 
 /// A dataclass without the prefix that all known ones share: "Mail".

@@ -17,6 +17,7 @@
 #include "tools/printing.h"
 #include "tools/registry_state.h"
 #include "tools/session.h"
+#include "tools/stoppable_output.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
@@ -94,10 +95,9 @@ class ChangePrinter {
   std::size_t nameWidth_ = 0;
 };
 
-CommandError outputIsClosed() { return CommandError("the standard output has been closed"); }
-
-/// Sleeps until something happens at the path or a signal asks the program to end; returns whether one did.
-bool waitForEventsOrStop(const PathWatch& events, const StopSignals& stop) {
+/// Sleeps until something happens at the path or there is a reason to end, as when a signal asks for it or
+/// the reader of the output has gone; returns whether there is one.
+bool waitForEventsOrEnd(const PathWatch& events, const StopSignals& stop) {
   // No event is requested for the output: the system always reports that its reader has gone.
   std::array<pollfd, 3> all{{{events.fd(), POLLIN, 0}, {stop.fd(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
   if (poll(all.data(), all.size(), -1) == -1) {
@@ -105,33 +105,42 @@ bool waitForEventsOrStop(const PathWatch& events, const StopSignals& stop) {
     throw CommandError("could not wait for changes", std::generic_category().message(errno));
   }
   const auto& [pathEvents, signals, output] = all;
-  if (output.revents != 0) throw outputIsClosed();
-  return signals.revents != 0;
+  return output.revents != 0 || signals.revents != 0;
+}
+
+void printChanges(const Options& options, const StopSignals& stop) {
+  const std::string path = AccountsManager::fullPathToRosterPlist();
+  PathWatch events(path);
+  RegistryState state(path);
+  state.update();
+  if (options.isVerbose) note("watching " + path);
+  ChangePrinter printer(options.isJson);
+  for (bool isAtEnd = false; !isAtEnd;) {
+    isAtEnd = waitForEventsOrEnd(events, stop);
+    if (!events.takeEvents()) continue;
+    for (const AccountChange& change : state.update()) printer.print(change);
+  }
 }
 
 }  // namespace
 
 int watch(const Options& options) {
   // The next file to be opened would take the descriptor of the standard output.
-  if (fcntl(STDOUT_FILENO, F_GETFD) == -1) throw outputIsClosed();
+  if (fcntl(STDOUT_FILENO, F_GETFD) == -1) throw CommandError("the standard output has been closed");
   const StopSignals stop;
-  // A write to a closed pipe must fail instead of ending the process, so that it can be reported.
+  // A write to a closed pipe must fail instead of ending the process: it is the usual end of a reader that
+  // has seen enough.
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
   // The programs that use the accounts log what a load finds wrong; logging it again after every change would
   // only repeat them.
   if (!options.isVerbose) setSystemLogSink([](std::string_view) {});
 
-  const std::string path = AccountsManager::fullPathToRosterPlist();
-  PathWatch events(path);
-  RegistryState state(path);
-  state.update();
-  if (options.isVerbose) note("watching " + path);
-
-  ChangePrinter printer(options.isJson);
-  for (bool isStopped = false; !isStopped;) {
-    isStopped = waitForEventsOrStop(events, stop);
-    if (!events.takeEvents()) continue;
-    for (const AccountChange& change : state.update()) printer.print(change);
+  const StoppableOutput output(std::cout, STDOUT_FILENO, stop);
+  const StoppableOutput complaints(std::cerr, STDERR_FILENO, stop);
+  try {
+    printChanges(options, stop);
+  } catch (const CommandError&) {
+    if (!output.isUnwanted()) throw;
   }
   return done;
 }

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 
+#include "roster/account/property_types.h"
 #include "roster/account/string_list.h"
 #include "roster/account/vocabulary.h"
 #include "roster/base/single_line.h"
 #include "roster/store/salvage.h"
+#include "roster/value/kind_name.h"
 
 namespace roster {
 
@@ -16,16 +18,15 @@ constexpr std::size_t maximumFindings = 1000;
 /// List elements and properties looked at. Accounts may share one long list, so the file's size is no bound.
 constexpr std::uint64_t maximumWork = std::uint64_t{1} << 26U;
 
+/// Of comparing two accounts, which share perhaps much with others.
+constexpr std::uint64_t workOfComparison = std::uint64_t{1} << 18U;
+
 std::string quoted(std::string_view text) {
   constexpr std::size_t maximumShown = 80;
   std::string line = "\"";
   appendSingleLine(line, frontOf(text, maximumShown));
   if (text.size() > maximumShown) line += "…";
   return line + "\"";
-}
-
-std::string isNot(const Value& value, std::string_view expected) {
-  return "it is " + std::string(kindName(value)) + ", not " + std::string(expected);
 }
 
 /// Where an element stands in the file, and its identifier if it has one.
@@ -52,7 +53,7 @@ std::string reasonForRejection(const Dictionary& properties) {
   if (type.isNil()) {
     reason = "it has no \"Type\"";
   } else if (!type.isString()) {
-    reason = "its \"Type\" is " + std::string(kindName(type)) + ", not a text";
+    reason = "its \"Type\" is " + std::string(kindName(type.kind())) + ", not a text";
   } else if (!BasicAccount::_isValidAccountType(type.string())) {
     reason = "its type " + quoted(type.string()) + " is not known";
   }
@@ -60,34 +61,10 @@ std::string reasonForRejection(const Dictionary& properties) {
   if (!reason.empty()) reason += ", and ";
   if (accountClass.isNil()) return reason + "it has no \"Class\"";
   if (accountClass.isString()) return reason + "its \"Class\" is empty";
-  return reason + "its \"Class\" is " + std::string(kindName(accountClass)) + ", not a text";
+  return reason + "its \"Class\" is " + std::string(kindName(accountClass.kind())) + ", not a text";
 }
 
 }  // namespace
-
-std::string_view kindName(const Value& value) {
-  switch (value.kind()) {
-    case Value::Kind::nil:
-      return "something that cannot be read";
-    case Value::Kind::boolean:
-      return "a boolean";
-    case Value::Kind::integer:
-      return "an integer";
-    case Value::Kind::real:
-      return "a real number";
-    case Value::Kind::date:
-      return "a date";
-    case Value::Kind::string:
-      return "a text";
-    case Value::Kind::data:
-      return "data";
-    case Value::Kind::array:
-      return "an array";
-    case Value::Kind::dictionary:
-      return "a dictionary";
-  }
-  return "a value";
-}
 
 void AccountCheck::add(Kind kind, std::string where, std::string what, std::string why) {
   findings_.push_back({kind, std::move(where), std::move(what), std::move(why)});
@@ -103,14 +80,14 @@ void AccountCheck::checkAccounts(const Array& accounts) {
     checkTopLevel(element, salvage.usable(element).dictionary(),
                   position(std::string(kPlistAccountsKey), index++, element));
   }
+  checkSharedIdentifiers();
 }
 
 void AccountCheck::checkTopLevel(const Value& element, const std::optional<Dictionary>& usable,
                                  const std::string& where) {
   const std::string dropped = "the account is left out";
   if (element.isNil()) return add(Kind::damage, where, dropped, "it cannot be read");
-  if (!element.isDictionary()) return add(Kind::drops, where, dropped, isNot(element, "a dictionary"));
-  if (!usable) return add(Kind::damage, where, dropped, "the file refers to its parts too often");
+  if (!element.isDictionary()) return add(Kind::damage, where, dropped, isNot(element, "a dictionary"));
   checkLostParts(element, *usable, where);
   const AccountPtr account = BasicAccount::initWithProperties(*usable);
   if (!account) return add(Kind::drops, where, dropped, reasonForRejection(*usable));
@@ -195,18 +172,57 @@ void AccountCheck::checkIdentifier(const Dictionary& stored, const std::string& 
     add(Kind::repairs, where,
         isChild ? "it gets another identifier at each load" : "it gets a new identifier",
         value.isNil() ? "it has no \"Identifier\""
-                      : "its \"Identifier\" is " + std::string(kindName(value)) + ", not a text");
+                      : "its \"Identifier\" is " + std::string(kindName(value.kind())) + ", not a text");
     return;
   }
-  OrderedMap<std::string>& positions = isChild ? childPositions_ : topLevelPositions_;
-  if (const std::string* earlier = positions.find(identifier)) {
-    add(Kind::ignores, *earlier, "look-ups by identifier do not find it",
-        "a later account has the same identifier: " + where);
-  } else if (const std::string* other = (isChild ? topLevelPositions_ : childPositions_).find(identifier)) {
-    add(Kind::ignores, isChild ? where : *other, "look-ups by identifier do not find it",
-        "a top-level account has the same identifier: " + (isChild ? *other : where));
+  OrderedMap<std::vector<Position>>& positions = isChild ? children_ : topLevelAccounts_;
+  std::vector<Position>* known = positions.find(identifier);
+  if (known == nullptr) {
+    positions.append(identifier, {{where, stored}});
+  } else {
+    known->push_back({where, stored});
   }
-  positions.set(identifier, where);
+}
+
+/// Of several accounts with one identifier the last is found. Only now it is known which that is.
+void AccountCheck::checkSharedIdentifiers() {
+  for (const auto& entry : topLevelAccounts_) {
+    const Position& last = entry.value.back();
+    for (const Position& position : entry.value) {
+      if (!mayGoOn()) return;
+      if (&position != &last) checkReplaced(position, last);
+    }
+  }
+  const std::string what = "look-ups by identifier do not find it";
+  for (const auto& entry : children_) {
+    const std::vector<Position>* owners = topLevelAccounts_.find(entry.key);
+    const Position& last = entry.value.back();
+    for (const Position& position : entry.value) {
+      if (!mayGoOn()) return;
+      if (owners != nullptr) {
+        add(Kind::ignores, position.where, what,
+            "a top-level account has the same identifier: " + owners->back().where);
+      } else if (&position != &last) {
+        add(Kind::ignores, position.where, what, "a later child has the same identifier: " + last.where);
+      }
+    }
+  }
+}
+
+/// A save finds the later account in the file for both, and merges the earlier one with it.
+void AccountCheck::checkReplaced(const Position& earlier, const Position& later) {
+  const std::string why = "a later account has the same identifier: " + later.where;
+  work_ += workOfComparison;
+  if (earlier.properties == later.properties) {
+    return add(Kind::ignores, earlier.where, "the later account, which is its equal, is found in its place",
+               why);
+  }
+  const std::optional<Array> children = earlier.properties.find(kAccountChildAccounts).array();
+  const bool hasChildren = children && !children->empty();
+  add(Kind::drops, earlier.where,
+      std::string("the next save puts a copy of the later account in its place") +
+          (hasChildren ? "; its children are not found, and go with it" : ""),
+      why);
 }
 
 /// What applies to top-level accounts and children alike.
@@ -221,9 +237,9 @@ void AccountCheck::checkRecord(const AccountPtr& account, const Dictionary& stor
 void AccountCheck::checkTexts(const Dictionary& stored, const std::string& where) {
   for (const std::string_view key :
        {kAccountSyncIdentifier, kAccountDisplayName, kAccountTypeString, kAccountShortTypeString}) {
-    const Value value = stored.find(key);
-    if (value.isNil() || value.isString()) continue;
-    add(Kind::ignores, where, quoted(key) + " counts as absent", isNot(value, "a text"));
+    const std::optional<std::string> why =
+        stored.contains(key) ? mismatchWithKey(stored.find(key), key) : std::nullopt;
+    if (why) add(Kind::ignores, where, quoted(key) + " counts as absent", *why);
   }
 }
 

@@ -29,12 +29,20 @@ class AccountCheck {
   std::vector<RegistryFinding> takeFindings() && { return std::move(findings_); }
 
  private:
+  /// An account of the file that stands under an identifier.
+  struct Position {
+    std::string where;
+    Dictionary properties;
+  };
+
   void checkTopLevel(const Value& element, const std::optional<Dictionary>& usable, const std::string& where);
   void checkLostParts(const Value& element, const Dictionary& usable, const std::string& where);
   bool checkFixers(const AccountPtr& account, const std::string& where);
   void checkChildren(const AccountPtr& parent, const std::string& where);
   void checkChild(const Value& element, const AccountPtr& parent, const std::string& where);
   void checkIdentifier(const Dictionary& stored, const std::string& where, bool isChild);
+  void checkSharedIdentifiers();
+  void checkReplaced(const Position& earlier, const Position& later);
   void checkTexts(const Dictionary& stored, const std::string& where);
   void checkList(const AccountPtr& account, const Dictionary& stored, std::string_view key,
                  const std::string& where);
@@ -42,12 +50,9 @@ class AccountCheck {
 
   std::vector<std::shared_ptr<RSRuntimeFixProtocol>> fixers_;
   std::vector<RegistryFinding> findings_;
-  OrderedMap<std::string> topLevelPositions_;
-  OrderedMap<std::string> childPositions_;
+  OrderedMap<std::vector<Position>> topLevelAccounts_;
+  OrderedMap<std::vector<Position>> children_;
   std::uint64_t work_ = 0;
 };
-
-/// What kind of value it is, with its article: "an array".
-std::string_view kindName(const Value& value);
 
 }  // namespace roster

@@ -39,10 +39,9 @@ struct StoreState;
 /// notifier that could be told has been, and `lastSaveError` has nothing. No change is told twice: a notifier
 /// whose library or class was missing never hears of those that were saved meanwhile.
 ///
-/// A child is changed through its parent, because only top-level records are saved: a child's record is a
-/// copy of an element of its parent's "ChildAccounts", and what is set in it alone is not written. Change the
-/// child's record, take the child out of its parent with `removeChildWithIdentifierFromAccount`, and add it
-/// again with `addChildToAccount`; or set the parent's "ChildAccounts" and call `updateAccount`.
+/// Only top-level records are saved: a child's record is a copy of an element of its parent's "ChildAccounts",
+/// and what is set in it alone is not written. Change the child's record, and take it back into its parent with
+/// `updateChildAccount`.
 class ROSTER_EXPORT AccountsManager : public std::enable_shared_from_this<AccountsManager> {
  public:
   // ---- Creation
@@ -79,8 +78,8 @@ class ROSTER_EXPORT AccountsManager : public std::enable_shared_from_this<Accoun
   AccountPtr displayAccountWithSyncIdentifier(const String& syncIdentifier) const;
   /// The store's own list of top-level records, in order. Changes of the store show through it.
   std::shared_ptr<const AccountArray> allBasicAccounts() const;
-  /// The record of the child with the identifier; nil for a top-level account's. To change it, see the
-  /// class's comment. An addition.
+  /// The record of the child with the identifier; nil for a top-level account's. To change the child, see
+  /// `updateChildAccount`. An addition.
   AccountPtr childAccountWithIdentifier(std::string_view identifier) const;
   /// The records of the parent's children, in the order in which it holds them; empty for a record that is
   /// nil or not in the store. An addition.
@@ -141,6 +140,10 @@ class ROSTER_EXPORT AccountsManager : public std::enable_shared_from_this<Accoun
   /// identifier, whatever its type; other records of the types go; new ones are appended, children to their
   /// parents.
   void replaceAccountsWithTypesWithAccounts(const TypeSet& types, const std::vector<AccountPtr>& accounts);
+  /// Takes a changed child back into its parent: what the record would save takes the place of the child with
+  /// its identifier, at its position, and the record is the child's from then on. Ignored when no account has
+  /// such a child. An addition.
+  void updateChildAccount(const AccountPtr& child);
   /// Appends the child's live properties to the parent's children, whether or not the parent holds a child
   /// with its identifier already. Does nothing without a parent.
   void addChildToAccount(const AccountPtr& child, const AccountPtr& parent);

@@ -200,6 +200,28 @@ void AccountsManager::replaceAccountsWithTypesWithAccounts(const TypeSet& types,
   replacement.finish();
 }
 
+void AccountsManager::updateChildAccount(const AccountPtr& child) {
+  requireRecord(child);
+  const String identifier = child->identifier();
+  AccountIndexes& indexes = _state->indexes;
+  const String parentID = identifier ? indexes.parentIDOfChild(identifier) : String();
+  const AccountPtr* found = parentID ? indexes.topLevelAccountsByID().find(parentID) : nullptr;
+  if (found == nullptr) return;
+  const AccountPtr parent = *found;
+  const Array known = parent->accountPropertyForKey(kAccountChildAccounts).array().value_or(Array());
+  std::vector<Value> children(known.begin(), known.end());
+  // Of several children with one identifier the last is the one that is found.
+  const auto element = std::find_if(children.rbegin(), children.rend(), [&](const Value& each) {
+    const std::optional<Dictionary> properties = each.dictionary();
+    return properties && areSame(properties->find(kAccountIdentifier).string(), identifier);
+  });
+  if (element == children.rend()) return;
+  *element = child->propertiesToSave().deepCopy();
+  parent->setAccountPropertyForKey(Array(std::move(children)), kAccountChildAccounts);
+  child->setParentAccount(parent);
+  indexes.replaceChild(identifier, child);
+}
+
 void AccountsManager::addChildToAccount(const AccountPtr& newChild, const AccountPtr& newParent) {
   const auto kept = shared_from_this();
   const AccountPtr child = required(newChild);

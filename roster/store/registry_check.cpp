@@ -4,11 +4,11 @@
 
 #include "roster/account/vocabulary.h"
 #include "roster/base/single_line.h"
-#include "roster/platform/property_list_file.h"
 #include "roster/platform/system_log.h"
 #include "roster/store/account_check.h"
 #include "roster/store/settings_file.h"
 #include "roster/store/store_state.h"
+#include "roster/value/kind_name.h"
 
 namespace roster {
 
@@ -25,7 +25,7 @@ void checkVersion(const Dictionary& root, AccountCheck& check) {
   if (stored.isNil()) {
     check.add(Kind::repairs, key, what, "it is missing, which counts as a file that needs no migration");
   } else if (!version) {
-    check.add(Kind::repairs, key, what, "it is " + std::string(kindName(stored)) + ", not a whole number");
+    check.add(Kind::repairs, key, what, isNot(stored, "a whole number"));
   } else if (*version < std::int64_t{currentRegistryVersion}) {
     check.add(Kind::repairs, key, what, "it is " + std::to_string(*version) + ": the file needs a migration");
   } else if (*version > std::int64_t{currentRegistryVersion}) {
@@ -49,42 +49,43 @@ void checkRootKeys(const Dictionary& root, AccountCheck& check) {
   }
 }
 
-void checkAccounts(const Dictionary& root, AccountCheck& check) {
-  const std::string key(kPlistAccountsKey);
-  const Value stored = root.find(kPlistAccountsKey);
-  const std::optional<Array> accounts = stored.array();
-  if (stored.isNil()) {
-    check.add(Kind::ignores, key, "the registry counts as empty", "there is no such key");
-  } else if (!accounts) {
-    check.add(Kind::damage, key, "the registry counts as empty",
-              "it is " + std::string(kindName(stored)) + ", not an array");
-  } else {
-    check.checkAccounts(*accounts);
+/// What the load found wrong with the file, when that is nothing about one of its accounts.
+RegistryFinding findingAbout(const std::string& path, const Registry& registry, const Error& damage) {
+  const std::string empty = "the registry counts as empty";
+  if (damage.code == std::errc::bad_message) {
+    return {Kind::damage, path, registry.accounts ? "all accounts are used, but not all else" : empty,
+            damage.message};
   }
+  if (!isFailureOfReading(damage)) return {Kind::unread, path, empty, damage.message};
+  return {Kind::unread, path, empty + ", and what loaded it so saves nothing", damage.message};
+}
+
+void checkParts(const Registry& registry, AccountCheck& check) {
+  checkVersion(*registry.root, check);
+  checkRootKeys(*registry.root, check);
+  if (registry.accounts) return check.checkAccounts(*registry.accounts);
+  check.add(Kind::ignores, std::string(kPlistAccountsKey), "the registry is empty", "there is no such key");
 }
 
 }  // namespace
 
 std::vector<RegistryFinding> checkRegistry(const std::string& path) {
   const SystemLogSilence silence;
-  const Result<Value> file = readPropertyListFile(path, Soundness::inspected);
-  if (!file && isMissingFile(file.error())) return {};
+  const Registry registry = SettingsFile(path).read();
   AccountCheck check(standardFixers());
-  const std::optional<Dictionary> root = file ? file->dictionary() : std::nullopt;
-  if (!file) {
-    check.add(Kind::damage, path, "the registry counts as empty", file.error().message);
-  } else if (!root) {
-    check.add(Kind::damage, path, "the registry counts as empty",
-              path + " is " + std::string(kindName(*file)) + ", not a dictionary");
-  } else {
-    checkVersion(*root, check);
-    checkRootKeys(*root, check);
-    checkAccounts(*root, check);
-  }
+  // What is no registry has no parts.
+  if (registry.root && (registry.accounts || !registry.damage)) checkParts(registry, check);
   if (!check.mayGoOn()) {
     check.add(Kind::ignores, path, "the check ends here", "there is too much to look at or to report");
   }
-  return std::move(check).takeFindings();
+  std::vector<RegistryFinding> findings = std::move(check).takeFindings();
+  const bool isDamageTold = std::any_of(findings.begin(), findings.end(), [](const RegistryFinding& finding) {
+    return finding.kind == Kind::damage;
+  });
+  if (registry.damage && !isDamageTold) {
+    findings.insert(findings.begin(), findingAbout(path, registry, *registry.damage));
+  }
+  return findings;
 }
 
 Result<Array> readRegistryAccounts(const std::string& path) {

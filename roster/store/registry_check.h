@@ -13,10 +13,11 @@ namespace roster {
 struct RegistryFinding {
   /// What becomes of it.
   enum class Kind {
-    drops,    ///< An account that does not become a record, and is gone from the file after the next save.
+    drops,    ///< An account that is gone from the file after the next save.
     repairs,  ///< Something that the library puts in order in memory.
     ignores,  ///< Something without effect.
     damage,   ///< Something that cannot be read. The next save keeps the file as it is beside the new one.
+    unread,   ///< The whole file, which this process could not read, sound or not.
   };
   /// What becomes of it.
   Kind kind = Kind::ignores;
@@ -30,9 +31,10 @@ struct RegistryFinding {
 };
 
 /// Reads the registry at a path as a store would load it, and tells what of it would be dropped, repaired or
-/// ignored, in the order of the file. Nothing is written, neither to the file nor to the system log. A file
-/// that is missing has no findings. Work and results are bounded: a last finding says so when not everything
-/// was looked at or listed.
+/// ignored: the file as a whole, then its parts in their order, then the identifiers that several accounts
+/// have. Nothing is written, neither to the file nor, by this thread, to the system log. A file that is
+/// missing has no findings. Work and results are bounded: a last finding says so when not everything was
+/// looked at or listed. May be called from any thread, in several at once.
 ROSTER_EXPORT std::vector<RegistryFinding> checkRegistry(const std::string& path);
 
 /// The elements of "Accounts" in the registry at a path, as they stand: no record is made, and none is left

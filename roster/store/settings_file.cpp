@@ -99,6 +99,7 @@ Registry SettingsFile::contentOf(const Result<Value>& file) const {
   if (!root) return damaged(damage(path_ + " is not a dictionary"));
 
   Registry registry;
+  registry.root = root;
   registry.version = registryVersion(*root).value_or(0);
   registry.accounts = root->find(kPlistAccountsKey).array();
   registry.damage = damageOf(*file, *root, registry.accounts);

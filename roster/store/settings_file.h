@@ -20,6 +20,8 @@ inline constexpr std::string_view migrationLockName = "AccountMigrationInProgres
 
 /// The content of the account settings file, as far as it can be used.
 struct Registry {
+  /// The whole file; nothing when there is none or it holds no dictionary.
+  std::optional<Dictionary> root;
   /// The value under "Accounts"; nothing when there is none or it is no array.
   std::optional<Array> accounts;
   /// The value under "Version", 0 when there is none.
@@ -61,6 +63,7 @@ class SettingsFile {
  private:
   Registry contentOf(const Result<Value>& file) const;
 
+ private:
   std::string path_;
 };
 

@@ -70,7 +70,7 @@ echo "bplist of another time" >"$preferences"
 cp "$list" "$build/list"
 cp "$preferences" "$build/preferences"
 # A registry that is there beside an old list is made anew from the list.
-"$rosterctl" add CalDAV CalDAVAccount DisplayName=Club >/dev/null
+"$rosterctl" add CalDAV CalDAVAccount DisplayName=Club --force >/dev/null
 
 # Asking whether, and what would be done, changes nothing.
 files >"$build/before"

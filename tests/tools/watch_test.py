@@ -1,58 +1,24 @@
 """Runs `rosterctl watch` beside programs that change the registry, and `rosterctl creators` with tables of its own.
 The tool is $ROSTERCTL, else the first argument."""
 
+import array
+import fcntl
 import json
 import os
 import plistlib
 import shutil
 import signal
 import subprocess
-import sys
-import tempfile
+import termios
 import threading
+import time
 import unittest
 from pathlib import Path
 
-TOOL = os.environ.get("ROSTERCTL") or sys.argv.pop(1)
+from rosterctl_test import CONTACTS, MAIL, NOTES, TOOL, Device, account
+
 SOURCES = Path(os.environ.get("ROSTER_SOURCE_DIR", Path(__file__).resolve().parents[2]))
-MAIL, NOTES, CONTACTS = (f"com.nimbal.Dataclass.{name}" for name in ("Mail", "Notes", "Contacts"))
 LIMIT = 60  # seconds; only a test that fails takes them
-
-
-class Device(unittest.TestCase):
-    maxDiff = None
-
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.root = Path(folder.name) / "device"
-        self.registry = self.root / "var/lib/roster/Preferences/com.nimbal.roster.plist"
-        self.environment = dict(os.environ)
-
-    def put(self, data):
-        """Replaces the registry in one step, in folders that are made when they are missing."""
-        self.registry.parent.mkdir(parents=True, exist_ok=True)
-        new = self.registry.with_name("new")
-        new.write_bytes(data)
-        new.rename(self.registry)
-
-    def put_accounts(self, *identifiers, **properties):
-        self.put(self.registry_of(*identifiers, **properties))
-
-    @staticmethod
-    def registry_of(*identifiers, **properties):
-        return plistlib.dumps({"Version": 12, "Accounts": [
-            {"Identifier": identifier, "Type": "Exchange", "Class": "EASAccount", **properties}
-            for identifier in identifiers]}, fmt=plistlib.FMT_BINARY)
-
-    def run_tool(self, *arguments, status=0):
-        done = subprocess.run([TOOL, "--root", self.root, *arguments], capture_output=True, text=True, timeout=LIMIT,
-                              env=self.environment)
-        self.assertEqual(done.returncode, status, (arguments, done.stdout, done.stderr))
-        return done
-
-    def watch(self, *arguments):
-        return Watch(self, *arguments)
 
 
 class Watch:
@@ -89,7 +55,27 @@ class Watch:
         self.process.communicate()
 
 
-class WatchTest(Device):
+class ChangedDevice(Device):
+    def put(self, data):
+        """Replaces the registry in one step, in folders that are made when they are missing."""
+        self.registry.parent.mkdir(parents=True, exist_ok=True)
+        new = self.registry.with_name("new")
+        new.write_bytes(data)
+        new.rename(self.registry)
+
+    def put_accounts(self, *identifiers, **properties):
+        self.put(self.registry_of(*identifiers, **properties))
+
+    @staticmethod
+    def registry_of(*identifiers, **properties):
+        accounts = [account(identifier, "Exchange", "EASAccount", **properties) for identifier in identifiers]
+        return plistlib.dumps({"Version": 12, "Accounts": accounts}, fmt=plistlib.FMT_BINARY)
+
+
+class WatchTest(ChangedDevice):
+    def watch(self, *arguments):
+        return Watch(self, *arguments)
+
     def test_each_change_by_another_program_is_one_line(self):
         self.put_accounts("A", "B", DisplayName="Wörk\n", **{"Enabled Dataclasses": [NOTES, CONTACTS, MAIL, "Odd"]})
         human, machine = self.watch(), self.watch("--json")
@@ -104,7 +90,7 @@ class WatchTest(Device):
             self.assertEqual(json.loads(machine.line()), {
                 "change": word, "identifier": "A", "type": "Exchange", "displayName": "Wörk\n", "dataclasses": names},
                 command)
-        identifier = self.run_tool("add", "CalDAV", "CalDAVAccount").stdout.strip()
+        identifier = self.out("add", "CalDAV", "CalDAVAccount").strip()
         self.assertEqual(human.line(), f"added     {identifier}  CalDAV    -       -\n")
         self.assertEqual(json.loads(machine.line())["displayName"], None)
         self.assertEqual((human.end(), machine.end()), (("", "", 0), ("", "", 0)))
@@ -170,11 +156,24 @@ class WatchTest(Device):
             self.run_tool("delete", "A")
             self.assertEqual(watch.end(stop), ("removed   A  Exchange  -  -\n", "", 0), stop)
 
-    def test_it_ends_when_nobody_can_read_it_any_more(self):
+    def test_a_reader_that_stalls_or_goes_does_not_keep_it(self):
+        for stop in (signal.SIGINT, signal.SIGTERM, None):
+            self.put_accounts()
+            watch = self.watch()
+            fcntl.fcntl(watch.process.stdout, fcntl.F_SETPIPE_SZ, 4096)
+            self.put_accounts(*map(str, range(100)), DisplayName="x" * 1000)
+            waiting = array.array("i", [0])
+            while waiting[0] == 0:
+                time.sleep(0.01)
+                fcntl.ioctl(watch.process.stdout, termios.FIONREAD, waiting)
+            if stop:
+                watch.process.send_signal(stop)
+            else:
+                watch.process.stdout.close()
+            self.assertEqual((watch.process.wait(LIMIT), watch.process.stderr.read()), (0, ""), stop)
         watch = self.watch()
         watch.process.stdout.close()
-        self.assertIn("the standard output has been closed", watch.hear("rosterctl: the"))
-        self.assertEqual(watch.process.wait(LIMIT), 1)
+        self.assertEqual((watch.process.wait(LIMIT), watch.process.stderr.read()), (0, ""))
 
 
 PLUGIN = """
@@ -202,7 +201,7 @@ def entry(kind, library=None, name=None, *dataclasses):
     return {"Type": kind, "Description": {key: value for key, value in description.items() if value is not None}}
 
 
-class CreatorsTest(Device):
+class CreatorsTest(ChangedDevice):
     def use_table(self, **types):
         resources = self.root.with_name("resources")
         if not resources.exists():
@@ -214,17 +213,16 @@ class CreatorsTest(Device):
         self.environment["ROSTER_RESOURCES"] = str(resources)
 
     def problems(self, *arguments, status=1):
-        trials = json.loads(self.run_tool("--json", "creators", *arguments, status=status).stdout)
+        trials = self.json("creators", *arguments, status=status)
         return [row["problem"] for trial in trials for row in trial["entries"] or [trial]]
 
     def test_the_table_that_is_shipped_works(self):
-        done = self.run_tool("creators", "OnMyDevice")
-        self.assertEqual(done.stdout.splitlines()[1].split(), [
+        self.assertEqual(self.out("creators", "OnMyDevice").splitlines()[1].split(), [
             "OnMyDevice", "FullAccount", "DeviceLocalAccount", "libroster.so.1", "-", "yes"])
-        self.assertEqual(len(self.run_tool("creators").stdout.splitlines()), 16)
+        self.assertEqual(len(self.out("creators").splitlines()), 16)
         self.assertEqual(set(self.problems(status=0)), {None})
         self.assertIn("Could not find the information for the type Foo",
-                      self.run_tool("creators", "Foo", status=1).stderr)
+                      self.err("creators", "Foo", status=1))
 
     def test_what_is_wrong_with_an_entry_is_told(self):
         own = "libroster.so.1"
@@ -246,7 +244,7 @@ class CreatorsTest(Device):
         self.assertEqual(self.problems("T"), [problem for _, problem in rows])
         self.assertEqual(self.problems("Empty", status=0), [None])
         self.assertIn("for the type Broken", self.problems("Broken")[0])
-        self.assertIn("no: The framework/bundle where None", self.run_tool("creators", status=1).stdout)
+        self.assertIn("no: The framework/bundle where None", self.out("creators", status=1))
 
     def test_a_save_whose_notifiers_cannot_be_told_is_a_warning_that_says_why(self):
         self.put_accounts("A")
@@ -254,12 +252,11 @@ class CreatorsTest(Device):
         for library, name in ((None, "Some"), ("/nope.so", "Some"), (own, None), (own, "None")):
             self.use_table(Exchange=[entry("NotifierAccount", library, name, NOTES)])
             for command, stored in (("enable", [NOTES]), ("disable", [])):
-                self.assertEqual(self.run_tool(command, "A", "Notes").stderr,
+                self.assertEqual(self.err(command, "A", "Notes"),
                                  "rosterctl: warning: the change is saved, but not every notifier could be told: "
                                  f"{self.problems('Exchange')[0]}\n", (library, name))
-                account = plistlib.loads(self.registry.read_bytes())["Accounts"][0]
-                self.assertEqual(account["Enabled Dataclasses"], stored, (library, name, command))
-            self.assertEqual(self.run_tool("set", "A", f"Server={name}").stderr, "")  # concerns nobody
+                self.assertEqual(self.stored("A")["Enabled Dataclasses"], stored, (library, name, command))
+            self.assertEqual(self.err("set", "A", f"Server={name}"), "")  # concerns nobody
 
     def test_a_plug_in_that_works_is_said_to_work(self):
         library = os.environ.get("ROSTER_LIBRARY")
@@ -273,7 +270,7 @@ class CreatorsTest(Device):
         self.use_table(Exchange=[entry(kind, str(plugin), name, NOTES) for kind, name in kinds])
         self.assertEqual(self.problems(status=0), [None] * 3)
         self.put_accounts("A")
-        self.assertIn("note: told of 1\n", self.run_tool("--verbose", "enable", "A", "Notes").stderr)
+        self.assertIn("note: told of 1\n", self.err("--verbose", "enable", "A", "Notes"))
         self.use_table(Exchange=[entry(kind, str(plugin), "Idle", NOTES) for kind, _ in kinds])
         self.assertTrue(all("the class Idle does not answer" in problem for problem in self.problems()))
 
