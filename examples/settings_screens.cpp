@@ -6,9 +6,9 @@
 #include <iostream>
 #include <sstream>
 
-/// Two settings screens are open on one device. Each adds, renames and deletes accounts, and after every step both
-/// show the same list: a screen waits for its user and for the registry in one loop, brings in what others have
-/// changed, and saves its own changes with a sync.
+/// Two settings screens are open on one device. Each adds, renames and deletes accounts, and after every step
+/// both show the same list: a screen waits for its user and for the registry in one loop, brings in what
+/// others have changed, and saves its own changes with a sync.
 
 namespace {
 

@@ -32,9 +32,9 @@ class Session {
   FoundAccount find(const std::string& name) const;
   /// Gives a changed account back to the store; a child keeps its position among its parent's children.
   void putBack(const FoundAccount& found);
-  /// Saves. What the registry holds that the library cannot use stays in it as it is. Fails, before anything is
-  /// written, when the changed top-level account would not survive the next load. Notifiers that cannot be told
-  /// what was saved are a warning.
+  /// Saves. What the registry holds that the library cannot use stays in it as it is. Fails, before anything
+  /// is written, when the changed top-level account would not survive the next load. Notifiers that cannot be
+  /// told what was saved are a warning.
   void save(const AccountPtr& changed = nullptr);
 
  private:

@@ -7,15 +7,15 @@
 #include <cerrno>
 #include <csignal>
 #include <iostream>
+#include <optional>
 #include <system_error>
 
 #include "roster/platform/system_log.h"
 #include "roster/store/accounts_manager.h"
+#include "roster/store/registry_watch.h"
 #include "tools/commands.h"
 #include "tools/descriptors.h"
-#include "tools/path_watch.h"
 #include "tools/printing.h"
-#include "tools/registry_state.h"
 #include "tools/session.h"
 #include "tools/stoppable_output.h"
 #include "tools/terminal.h"
@@ -64,17 +64,25 @@ class ChangePrinter {
     const String type = change.accountType();
     const String name = account.find(kAccountDisplayName).string();
     const StringList dataclasses = orderedDataclasses(change);
+    const std::vector<AccountChange> children = childChanges(change);
     if (isJson_) {
+      nlohmann::ordered_json changedChildren = nlohmann::ordered_json::array();
+      for (const AccountChange& child : children) {
+        changedChildren.push_back(
+            {{"change", changeWord(child.type)}, {"identifier", child.identifier().str()}});
+      }
       printJsonLine({{"change", word},
                      {"identifier", identifier.str()},
                      {"type", type.str()},
                      {"displayName", name ? nlohmann::ordered_json(name.str()) : nlohmann::ordered_json()},
-                     {"dataclasses", dataclasses}});
+                     {"dataclasses", dataclasses},
+                     {"children", changedChildren}});
     } else {
       std::cout << emphasised(word) << std::string(longestWord - word.size(), ' ')
                 << cell(identifier, identifierWidth_) << cell(type, typeWidth_)
                 << cell(name ? name : String("-"), nameWidth_) << "  "
-                << singleLine(joined(shortNames(dataclasses), "-")) << '\n';
+                << singleLine(joined(shortNames(dataclasses), "-")) << childrenText(change.type, children)
+                << '\n';
     }
     flushOutput();
   }
@@ -89,6 +97,17 @@ class ChangePrinter {
     return "  " + padded(line, width);
   }
 
+  /// The children of a modified account that are not as they were; those of others came or went with it.
+  static std::string childrenText(RSAccountChangeType type, const std::vector<AccountChange>& children) {
+    std::string text;
+    if (type != RSAccountChangeTypeModified) return text;
+    for (const AccountChange& child : children) {
+      text += text.empty() ? "  (" : ", ";
+      text += "child " + singleLine(child.identifier()) + " " + changeWord(child.type);
+    }
+    return text.empty() ? text : text + ")";
+  }
+
   bool isJson_;
   std::size_t identifierWidth_ = 0;
   std::size_t typeWidth_ = 0;
@@ -97,9 +116,10 @@ class ChangePrinter {
 
 /// Sleeps until something happens at the path or there is a reason to end, as when a signal asks for it or
 /// the reader of the output has gone; returns whether there is one.
-bool waitForEventsOrEnd(const PathWatch& events, const StopSignals& stop) {
+bool waitForEventsOrEnd(const RegistryWatch& events, const StopSignals& stop) {
   // No event is requested for the output: the system always reports that its reader has gone.
-  std::array<pollfd, 3> all{{{events.fd(), POLLIN, 0}, {stop.fd(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
+  std::array<pollfd, 3> all{
+      {{events.descriptor(), POLLIN, 0}, {stop.fd(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
   if (poll(all.data(), all.size(), -1) == -1) {
     if (errno == EINTR) return false;
     throw CommandError("could not wait for changes", std::generic_category().message(errno));
@@ -108,17 +128,35 @@ bool waitForEventsOrEnd(const PathWatch& events, const StopSignals& stop) {
   return output.revents != 0 || signals.revents != 0;
 }
 
+/// Tells that the registry cannot be read, once in a row for each cause, and that it can be read again.
+class ReadingReport {
+ public:
+  void tell(const Result<bool>& dispatched) {
+    if (dispatched && !*dispatched) return;
+    const std::optional<std::string> failure =
+        dispatched ? std::nullopt : std::optional(dispatched.error().message);
+    if (failure == failure_) return;
+    if (failure) {
+      warn(*failure, "nothing counts as changed until it can be read");
+    } else {
+      note(AccountsManager::fullPathToRosterPlist() + " can be read again");
+    }
+    failure_ = failure;
+  }
+
+ private:
+  std::optional<std::string> failure_;
+};
+
 void printChanges(const Options& options, const StopSignals& stop) {
-  const std::string path = AccountsManager::fullPathToRosterPlist();
-  PathWatch events(path);
-  RegistryState state(path);
-  state.update();
-  if (options.isVerbose) note("watching " + path);
+  const Result<std::unique_ptr<RegistryWatch>> watch = RegistryWatch::watch();
+  if (!watch) throw CommandError(watch.error().message);
+  if (options.isVerbose) note("watching " + AccountsManager::fullPathToRosterPlist());
   ChangePrinter printer(options.isJson);
+  ReadingReport report;
   for (bool isAtEnd = false; !isAtEnd;) {
-    isAtEnd = waitForEventsOrEnd(events, stop);
-    if (!events.takeEvents()) continue;
-    for (const AccountChange& change : state.update()) printer.print(change);
+    isAtEnd = waitForEventsOrEnd(**watch, stop);
+    report.tell((*watch)->dispatch([&printer](const AccountChange& change) { printer.print(change); }));
   }
 }
 

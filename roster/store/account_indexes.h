@@ -54,7 +54,9 @@ class AccountIndexes {
   /// Enters a record that is the parent's child under the identifier, as `addChild` enters the one it makes.
   void enterChild(const AccountPtr& child, const String& childID, const String& parentID);
   /// Finds this record for a child that is entered already.
-  void replaceChild(const String& childID, const AccountPtr& child) { childAccountsByID_.set(childID, child); }
+  void replaceChild(const String& childID, const AccountPtr& child) {
+    childAccountsByID_.set(childID, child);
+  }
   /// Adds every element of a list, the parent's "ChildAccounts"; nothing when it is no array.
   void addChildren(const Value& list, const AccountPtr& parent, const String& parentID);
   /// Adds those that the parent has now in place of what was known of its children.

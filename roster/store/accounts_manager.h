@@ -39,9 +39,9 @@ struct StoreState;
 /// notifier that could be told has been, and `lastSaveError` has nothing. No change is told twice: a notifier
 /// whose library or class was missing never hears of those that were saved meanwhile.
 ///
-/// Only top-level records are saved: a child's record is a copy of an element of its parent's "ChildAccounts",
-/// and what is set in it alone is not written. Change the child's record, and take it back into its parent with
-/// `updateChildAccount`.
+/// Only top-level records are saved: a child's record is a copy of an element of its parent's
+/// "ChildAccounts", and what is set in it alone is not written. Change the child's record, and take it back
+/// into its parent with `updateChildAccount`.
 class ROSTER_EXPORT AccountsManager : public std::enable_shared_from_this<AccountsManager> {
  public:
   // ---- Creation

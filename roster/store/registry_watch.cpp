@@ -96,14 +96,13 @@ Result<std::unique_ptr<RegistryWatch>> RegistryWatch::watch() {
 
 int RegistryWatch::descriptor() const { return _events->descriptor(); }
 
-Result<> RegistryWatch::dispatch(const Handler& handler) {
+Result<bool> RegistryWatch::dispatch(const Handler& handler) {
   const Result<bool> isConcerned = _events->takeEvents();
-  if (!isConcerned) return isConcerned.error();
-  if (!*isConcerned) return {};
+  if (!isConcerned || !*isConcerned) return isConcerned;
   const Result<Changes> changes = _registry->update();
   if (!changes) return changes.error();
   for (const AccountChange& change : *changes) handler(change);
-  return {};
+  return true;
 }
 
 }  // namespace roster

@@ -48,7 +48,7 @@ class ROSTER_EXPORT RegistryWatch {
   ///
   /// Fails, with path and cause, when the registry cannot be read or watched. What has changed is told by a
   /// later dispatch, once it can be read; a watch that the system refuses is tried for again.
-  Result<> dispatch(const Handler& handler);
+  Result<bool> dispatch(const Handler& handler);
 
  private:
   ROSTER_HIDDEN RegistryWatch(std::unique_ptr<PathWatch> events, std::unique_ptr<WatchedRegistry> registry);

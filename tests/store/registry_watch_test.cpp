@@ -19,7 +19,7 @@ class RegistryWatchTest : public StoreTest {
     std::string text;
     pollfd ready{watch.descriptor(), POLLIN, 0};
     while (poll(&ready, 1, 100) == 1) {
-      const Result<> done = watch.dispatch([&](const AccountChange& change) {
+      const Result<bool> done = watch.dispatch([&](const AccountChange& change) {
         constexpr std::string_view signs = "+*-";
         text += signs[static_cast<std::size_t>(change.type)] + change.identifier().str() + " ";
       });
