@@ -74,7 +74,7 @@ TEST_F(LoadingTest, AsksEveryFixerAndDropsWhatCannotBeRepaired) {
         account->setAccountPropertyForKey("new", "DisplayName");
         return FixResult::repaired;
       },
-      &calls)});
+      [&](const auto& call) { calls.push_back(call); })});
   EXPECT_EQ(calls, (Lines{"loading accounts a", "loading accounts b", "loading accounts d", "not saved"}));
   EXPECT_EQ(identifiers(store->allBasicSyncableAccounts()), "a d");
   const AccountPtr repaired = store->accountWithIdentifier("d");
