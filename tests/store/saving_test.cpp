@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "roster/platform/linux/file_calls.h"
+#include "roster/store/settings_file.h"
 #include "tests/store/store_test.h"
 
 namespace roster::testing {
@@ -253,6 +254,40 @@ TEST_F(SavingTest, OfAStoreOfAnotherClassReadsTheRegistryAndWritesWhereTheClassS
   EXPECT_EQ(written.find("Accounts"), array(stored("a", {{"Note", 1}}))) << "merged with the registry";
   EXPECT_EQ(registry(), before);
   EXPECT_EQ(device.fileNames("elsewhere").size(), 2U) << "its own damaged file is kept";
+}
+
+TEST_F(SavingTest, WritesNothingAndSaysWhyWhenTheRegistryOrItsFolderCannotBeLookedAt) {
+  const std::string link = device.path("loop");
+  std::filesystem::create_symlink(link, link);
+  const std::string locked = device.path("locked");
+  std::filesystem::create_directory(locked);
+  std::filesystem::permissions(locked, std::filesystem::perms(0700));
+  std::filesystem::permissions(device.root(), std::filesystem::perms(0755));
+  struct Case {
+    const char* name;
+    std::string path;
+    const char* cause;
+  };
+  const Case cases[] = {
+      {"a folder that is a link to itself", link + "/registry", "Too many levels of symbolic links"},
+      {"a name that is too long", device.path(std::string(300, 'x')), "File name too long"},
+      {"a folder of another user", locked + "/registry", "Permission denied"}};
+  for (const Case& row : cases) {
+    SCOPED_TRACE(row.name);
+    const bool isOfAnother = row.path.starts_with(locked);
+    if (isOfAnother && geteuid() != 0) continue;
+    EXPECT_TRUE(endsWell(startProcess([&] {
+      alarm(20);  // a save that never ends is a failure of its own
+      EXPECT_TRUE(!isOfAnother || setuid(65534) == 0);
+      const SettingsFile file(row.path);
+      const Registry registry = file.read();
+      EXPECT_TRUE(registry.damage);
+      const std::string error = errorOf(file.replace("new", registry.damage));
+      EXPECT_TRUE(error.starts_with("could not keep " + row.path + " as ") && error.ends_with(row.cause))
+          << error;
+      return !HasFailure();
+    })));
+  }
 }
 
 }  // namespace
