@@ -57,7 +57,7 @@ TEST_F(FullAccountsTest, AreListedWithTheMatchingChildrenBehindWhereTheParentSta
 
 TEST_F(FullAccountsTest, MustNotChangeTheStoresTopLevelAccountsWhileTheyAreListed) {
   store = storeOf(array(of("T", "p", array(of("Acting", "p1")))));
-  act = [this](const std::string&) { store->insertAccount(record("inserted")); };
+  act = [this](const std::string&) { store->insertAccount(record("inserted", {{"Type", "V"}})); };
   EXPECT_THROW(list({"Acting"}), EnumerationMutation);
   EXPECT_EQ(list({"Acting"}), "p1") << "it is made by now";
   EXPECT_EQ(store->count(), 2U);
