@@ -95,24 +95,16 @@ TEST_F(FullAccountsTest, OfChildrenStandBehindTheParentThatTheyHaveWhenItIsItsTu
 
 class FullDeviceLocalAccountTest : public StoreTest {};
 
-TEST_F(FullDeviceLocalAccountTest, IsAddedToAStoreThatLacksItInEveryLanguage) {
-  std::set<std::string> words;
-  for (const std::string language : {"en", "de", "es", "fr", "ja"}) {
-    SCOPED_TRACE(language);
-    device.setEnvironment("LC_ALL", language + ".UTF-8");
-    log.clear();
-    writeRegistry();
-    const Store store = AccountsManager::init();
-    const auto made = store->fullDeviceLocalAccount();
-    EXPECT_NE(std::dynamic_pointer_cast<DeviceLocalAccount>(made), nullptr);
-    EXPECT_EQ(store->fullDeviceLocalAccount(), made);
-    EXPECT_EQ(log.lines(), Lines{"DeviceLocalAccount missing. Creating..."});
-    EXPECT_EQ(root().find("Accounts"), array()) << "only a save writes it";
-    store->saveAllAccounts();
-    EXPECT_EQ(storedAccount(0), DeviceLocalAccount::basicAccountProperties());
-    words.insert(storedAccount(0).find("Type String").string().str());
-  }
-  EXPECT_EQ(words.size(), 5U);
+TEST_F(FullDeviceLocalAccountTest, IsAddedToAStoreThatLacksIt) {
+  writeRegistry();
+  const Store store = AccountsManager::init();
+  const auto made = store->fullDeviceLocalAccount();
+  EXPECT_NE(std::dynamic_pointer_cast<DeviceLocalAccount>(made), nullptr);
+  EXPECT_EQ(store->fullDeviceLocalAccount(), made);
+  EXPECT_EQ(log.lines(), Lines{"DeviceLocalAccount missing. Creating..."});
+  EXPECT_EQ(root().find("Accounts"), array()) << "only a save writes it";
+  store->saveAllAccounts();
+  EXPECT_EQ(storedAccount(0), DeviceLocalAccount::basicAccountProperties());
 
   const Store complete = storeOf(array(stored("x"), stored("own", {{"Type", "OnMyDevice"}})));
   const auto found = std::dynamic_pointer_cast<BasicAccount>(complete->fullDeviceLocalAccount());

@@ -8,16 +8,11 @@ class LoadingTest : public StoreTest {};
 const std::string typeLine = "[-[BasicAccount initWithProperties:]] Invalid account type: ";
 const std::string classLine = "[-[BasicAccount initWithProperties:]] Missing account class.";
 
-TEST_F(LoadingTest, KeepsTheOrderOfTheFileAndEveryTwinAndFindsTheLater) {
-  const std::pair<Value, std::int64_t> versions[] = {{11, 11}, {"12", 0}, {11.0, 11}, {-3.0, -3}, {11.5, 0}};
-  for (const auto& [version, number] : versions) {
-    SCOPED_TRACE(formatted("version %@", version));
-    const Value accounts = array(stored("c"), stored("a"), stored("c"));
-    device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", accounts}, {"Version", version}});
-    const Store store = AccountsManager::init();
-    EXPECT_EQ(identifiers(*store->allBasicAccounts()), "c a c");
-    EXPECT_EQ(store->accountWithIdentifier("c"), store->allBasicAccounts()->at(2));
-    EXPECT_EQ(store->dataVersion(), number);
+TEST_F(LoadingTest, TellsTheVersionWhenItIsAWholeNumber) {
+  const std::pair<Value, std::int64_t> rows[] = {{11, 11}, {"12", 0}, {-3.0, -3}, {11.5, 0}};
+  for (const auto& [version, number] : rows) {
+    device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", array()}, {"Version", version}});
+    EXPECT_EQ(AccountsManager::init()->dataVersion(), number) << formatted("%@", version);
   }
 }
 

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "roster/platform/linux/file_calls.h"
+#include "roster/store/merge.h"
 #include "roster/store/settings_file.h"
 #include "tests/store/store_test.h"
 
@@ -126,19 +127,16 @@ TEST_F(SavingTest, TellsTheMailApplicationOnceAfterASaveThatRepairedEvenIfItFail
 TEST_F(SavingTest, AfterAFailureLeavesEverythingAsItWasAndMergesTheSameChangesAgain) {
   const std::string full = "No space left on device";
   const std::string unwritable = "could not serialize the accounts for ";
-  const std::pair<std::string_view, std::string> rows[] = {
-      {"write", full}, {"rename", full}, {"a value that cannot be written", unwritable}};
-  for (const auto& [fault, why] : rows) {
-    SCOPED_TRACE(fault);
+  for (const auto& [fault, why] : {std::pair("write", full), {"rename", full}, {"", unwritable}}) {
+    SCOPED_TRACE(why + fault);
     log.clear();
     writeRegistry(stored("a", {{"DisplayName", "old"}, {"Note", 1}}));
     const Store store = AccountsManager::init();
     set(store, why == unwritable ? "\xFF" : "new", "DisplayName");
     const std::string before = registry();
-    {
-      const FailingCall calls(fault, ENOSPC);
-      store->saveAllAccounts();
-    }
+    std::optional<FailingCall> failing(std::in_place, fault, ENOSPC);
+    store->saveAllAccounts();
+    failing.reset();
     EXPECT_EQ(registry(), before);
     EXPECT_EQ(files(), onlyTheRegistry);
     EXPECT_EQ(original(store), Value("old"));
@@ -157,6 +155,10 @@ TEST_F(SavingTest, AfterAFailureLeavesEverythingAsItWasAndMergesTheSameChangesAg
     EXPECT_EQ(storedAccount(0), stored("a", {{"DisplayName", "new"}, {"Note", 2}}));
     EXPECT_EQ(original(store), Value("new"));
   }
+  // What a merge has no former version of is written as it is.
+  for (const Dictionary& none : {Dictionary(), stored("a")}) {
+    EXPECT_EQ(mergeProperties(stored("m"), none, none.empty() ? stored("b") : Dictionary()), stored("m"));
+  }
 }
 
 TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
@@ -164,22 +166,22 @@ TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
   const Store store = AccountsManager::init();
   EXPECT_EQ(log.lines(), Lines()) << "a load says nothing of it";
   for (const char* call : {"link", "write", "rename"}) {
-    SCOPED_TRACE(call);
     const FailingCall calls(call, ENOSPC);
     store->saveAllAccounts();
-    ASSERT_TRUE(store->lastSaveError());
+    ASSERT_TRUE(store->lastSaveError()) << call;
     EXPECT_EQ(log.lines(), (Lines{store->lastSaveError()->message, std::string(failure)}));
-    EXPECT_EQ(files(), onlyTheRegistry);
+    EXPECT_EQ(files(), onlyTheRegistry) << call;
     EXPECT_EQ(registry(), "damaged");
     log.clear();
   }
   store->saveAllAccounts();
   ASSERT_EQ(kept().size(), 1U);
-  const std::string copy = device.registryPath() + kept()[0].substr(fileName.size());
   EXPECT_THAT(kept()[0], ::testing::MatchesRegex("com.nimbal.roster.plist.damaged-[0-9]{8}T[0-9]{6}Z"));
+  const std::string copy = device.path(std::string(folder) + "/" + kept()[0]);
   EXPECT_EQ(device.readFile(copy), "damaged");
-  EXPECT_THAT(log.lines(), ::testing::ElementsAre(::testing::StartsWith(
-                               "Kept the damaged registry " + device.registryPath() + " as " + copy + ": ")));
+  EXPECT_EQ(
+      linesWith(log.lines(), "Kept the damaged registry " + device.registryPath() + " as " + copy + ": "),
+      1U);
   store->saveAllAccounts();
   EXPECT_EQ(kept().size(), 1U) << "the new file is sound";
   device.writeFile(device.registryPath(), "again");
@@ -263,30 +265,20 @@ TEST_F(SavingTest, WritesNothingAndSaysWhyWhenTheRegistryOrItsFolderCannotBeLook
   std::filesystem::create_directory(locked);
   std::filesystem::permissions(locked, std::filesystem::perms(0700));
   std::filesystem::permissions(device.root(), std::filesystem::perms(0755));
-  struct Case {
-    const char* name;
-    std::string path;
-    const char* cause;
-  };
-  const Case cases[] = {
-      {"a folder that is a link to itself", link + "/registry", "Too many levels of symbolic links"},
-      {"a name that is too long", device.path(std::string(300, 'x')), "File name too long"},
-      {"a folder of another user", locked + "/registry", "Permission denied"}};
-  for (const Case& row : cases) {
-    SCOPED_TRACE(row.name);
-    const bool isOfAnother = row.path.starts_with(locked);
-    if (isOfAnother && geteuid() != 0) continue;
-    EXPECT_TRUE(endsWell(startProcess([&] {
+  const std::pair<std::string, const char*> rows[] = {
+      {link + "/registry", "Too many levels of symbolic links"},
+      {device.path(std::string(300, 'x')), "File name too long"},
+      {locked + "/registry", "Permission denied"}};
+  for (const auto& [path, cause] : rows) {
+    if (path.starts_with(locked) && geteuid() != 0) continue;
+    EXPECT_TRUE(endsWell(startProcess([&, &at = path, &why = cause] {
       alarm(20);  // a save that never ends is a failure of its own
-      EXPECT_TRUE(!isOfAnother || setuid(65534) == 0);
-      const SettingsFile file(row.path);
-      const Registry registry = file.read();
-      EXPECT_TRUE(registry.damage);
-      const std::string error = errorOf(file.replace("new", registry.damage));
-      EXPECT_TRUE(error.starts_with("could not keep " + row.path + " as ") && error.ends_with(row.cause))
-          << error;
+      EXPECT_TRUE(!at.starts_with(locked) || setuid(65534) == 0);
+      const SettingsFile file(at);
+      const std::string error = errorOf(file.replace("new", file.read().damage));
+      EXPECT_TRUE(error.starts_with("could not keep " + at + " as ") && error.ends_with(why)) << error;
       return !HasFailure();
-    })));
+    }))) << path;
   }
 }
 
