@@ -162,18 +162,15 @@ TEST(ShippedConfiguration, KnowsEveryTypeAndDataclassAndNamesThemInEveryLanguage
     const Dictionary texts =
         *readDictionaryFile(resourcePath("strings/" + language + "/BasicAccount", "plist"));
     EXPECT_EQ(texts.size(), types.size() + dataclasses.size());
-    std::map<std::string, String> names;
-    for (const std::string& type : types) {
-      names["ACCOUNT_TYPE_" + type] = BasicAccount::localizedNameForAccountType(type);
-    }
-    for (const std::string& name : dataclasses) {
-      names["DATACLASS_" + name.substr(dataclassPrefix.size())] =
-          BasicAccount::localizedNameForDataclass(name);
-    }
-    for (const auto& [key, name] : names) {
+    const auto expectName = [&](const std::string& key, const String& name) {
       EXPECT_FALSE(name.isEmpty() || name.str() == key) << key;
       EXPECT_EQ(texts.find(key), name.value()) << key;
-    }
+    };
+    for (const std::string& type : types)
+      expectName("ACCOUNT_TYPE_" + type, BasicAccount::localizedNameForAccountType(type));
+    for (const std::string& name : dataclasses)
+      expectName("DATACLASS_" + name.substr(dataclassPrefix.size()),
+                 BasicAccount::localizedNameForDataclass(name));
   }
   for (const char* unknown : {"", "Fax", "mail", "com.nimbal.Dataclass.", "com.nimbal.Dataclass.Fax"}) {
     EXPECT_TRUE(BasicAccount::localizedNameForAccountType(unknown).isNil()) << unknown;
