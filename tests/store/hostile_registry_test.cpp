@@ -11,32 +11,27 @@ namespace {
 /// A registry put together object by object, with references of four bytes.
 class Assembly {
  public:
-  using Entries = std::vector<std::pair<std::string_view, std::uint64_t>>;
   static constexpr unsigned width = 4;
+  using Number = std::uint64_t;
+  using Entries = std::vector<std::pair<std::string_view, Number>>;
 
-  std::uint64_t add(std::string object) {
-    objects_.push_back(std::move(object));
-    return objects_.size() - 1;
-  }
-  std::uint64_t text(std::string_view content) { return add(textObject(content)); }
-  std::uint64_t array(const std::vector<std::uint64_t>& elements) {
-    return add(arrayObject(elements, width));
-  }
-  std::uint64_t dictionary(const Entries& entries) {
-    std::vector<std::uint64_t> references;
+  Number next() const { return objects_.size(); }
+  Number add(std::string object) { return objects_.push_back(std::move(object)), next() - 1; }
+  Number text(std::string_view content) { return add(textObject(content)); }
+  Number array(const std::vector<Number>& elements) { return add(arrayObject(elements, width)); }
+  Number dictionary(const Entries& entries) {
+    std::vector<Number> references;
     for (const auto& entry : entries) references.push_back(text(entry.first));
     for (const auto& entry : entries) references.push_back(entry.second);
     return add(dictionaryObject(references, width));
   }
-  std::uint64_t account(std::string_view identifier, Entries more = {}) {
-    more.insert(more.end(),
-                {{"Type", text("CalDAV")}, {"Class", text("X")}, {"Identifier", text(identifier)}});
+  Number account(std::string_view identifier, Entries more = {}) {
+    const Number type = text("CalDAV"), accountClass = text("X");
+    more.insert(more.end(), {{"Type", type}, {"Class", accountClass}, {"Identifier", text(identifier)}});
     return dictionary(more);
   }
-  std::uint64_t next() const { return objects_.size(); }
-
-  std::string registry(const std::vector<std::uint64_t>& accounts) {
-    const std::uint64_t top = dictionary({{"Accounts", array(accounts)}});
+  std::string registry(const std::vector<Number>& accounts) {
+    const Number top = dictionary({{"Accounts", array(accounts)}});
     return assemble(objects_, {.referenceWidth = width, .top = top});
   }
 
@@ -83,15 +78,15 @@ TEST_F(HostileRegistryTest, WithoutAnythingToReadIsEmptyAndKept) {
       {"a text for the accounts", registryOf("text")},
       {"accounts under another key", encoded(Dictionary{{"Bccounts", array()}, {"Version", 12}})}};
   for (const auto& [row, bytes] : rows) {
-    device.writeFile(device.registryPath(), bytes);
-    const std::string error = errorOf(readRegistryAccounts(device.registryPath()));
-    EXPECT_NE(error.find(device.registryPath()), std::string::npos) << row << error;
+    const std::string path = device.writeFile(device.registryPath(), bytes);
+    const std::string error = errorOf(readRegistryAccounts(path));
+    EXPECT_NE(error.find(path), std::string::npos) << row << error;
     expectUsable(row, bytes, "");
   }
   expectUsable("a version alone", encoded(Dictionary{{"Version", "12"}}), "", false);
-  expectUsable("accounts that are none", registryOf(array("one", stored("a"), 2)), "a");
-  device.writeFile(device.registryPath(), registryOf(array("one", stored("a"), 2)));
-  EXPECT_EQ(Value(*readRegistryAccounts(device.registryPath())), array("one", stored("a"), 2));
+  const Value odd = array("one", stored("a"), 2);
+  expectUsable("accounts that are none", registryOf(odd), "a");
+  EXPECT_EQ(Value(*readRegistryAccounts(device.writeFile("odd", registryOf(odd)))), odd);
   EXPECT_TRUE(readRegistryAccounts(device.path("missing"))->empty());
 }
 
