@@ -48,19 +48,6 @@ TEST(ChangeDetection, ConcernsWhatWasSwitchedAndWithOtherChangesAllThatIsEnabled
   }
 }
 
-TEST(ChangeDetection, BetweenSnapshotsTellsWhatWentThenWhatCameThenWhatIsOtherNow) {
-  const TemporaryDevice device;
-  const AccountPtr same = record("same"), other = record("other"), gone = record("gone");
-  const Snapshot before(std::vector{other, gone, same});
-  other->setDisplayName("new");
-  const Snapshot after(std::vector{record("came"), same, other});
-  std::string told;
-  for (const AccountChange& change : changesBetween(before, after))
-    told += std::to_string(change.type) + " " + change.identifier().str() + ", ";
-  EXPECT_EQ(told, "2 gone, 0 came, 1 other, ");
-  EXPECT_TRUE(changesBetween(after, after).empty());
-}
-
 Dictionary notifier(const Value& className, const std::string& names, const Value& framework = thisLibrary) {
   return creatorEntry("NotifierAccount", className, framework, dataclassArray(names));
 }

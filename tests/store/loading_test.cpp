@@ -8,14 +8,6 @@ class LoadingTest : public StoreTest {};
 const std::string typeLine = "[-[BasicAccount initWithProperties:]] Invalid account type: ";
 const std::string classLine = "[-[BasicAccount initWithProperties:]] Missing account class.";
 
-TEST_F(LoadingTest, TellsTheVersionWhenItIsAWholeNumber) {
-  const std::pair<Value, std::int64_t> rows[] = {{11, 11}, {"12", 0}, {-3.0, -3}, {11.5, 0}};
-  for (const auto& [version, number] : rows) {
-    device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", array()}, {"Version", version}});
-    EXPECT_EQ(AccountsManager::init()->dataVersion(), number) << formatted("%@", version);
-  }
-}
-
 TEST_F(LoadingTest, SkipsEntriesItCannotMakeARecordOf) {
   const std::pair<Value, Lines> rows[] = {
       {stored("x", {{"Type", "Fax\nX"}, {"Class", ""}}), {typeLine + "Fax\\nX", classLine}},
