@@ -1,7 +1,10 @@
+#include <fcntl.h>
 #include <roster/roster.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
@@ -37,11 +40,27 @@ std::string nameAside(const std::string& path) {
   return name;
 }
 
+/// Waits until a file, or the names in a folder, are on the disk: a power failure undoes what is not.
+std::error_code sync(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return {errno, std::generic_category()};
+  const bool isSynced = fsync(fd) == 0;
+  const std::error_code error(isSynced ? 0 : errno, std::generic_category());
+  close(fd);
+  return error;
+}
+
+/// The same for the names in the file's folder, unless there is an error already.
+void syncFolderOf(const std::string& path, std::error_code& error) {
+  if (!error) error = sync(std::filesystem::path(path).parent_path());
+}
+
 /// Renames the file, so that the next run does not find it. False when that fails.
 bool setAside(const std::string& path) {
   const std::string name = nameAside(path);
   std::error_code error;
   std::filesystem::rename(path, name, error);
+  syncFolderOf(path, error);
   if (error) {
     systemLog("AccountMigrator: could not rename %@ to %@: %@", path, name, error.message());
   } else {
@@ -50,14 +69,20 @@ bool setAside(const std::string& path) {
   return !error;
 }
 
-/// The registry is written anew from what this library understands of it; the old one may hold more.
-bool keepCopyOfRegistry() {
+/// The registry is written anew from what this library understands of it; the old one may hold more. A save
+/// puts a new file in its place, so a second name is enough to keep it; where a folder allows none, a copy.
+bool keepRegistry() {
   const std::string path = roster::rosterAccountsPath();
+  const std::string name = nameAside(path);
   std::error_code error;
-  if (!std::filesystem::exists(path, error)) return true;
-  const std::string copy = nameAside(path);
-  std::filesystem::copy_file(path, copy, error);
-  if (error) systemLog("AccountMigrator: could not copy %@ to %@: %@", path, copy, error.message());
+  std::filesystem::create_hard_link(path, name, error);
+  if (error == std::errc::no_such_file_or_directory) return true;
+  if (error == std::errc::operation_not_permitted || error == std::errc::operation_not_supported) {
+    std::filesystem::copy_file(path, name, error);
+    if (!error) error = sync(name);
+  }
+  syncFolderOf(path, error);
+  if (error) systemLog("AccountMigrator: could not keep %@ as %@: %@", path, name, error.message());
   return !error;
 }
 
@@ -146,7 +171,7 @@ class AccountsDataMigrator : public roster::AccountMigrationProtocol {
     const bool isFile = std::filesystem::is_regular_file(path, error);
     if (isThere && !list && isFile && list.error().code != std::errc::bad_message) return false;
 
-    if (!keepCopyOfRegistry()) return false;
+    if (!keepRegistry()) return false;
     const auto store = AccountsManager::initInsideOfMigration();
     if (list) addMailAccounts(*store, *list);
     store->setDataVersion(AccountsManager::currentVersion());

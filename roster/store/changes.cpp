@@ -173,30 +173,30 @@ void AccountsManager::deleteAccountWithIdentifier(std::string_view identifier) {
   deleteAccount(*found);
 }
 
-void AccountsManager::replaceAccountWithAccount(const AccountPtr& present, const AccountPtr& replacement) {
+void AccountsManager::replaceAccountWithAccount(const AccountPtr& oldAccount, const AccountPtr& newAccount) {
   const auto kept = shared_from_this();
-  const AccountPtr oldAccount = required(present);
-  const AccountPtr newAccount = required(replacement);
+  const AccountPtr former = required(oldAccount);
+  const AccountPtr successor = required(newAccount);
   AccountIndexes& indexes = _state->indexes;
-  const String oldIdentifier = oldAccount->identifier();
+  const String oldIdentifier = former->identifier();
   indexes.removeChildrenOf(oldIdentifier);
   indexes.removeTopLevel(oldIdentifier);
   const auto ordered = indexes.topLevelAccounts()->span();
-  const auto found = std::find(ordered.begin(), ordered.end(), oldAccount);
+  const auto found = std::find(ordered.begin(), ordered.end(), former);
   if (found == ordered.end()) throw std::out_of_range("the account to replace is not in the store");
   const auto index = static_cast<std::size_t>(found - ordered.begin());
-  indexes.reloadChildrenOf(newAccount);
-  indexes.topLevelAccounts()->replaceAt(index, newAccount);
+  indexes.reloadChildrenOf(successor);
+  indexes.topLevelAccounts()->replaceAt(index, successor);
 }
 
 void AccountsManager::replaceAccountsWithTypesWithAccounts(const TypeSet& types,
-                                                           const std::vector<AccountPtr>& given) {
+                                                           const std::vector<AccountPtr>& accounts) {
   const auto kept = shared_from_this();
-  const std::vector<AccountPtr> accounts = required(given);
+  const std::vector<AccountPtr> given = required(accounts);
   RSLog("Replacing accounts");
   AccountReplacement replacement(_state->indexes);
-  replacement.putInPlace(types, accounts);
-  replacement.appendOthers(accounts);
+  replacement.putInPlace(types, given);
+  replacement.appendOthers(given);
   replacement.finish();
 }
 

@@ -18,7 +18,7 @@ namespace {
 /// The first record of an index that has the sync identifier.
 AccountPtr withSyncIdentifier(const AccountIndexes::ByID& accounts, const String& syncIdentifier) {
   for (const auto& entry : accounts) {
-    const AccountPtr account = held(entry.value);
+    AccountPtr account = held(entry.value);
     if (account->syncStoreIdentifier() == syncIdentifier) return account;
   }
   return nullptr;

@@ -13,6 +13,12 @@ using Lines = std::vector<std::string>;
 
 class BasicAccountTest : public ::testing::Test {
  protected:
+  BasicAccountTest() {
+    setAssertionHandler([this](const AssertionReport& report) {
+      assertions.push_back(report.operation + " " + report.sourceFile + ": " + report.message);
+    });
+  }
+  ~BasicAccountTest() override { setAssertionHandler({}); }
   static AccountPtr account(std::initializer_list<std::pair<std::string_view, Value>> more) {
     auto properties = MutableDictionary::copyOf(Dictionary{{"Type", "Mail"}, {"Class", "IMAPAccount"}});
     for (const auto& [key, value] : more) properties.set(key, value);
@@ -21,46 +27,39 @@ class BasicAccountTest : public ::testing::Test {
 
   TemporaryDevice device;
   CapturedLog log;
+  Lines assertions;
 };
 
 TEST_F(BasicAccountTest, AssertsWhatOnlyAProgrammerCanGetWrong) {
-  Lines heard;
-  const auto previous = setAssertionHandler([&](const AssertionReport& report) {
-    heard.push_back(report.operation + " " + report.sourceFile + ": " + report.message);
-  });
   const auto named = account({{"DisplayName", "old"}});
   EXPECT_EQ(BasicAccount::init(), nullptr);
   EXPECT_EQ(BasicAccount::accountWithTypeClass("Fax", ""), nullptr);
   EXPECT_EQ(BasicAccount::accountWithTypeClass("Fax", "X"), nullptr);
   named->setDisplayName(String());
-  setAssertionHandler(previous);
   EXPECT_EQ(named->displayName(), "old");
   const std::string initWithType = "-[BasicAccount _initWithType:class:] BasicAccount: The account ";
-  EXPECT_EQ(heard, (Lines{"-[BasicAccount init] BasicAccount: Don't use this method",
-                          initWithType + "class is required.", initWithType + "type (Fax) is not supported",
-                          "-[BasicAccount setDisplayName:] BasicAccount: The display name cannot be nil"}));
-  EXPECT_THROW(BasicAccount::init(), AssertionFailure) << "without a handler";
+  EXPECT_EQ(assertions,
+            (Lines{"-[BasicAccount init] BasicAccount: Don't use this method",
+                   initWithType + "class is required.", initWithType + "type (Fax) is not supported",
+                   "-[BasicAccount setDisplayName:] BasicAccount: The display name cannot be nil"}));
+  setAssertionHandler({});
+  EXPECT_THROW(BasicAccount::init(), AssertionFailure);
 }
 
 TEST_F(BasicAccountTest, GetsASyncIdentifierOnlyTogetherWithAnIdentifier) {
-  struct Case {
-    const char* name;
-    Value identifier, sync;
-    bool isIdentifierKept, isSyncKept;
-  };
-  const Case cases[] = {{"neither", {}, {}, false, false},        {"sync only", {}, "S", false, true},
-                        {"identifier only", "I", {}, true, true}, {"both", "I", "S", true, true},
-                        {"empty identifier", "", {}, true, true}, {"no texts", 3, 4, false, false}};
-  for (const Case& row : cases) {
-    SCOPED_TRACE(row.name);
-    const auto made = account({{"Identifier", row.identifier}, {"Sync Identifier", row.sync}});
+  const std::tuple<Value, Value, bool, bool> rows[] = {{{}, {}, false, false}, {{}, "S", false, true},
+                                                       {"I", {}, true, true},  {"I", "S", true, true},
+                                                       {"", {}, true, true},   {3, 4, false, false}};
+  for (const auto& [given, givenSync, isKept, isSyncKept] : rows) {
+    SCOPED_TRACE(formatted("%@ and %@", given, givenSync));
+    const auto made = account({{"Identifier", given}, {"Sync Identifier", givenSync}});
     const Value identifier = made->properties().find("Identifier");
     EXPECT_TRUE(identifier.isString());
-    EXPECT_EQ(identifier == row.identifier, row.isIdentifierKept);
-    EXPECT_EQ(made->properties().find("Sync Identifier"), row.isSyncKept ? row.sync : identifier);
+    EXPECT_EQ(identifier == given, isKept);
+    EXPECT_EQ(made->properties().find("Sync Identifier"), isSyncKept ? givenSync : identifier);
     // The originals are what was given.
-    EXPECT_EQ(made->originalProperties().find("Identifier"), row.identifier);
-    EXPECT_EQ(made->originalProperties().find("Sync Identifier"), row.sync);
+    EXPECT_EQ(made->originalProperties().find("Identifier"), given);
+    EXPECT_EQ(made->originalProperties().find("Sync Identifier"), givenSync);
   }
   const auto fresh = BasicAccount::accountWithTypeClass("Gmail", "X");
   const String id = fresh->identifier();
@@ -93,13 +92,10 @@ TEST_F(BasicAccountTest, AnswersWithTheWholeChainOfParents) {
   child->setParentAccount(middle);
   EXPECT_EQ(child->accountPropertyForKey("Port"), Value(993));
   EXPECT_EQ(child->typeString(), "T") << "a number does not hide the parent's text";
-  Lines heard;
-  const auto previous =
-      setAssertionHandler([&](const AssertionReport& report) { heard.push_back(report.message); });
   for (const AccountPtr& own : {middle->parentAccount(), middle, child})
     middle->parentAccount()->setParentAccount(own);
-  setAssertionHandler(previous);
-  EXPECT_EQ(heard, Lines(3, "An account cannot be its own ancestor"));
+  const std::string asserted = "-[BasicAccount setParentAccount:] BasicAccount: ";
+  EXPECT_EQ(assertions, Lines(3, asserted + "An account cannot be its own ancestor"));
   EXPECT_EQ(middle->parentAccount()->parentAccount(), nullptr);
   for (const char* key : {"Class", "Type", "Identifier"}) child->removeAccountPropertyForKey(key);
   child->setAccountClass("IMAPAccount");

@@ -25,7 +25,7 @@ TEST_F(CreatorsTest, AreFoundInACompleteTableAndMakeSomething) {
   const std::string noPath = notFound + "the path to the framework for the FullAccount with type %@";
   const std::string noName = notFound + "the name of the class that creates FullAccount with the type %@";
   const std::string notLoaded = make + "The framework/bundle where %s is defined has not been loaded";
-  std::vector<std::pair<Value, std::string>> cases{
+  std::vector<std::pair<Value, std::string>> rows{
       {"text", notFound + "the information for the type %@"},
       {array(Dictionary{{"Type", "FullAccount"}, {"Description", "text"}}),
        notFound + "the description for the FullAccount with type %@"},
@@ -36,28 +36,24 @@ TEST_F(CreatorsTest, AreFoundInACompleteTableAndMakeSomething) {
       {array(full(array("Self"))), noName},
       {array(full("Nobody")), formatted(notLoaded, "Nobody")},
       {array(7, creatorEntry("fullaccount", "Self", {})), formatted(notLoaded, String())}};
-  const auto nobody = [](std::string_view) { return findClass("Nobody"); };
-  const auto mute = [](std::string_view) { return findClass("Mute"); };
   const auto fail = [](const AccountPtr&) -> FullAccount { throw std::runtime_error("no wire"); };
   registerClass(ClassObject("Mute"));
   registerCreator("Idle", {});
-  registerCreator("Nil class", {nobody});
-  registerCreator("Unmade", {mute});
+  registerCreator("Nil class", {[](std::string_view) { return findClass("Nobody"); }});
+  registerCreator("Unmade", {[](std::string_view) { return findClass("Mute"); }});
   registerCreator("Broken", {.accountWithBasicAccount = fail});
   for (const std::string name : {"Mute", "Idle", "Nil class", "Unmade", "Broken"}) {
-    cases.emplace_back(array(full(name)),
-                       make + "Could not create the account with class " + name + " and id id");
+    rows.emplace_back(array(full(name)),
+                      make + "Could not create the account with class " + name + " and id id");
   }
   MutableDictionary table;
-  for (const auto& [entries, message] : cases) table.set("T" + std::to_string(table.size()), entries);
+  for (const auto& row : rows) table.set("T" + std::to_string(table.size()), row.first);
   writeCreators(table);
-  for (std::size_t i = 0; i < cases.size(); ++i) {
+  for (std::size_t i = 0; i < rows.size(); ++i) {
     const std::string type = "T" + std::to_string(i);
-    const std::string expected = formatted(cases[i].second, type);
-    SCOPED_TRACE(expected);
     assertions.clear();
-    EXPECT_EQ(record(type)->fullAccountUsingLoader(nullptr), nullptr);
-    EXPECT_EQ(assertions.at(0), expected);
+    EXPECT_EQ(record(type)->fullAccountUsingLoader(nullptr), nullptr) << rows[i].second;
+    EXPECT_EQ(assertions.at(0), formatted(rows[i].second, type));
   }
   const std::string failed = "ERROR: The account creator ";
   EXPECT_EQ(log.lines(), (Lines{failed + "Unmade failed: the class Mute does not answer initWithProperties:",
@@ -139,43 +135,46 @@ TEST_F(CreatorsTest, AreToldThatTheyAskForTheVeryAccountThatTheyMake) {
                                 "ERROR: Could not create the account with class Curious and id id"}));
 }
 
-/// A sync account that begins refreshes of one container when a user asks, of all when nobody does, and of
-/// the list in both cases.
+/// A sync account that begins a refresh of the dataclass "d", and notes what it is asked.
 class SyncAccount : public AccountSubclass<SyncAccount>, public AccountRefreshProtocol {
  public:
   using AccountSubclass::AccountSubclass;
   bool refreshContainerWithIdentifierForDataclassIsUserRequested(std::string_view id, std::string_view of,
                                                                  bool isAsked) override {
-    return isAsked && id == "c" && of == "d";
-  }
-  bool refreshContainerListForDataclassIsUserRequested(std::string_view of, bool) override {
+    asked.append(id).append(isAsked ? "! " : " ");
     return of == "d";
   }
-  bool refreshContainersForDataclassIsUserRequested(std::string_view of, bool isAsked) override {
-    return !isAsked && of == "d";
+  bool refreshContainerListForDataclassIsUserRequested(std::string_view of, bool isAsked) override {
+    return SyncAccount::refreshContainerWithIdentifierForDataclassIsUserRequested("list", of, isAsked);
   }
+  bool refreshContainersForDataclassIsUserRequested(std::string_view of, bool isAsked) override {
+    return SyncAccount::refreshContainerWithIdentifierForDataclassIsUserRequested("all", of, isAsked);
+  }
+  std::string asked{};
 };
 
-/// Which refreshes are begun.
-std::vector<bool> refreshed(BasicAccount& account) {
-  return {account.refreshContainerWithIdentifierForDataclassIsUserRequested("c", "d", true),
-          account.refreshContainerListForDataclassIsUserRequested("d", true),
-          account.refreshContainersForDataclassIsUserRequested("d", true),
-          account.refreshContainerWithIdentifierForDataclass("c", "d"),
-          account.refreshContainerListForDataclass("d"),
-          account.refreshContainersForDataclass("d")};
+/// How many refreshes of the dataclass are begun.
+int refreshed(BasicAccount& account, std::string_view of) {
+  return account.refreshContainerWithIdentifierForDataclassIsUserRequested("c", of, true) +
+         account.refreshContainerListForDataclassIsUserRequested(of, true) +
+         account.refreshContainersForDataclassIsUserRequested(of, true) +
+         account.refreshContainerWithIdentifierForDataclass("c", of) +
+         account.refreshContainerListForDataclass(of) + account.refreshContainersForDataclass(of);
 }
 
 TEST_F(CreatorsTest, OfSyncAccountsServeRefreshes) {
-  int made = 0;
-  const auto second = [&](const AccountPtr&) { return ++made == 1 ? nullptr : record<SyncAccount>("T"); };
-  registerClass(ClassObject("Late").answering(SyncAccountCreationProtocol{second}));
   writeCreators({{"T", array(sync("Late"))}, {"None", array(full("Self"))}, {"Lost", array(sync("Nobody"))}});
-  EXPECT_EQ(refreshed(*record("None")), std::vector<bool>(6, false));
+  int made = 0;
+  const auto server = record<SyncAccount>("T");
+  const auto second = [&](const AccountPtr&) { return ++made == 1 ? nullptr : server; };
+  registerClass(ClassObject("Late").answering(SyncAccountCreationProtocol{second}));
+  EXPECT_EQ(refreshed(*record("None"), "d"), 0);
   EXPECT_EQ(log.lines(), Lines()) << "an account without a sync account is no fault";
   const AccountPtr account = record("T");
   EXPECT_EQ(account->_cachedSyncAccount(), nullptr);
-  EXPECT_EQ(refreshed(*account), (std::vector{true, true, false, false, true, true}));
+  EXPECT_EQ(refreshed(*account, "d"), 6);
+  EXPECT_EQ(server->asked, "c! list! all! c list all ");
+  EXPECT_EQ(refreshed(*account, "e"), 0);
   EXPECT_EQ(made, 2) << "a failure is not kept, a sync account is";
 
   EXPECT_EQ(record("Lost")->_cachedSyncAccount(), nullptr);

@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include "roster/account/basic_account.h"
@@ -111,20 +112,13 @@ TEST_F(TypeConfiguration, WithdrawsOneKeepLocalDataWhereADataclassHasOneStore) {
 }
 
 TEST_F(TypeConfiguration, ThatIsBrokenIsAssertedAndReadAgainOnceItIsRepaired) {
-  struct Case {
-    const char* name;
-    const char* contents;
-    const char* message;
-    const char* cause;
-  };
-  constexpr const char* couldNotLoad = "Could not load the dataclasses configuration file";
-  const Case cases[] = {{"missing", nullptr, "Could not find AccountTypesProperties.plist", ""},
-                        {"empty", "", couldNotLoad, "it is empty"},
-                        {"cut off", "<plist>", couldNotLoad, "line 1"},
-                        {"array", "<plist><array/></plist>", couldNotLoad, "does not hold a dictionary"}};
   const std::string path = device.path("resources/AccountTypesProperties.plist");
-  for (const auto& [name, contents, message, cause] : cases) {
-    SCOPED_TRACE(name);
+  const std::pair<const char*, const char*> rows[] = {{nullptr, ""},
+                                                      {"", "it is empty"},
+                                                      {"<plist>", "line 1"},
+                                                      {"<plist><array/></plist>", "not hold a dict"}};
+  for (const auto& [contents, cause] : rows) {
+    SCOPED_TRACE(contents == nullptr ? "missing" : contents);
     if (contents != nullptr) device.writeFile(path, contents);
     // Where the library is installed, its resources stand in for a missing file.
     if (contents == nullptr && !resourcePath("AccountTypesProperties", "plist").empty()) continue;
@@ -136,7 +130,10 @@ TEST_F(TypeConfiguration, ThatIsBrokenIsAssertedAndReadAgainOnceItIsRepaired) {
     });
     EXPECT_EQ(supported("Mixed"), "nil") << "a handler that returns leaves a library without types";
     setAssertionHandler({});
-    EXPECT_EQ(reports, std::vector{std::string("+[BasicAccount initialize] BasicAccount: ") + message});
+    const std::string asserted = "+[BasicAccount initialize] BasicAccount: Could not ";
+    EXPECT_EQ(reports,
+              std::vector{asserted + (contents == nullptr ? "find AccountTypesProperties.plist"
+                                                          : "load the dataclasses configuration file")});
     ASSERT_EQ(log.lines().size(), contents == nullptr ? 0U : 1U);
     for (const std::string& line : log.lines()) {
       EXPECT_TRUE(line.find(path) != std::string::npos && line.find(cause) != std::string::npos) << line;
@@ -165,22 +162,47 @@ TEST(ShippedConfiguration, KnowsEveryTypeAndDataclassAndNamesThemInEveryLanguage
     const Dictionary texts =
         *readDictionaryFile(resourcePath("strings/" + language + "/BasicAccount", "plist"));
     EXPECT_EQ(texts.size(), types.size() + dataclasses.size());
-    const auto expectName = [&](const String& name, const std::string& key) {
+    const auto expectName = [&](const std::string& key, const String& name) {
       EXPECT_FALSE(name.isEmpty() || name.str() == key) << key;
       EXPECT_EQ(texts.find(key), name.value()) << key;
     };
-    for (const std::string& type : types) {
-      expectName(BasicAccount::localizedNameForAccountType(type), "ACCOUNT_TYPE_" + type);
-    }
-    for (const std::string& name : dataclasses) {
-      expectName(BasicAccount::localizedNameForDataclass(name),
-                 "DATACLASS_" + name.substr(dataclassPrefix.size()));
-    }
+    for (const std::string& type : types)
+      expectName("ACCOUNT_TYPE_" + type, BasicAccount::localizedNameForAccountType(type));
+    for (const std::string& name : dataclasses)
+      expectName("DATACLASS_" + name.substr(dataclassPrefix.size()),
+                 BasicAccount::localizedNameForDataclass(name));
   }
   for (const char* unknown : {"", "Fax", "mail", "com.nimbal.Dataclass.", "com.nimbal.Dataclass.Fax"}) {
     EXPECT_TRUE(BasicAccount::localizedNameForAccountType(unknown).isNil()) << unknown;
     EXPECT_TRUE(BasicAccount::localizedNameForDataclass(unknown).isNil()) << unknown;
   }
+}
+
+// The constants whose text neither a shipped table nor a file shows in any other test.
+constexpr const char* constants = R"(
+kAccountUsername=Username; kAccountPreventRecentsSyncing=Prevent Recents Syncing;
+kCalendarsAccountSubscribedCalendars=Subscribed Calendars; kAccountsFilename=com.nimbal.roster.plist;
+kAccountCalendarsWereMigrated=CalendarsWereMigrated; kDataclassToggleActionNone=None;
+kDataclassToggleActionKeepLocalData=Keep Local Data; kDataclassToggleActionMergeLocalData=Merge Local Data;
+kDataclassToggleActionDeleteLocalData=Delete Local Data;
+kDataclassToggleActionMergeSyncData=Merge Sync Data; kDataclassToggleActionDeleteSyncData=Delete Sync Data;
+kAccountDeleteActionMergeData=Merge Data; kAccountDeleteActionDeleteData=Delete Data;
+)";
+
+TEST(Vocabulary, IsExportedFromTheLibraryUnderExactlyItsNames) {
+  if (dlsym(RTLD_DEFAULT, "__asan_init") != nullptr) {
+    GTEST_SKIP() << "this program has constants of the same names, which the sanitizer takes for a mistake";
+  }
+  void* library = dlopen(ROSTER_TEST_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(library, nullptr) << dlerror();
+  std::istringstream table(constants);
+  for (std::string name, text; std::getline(table >> std::ws, name, '=') && std::getline(table, text, ';');) {
+    const auto* constant = static_cast<const std::string_view*>(dlsym(library, name.c_str()));
+    ASSERT_NE(constant, nullptr) << dlerror();
+    EXPECT_EQ(*constant, text) << name;
+  }
+  EXPECT_STREQ(static_cast<const char*>(dlsym(library, "kAccountMigrationLockFilename")),
+               "/tmp/AccountMigrationInProgress");
 }
 
 }  // namespace

@@ -11,32 +11,27 @@ namespace {
 /// A registry put together object by object, with references of four bytes.
 class Assembly {
  public:
-  using Entries = std::vector<std::pair<std::string_view, std::uint64_t>>;
   static constexpr unsigned width = 4;
+  using Number = std::uint64_t;
+  using Entries = std::vector<std::pair<std::string_view, Number>>;
 
-  std::uint64_t add(std::string object) {
-    objects_.push_back(std::move(object));
-    return objects_.size() - 1;
-  }
-  std::uint64_t text(std::string_view content) { return add(textObject(content)); }
-  std::uint64_t array(const std::vector<std::uint64_t>& elements) {
-    return add(arrayObject(elements, width));
-  }
-  std::uint64_t dictionary(const Entries& entries) {
-    std::vector<std::uint64_t> references;
+  Number next() const { return objects_.size(); }
+  Number add(std::string object) { return objects_.push_back(std::move(object)), next() - 1; }
+  Number text(std::string_view content) { return add(textObject(content)); }
+  Number array(const std::vector<Number>& elements) { return add(arrayObject(elements, width)); }
+  Number dictionary(const Entries& entries) {
+    std::vector<Number> references;
     for (const auto& entry : entries) references.push_back(text(entry.first));
     for (const auto& entry : entries) references.push_back(entry.second);
     return add(dictionaryObject(references, width));
   }
-  std::uint64_t account(std::string_view identifier, Entries more = {}) {
-    more.insert(more.end(),
-                {{"Type", text("CalDAV")}, {"Class", text("X")}, {"Identifier", text(identifier)}});
+  Number account(std::string_view identifier, Entries more = {}) {
+    const Number type = text("CalDAV"), accountClass = text("X");
+    more.insert(more.end(), {{"Type", type}, {"Class", accountClass}, {"Identifier", text(identifier)}});
     return dictionary(more);
   }
-  std::uint64_t next() const { return objects_.size(); }
-
-  std::string registry(const std::vector<std::uint64_t>& accounts) {
-    const std::uint64_t top = dictionary({{"Accounts", array(accounts)}});
+  std::string registry(const std::vector<Number>& accounts) {
+    const Number top = dictionary({{"Accounts", array(accounts)}});
     return assemble(objects_, {.referenceWidth = width, .top = top});
   }
 
@@ -83,15 +78,15 @@ TEST_F(HostileRegistryTest, WithoutAnythingToReadIsEmptyAndKept) {
       {"a text for the accounts", registryOf("text")},
       {"accounts under another key", encoded(Dictionary{{"Bccounts", array()}, {"Version", 12}})}};
   for (const auto& [row, bytes] : rows) {
-    device.writeFile(device.registryPath(), bytes);
-    const Result<Array> accounts = readRegistryAccounts(device.registryPath());
-    EXPECT_NE(errorOf(accounts).find(device.registryPath()), std::string::npos) << row << errorOf(accounts);
+    const std::string path = device.writeFile(device.registryPath(), bytes);
+    const std::string error = errorOf(readRegistryAccounts(path));
+    EXPECT_NE(error.find(path), std::string::npos) << row << error;
     expectUsable(row, bytes, "");
   }
   expectUsable("a version alone", encoded(Dictionary{{"Version", "12"}}), "", false);
-  expectUsable("accounts that are none", registryOf(array("one", stored("a"), 2)), "a");
-  device.writeFile(device.registryPath(), registryOf(array("one", stored("a"), 2)));
-  EXPECT_EQ(Value(*readRegistryAccounts(device.registryPath())), array("one", stored("a"), 2));
+  const Value odd = array("one", stored("a"), 2);
+  expectUsable("accounts that are none", registryOf(odd), "a");
+  EXPECT_EQ(Value(*readRegistryAccounts(device.writeFile("odd", registryOf(odd)))), odd);
   EXPECT_TRUE(readRegistryAccounts(device.path("missing"))->empty());
 }
 
@@ -107,25 +102,24 @@ TEST_F(HostileRegistryTest, WithWrongTypesUnderAnyKeyKeepsTheOtherAccountsAndThe
 
 TEST_F(HostileRegistryTest, InXmlWithOneValueThatCannotBeReadLosesThatValue) {
   const std::string bad = "<date>2024-13-01T00:00:00Z</date>";
-  const auto account = [](const std::string& identifier) {
+  const auto account = [](const std::string& identifier, const std::string& more) {
     return "<dict><key>Type</key><string>CalDAV</string><key>Class</key><string>X</string>"
            "<key>Identifier</key><string>" +
-           identifier + "</string>";
+           identifier + "</string>" + more + "</dict>";
   };
-  const std::tuple<const char*, std::string, Dictionary> rows[] = {
-      {"in an account", "<key>Since</key>" + bad, stored("b")},
-      {"in a child",
-       "<key>ChildAccounts</key><array>" + account("c") + "<key>Since</key>" + bad + "</dict></array>",
-       stored("b", {{"ChildAccounts", array(stored("c"))}})},
-      {"in a list", "<key>Dates</key><array>" + bad + "<true/></array>",
-       stored("b", {{"Dates", array(true)}})},
-      {"beside the accounts", "</dict></array><key>Since</key>" + bad + "<key>Others</key><array><dict>",
-       stored("b")}};
-  for (const auto& [row, more, expected] : rows) {
-    const std::string accounts = account("a") + "</dict>" + account("b") + more + "</dict>";
-    expectUsable(row, "<plist><dict><key>Accounts</key><array>" + accounts + "</array></dict></plist>",
+  const std::string nested =
+      "<key>ChildAccounts</key><array>" + account("c", "<key>On</key>" + bad) + "</array>";
+  const std::tuple<std::string, std::string, Dictionary> rows[] = {
+      {"<key>On</key>" + bad, "", stored("b")},
+      {nested, "", stored("b", {{"ChildAccounts", array(stored("c"))}})},
+      {"<key>On</key><array>" + bad + "<true/></array>", "", stored("b", {{"On", array(true)}})},
+      {"", "<key>On</key>" + bad, stored("b")}};
+  for (const auto& [inside, beside, expected] : rows) {
+    expectUsable(inside + beside,
+                 "<plist><dict><key>Accounts</key><array>" + account("a", "") + account("b", inside) +
+                     "</array>" + beside + "</dict></plist>",
                  "a b");
-    EXPECT_EQ(storedAccount(1), expected) << row;
+    EXPECT_EQ(storedAccount(1), expected) << inside;
   }
 }
 
@@ -135,24 +129,24 @@ TEST_F(HostileRegistryTest, DamagedAtAnyByteLosesNothingSilently) {
   const FileCallsOverride calls(withoutSync);
   const std::string sound = registryOf(
       array(stored("a"), stored("b", {{"ChildAccounts", array(stored("c"))}}), stored("d", {{"N", 2.5}})));
-  for (std::size_t offset = 0; offset < sound.size(); ++offset) {
-    for (const int flipped : {0x01, 0x80, 0xFF, -1}) {
-      SCOPED_TRACE("offset " + std::to_string(offset) +
-                   (flipped < 0 ? " cut off" : " flipped by " + std::to_string(flipped)));
-      std::string bytes = sound.substr(0, flipped < 0 ? offset : std::string::npos);
-      if (flipped >= 0) bytes[offset] = static_cast<char>(bytes[offset] ^ flipped);
-      device.writeFile(device.registryPath(), bytes);
-      log.clear();
-      const Store store = AccountsManager::init();
-      const bool isReported = linesWith(log.lines(), "ERROR: Failed to create a BasicAccount from ") > 0;
-      store->saveAllAccounts();
-      ASSERT_FALSE(store->lastSaveError());
-      const bool isKept = linesWith(log.lines(), "Kept the damaged registry ") == 1;
-      EXPECT_TRUE(store->count() > 0 || isReported || isKept);
-      EXPECT_EQ(files().size(), isKept ? 2U : 1U);
-      EXPECT_EQ(AccountsManager::init()->count(), store->count());
-      std::filesystem::remove_all(device.path(folder));
-    }
+  for (std::size_t i = 0; i < 4 * sound.size(); ++i) {
+    constexpr int flips[] = {0x01, 0x80, 0xFF, 0};
+    const int flip = flips[i % 4];
+    SCOPED_TRACE("offset " + std::to_string(i / 4) +
+                 (flip == 0 ? " cut off" : " flipped by " + std::to_string(flip)));
+    std::string bytes = sound.substr(0, flip == 0 ? i / 4 : std::string::npos);
+    if (flip != 0) bytes[i / 4] = static_cast<char>(bytes[i / 4] ^ flip);
+    std::filesystem::remove_all(device.path(folder));
+    device.writeFile(device.registryPath(), bytes);
+    log.clear();
+    const Store store = AccountsManager::init();
+    const bool isReported = linesWith(log.lines(), "ERROR: Failed to create a BasicAccount from ") > 0;
+    store->saveAllAccounts();
+    ASSERT_FALSE(store->lastSaveError());
+    const bool isKept = linesWith(log.lines(), "Kept the damaged registry ") == 1;
+    EXPECT_TRUE(store->count() > 0 || isReported || isKept);
+    EXPECT_EQ(files().size(), isKept ? 2U : 1U);
+    EXPECT_EQ(AccountsManager::init()->count(), store->count());
   }
 }
 
@@ -181,28 +175,25 @@ TEST_F(HostileRegistryTest, WithPartsWithoutEndKeepsTheRestOfTheAccounts) {
 
 TEST_F(HostileRegistryTest, WhoseSoundAccountsShareALongListLosesNothing) {
   constexpr std::size_t length = 60'000;
-  for (const bool isDamaged : {false, true}) {
-    Assembly assembly;
-    const std::uint64_t list = assembly.array(std::vector<std::uint64_t>(length, assembly.text("x")));
-    std::vector<std::uint64_t> accounts;
-    std::string expected;
-    for (int i = 0; i < 30; ++i) {
-      const std::string identifier = "a" + std::to_string(i);
-      accounts.push_back(assembly.account(identifier, {{"List", list}}));
-      expected += (i == 0 ? "" : " ") + identifier;
-    }
-    const std::uint64_t cycle = assembly.array({assembly.next()});
-    const std::uint64_t faulty = assembly.account("faulty", {{"Cycle", cycle}, {"List", list}});
-    if (isDamaged) {
-      accounts.push_back(faulty);
-      expected += " faulty";
-    }
-    expectUsable(isDamaged ? "and one more that is damaged" : "sound", assembly.registry(accounts), expected,
-                 isDamaged);
+  Assembly assembly;
+  const std::uint64_t list = assembly.array(std::vector<std::uint64_t>(length, assembly.text("x")));
+  std::vector<std::uint64_t> accounts;
+  std::string expected;
+  for (int i = 0; i < 30; ++i) {
+    const std::string identifier = "a" + std::to_string(i);
+    accounts.push_back(assembly.account(identifier, {{"List", list}}));
+    expected += identifier + " ";
+  }
+  const std::uint64_t cycle = assembly.array({assembly.next()});
+  const auto check = [&](const char* row, const std::string& identifiers, bool isDamaged) {
+    expectUsable(row, Assembly(assembly).registry(accounts), identifiers, isDamaged);
     const Result<Array> saved = readRegistryAccounts(device.registryPath());
     ASSERT_TRUE(saved) << errorOf(saved);
     for (const Value& account : *saved) EXPECT_EQ(account.dictionary()->find("List").array()->size(), length);
-  }
+  };
+  check("sound", expected.substr(0, expected.size() - 1), false);
+  accounts.push_back(assembly.account("faulty", {{"Cycle", cycle}, {"List", list}}));
+  check("and one more that is damaged", expected + "faulty", true);
 }
 
 TEST_F(HostileRegistryTest, WhoseAccountsShareHugePartsCostsNoMoreThanItsSize) {

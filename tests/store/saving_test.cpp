@@ -3,6 +3,8 @@
 #include <filesystem>
 
 #include "roster/platform/linux/file_calls.h"
+#include "roster/store/merge.h"
+#include "roster/store/settings_file.h"
 #include "tests/store/store_test.h"
 
 namespace roster::testing {
@@ -13,51 +15,34 @@ using ::testing::HasSubstr;
 
 constexpr std::string_view failure = "Failed to save accounts to filesystem.";
 
-template <class Result, class... Arguments>
-void breakCall(Result (*&call)(Arguments...)) {
-  call = [](Arguments...) -> Result {
-    errno = ENOSPC;
-    return -1;
-  };
-}
-
-/// The system's calls, of which the named one fails.
-FileCalls failingCalls(std::string_view name) {
-  FileCalls calls = fileCalls();
-  if (name == "write") breakCall(calls.write);
-  if (name == "link") breakCall(calls.linkat);
-  if (name == "rename") breakCall(calls.renameat);
-  return calls;
-}
-
-/// The system's calls, of which one fails as soon as it is about the file at a path.
-class UnreadableFile {
+/// The system's calls, of which one fails while this lives: always, or when it is about the file at a path.
+class FailingCall {
  public:
-  UnreadableFile(std::string path, std::string_view call, int errorNumber) : override_(calls()) {
-    path_ = std::move(path);
+  FailingCall(std::string_view call, int errorNumber, std::string path = {}) : override_(calls()) {
     call_ = call;
     errorNumber_ = errorNumber;
-    fd_ = -1;
+    path_ = std::move(path);
   }
 
  private:
   static FileCalls calls() {
     real_ = fileCalls();
+    fd_ = -1;
     FileCalls calls = real_;
     calls.openat = [](int folderFd, const char* path, int flags, mode_t mode) {
       if (path != path_) return real_.openat(folderFd, path, flags, mode);
       return fails("openat") ? -1 : fd_ = real_.openat(folderFd, path, flags, mode);
     };
-    calls.fstat = [](int fd, struct stat* status) {
-      return fd == fd_ && fails("fstat") ? -1 : real_.fstat(fd, status);
+    calls.fstat = [](int fd, auto... rest) {
+      return fd == fd_ && fails("fstat") ? -1 : real_.fstat(fd, rest...);
     };
-    calls.read = [](int fd, void* buffer, std::size_t size) {
-      return fd == fd_ && fails("read") ? -1 : real_.read(fd, buffer, size);
+    calls.read = [](int fd, auto... rest) {
+      return fd == fd_ && fails("read") ? -1 : real_.read(fd, rest...);
     };
-    calls.close = [](int fd) {
-      if (fd == fd_) fd_ = -1;
-      return real_.close(fd);
-    };
+    calls.close = [](int fd) { return real_.close(fd == fd_ ? std::exchange(fd_, -1) : fd); };
+    calls.write = [](auto... all) { return fails("write") ? -1 : real_.write(all...); };
+    calls.linkat = [](auto... all) { return fails("link") ? -1 : real_.linkat(all...); };
+    calls.renameat = [](auto... all) { return fails("rename") ? -1 : real_.renameat(all...); };
     return calls;
   }
   static bool fails(std::string_view call) {
@@ -83,68 +68,28 @@ class SavingTest : public StoreTest {
   const Lines onlyTheRegistry = {std::string(fileName)};
 };
 
-TEST_F(SavingTest, MergesWithWhatAnotherProcessWrote) {
-  writeRegistry(stored("a", {{"DisplayName", "old"}, {"Username", "old"}, {"Note", 1}, {"Gone", 1}}));
-  const Store store = AccountsManager::init();
-  EXPECT_TRUE(endsWell(startProcess([] {
-    const Store other = AccountsManager::init();
-    set(other, "theirs", "DisplayName");
-    set(other, "theirs", "Hostname");
-    set(other, {}, "Gone");
-    set(other, 2, "Note");
-    other->saveAllAccounts();
-    return !other->lastSaveError();
-  })));
-  set(store, "ours", "Username");
-  set(store, {}, "Note");
-  for (int save = 1; save <= 2; ++save) {
-    store->saveAllAccounts();
-    EXPECT_EQ(storedAccount(0),
-              stored("a", {{"DisplayName", "theirs"}, {"Username", "ours"}, {"Hostname", "theirs"}}))
-        << "save " << save;
-  }
-  EXPECT_EQ(store->accountWithIdentifier("a")->displayName(), "old") << "what others wrote stays unseen";
-}
-
 TEST_F(SavingTest, InTwoProcessesNeverShowsAHalfWrittenFile) {
   constexpr int rounds = 100;
   std::vector<Value> accounts;
   for (int i = 0; i < 200; ++i) accounts.emplace_back(stored("a" + std::to_string(i)));
   device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", Array(accounts)}});
-  const auto write = [&](std::string_view key) {
-    const Store store = AccountsManager::init();
-    for (int round = 0; round < rounds; ++round) {
-      store->accountWithIdentifier("a7")->setAccountPropertyForKey(round, key);
-      store->saveAllAccounts();
-      if (store->lastSaveError()) return false;
-    }
-    return true;
-  };
-  const pid_t first = startProcess([&] { return write("First"); });
-  const pid_t second = startProcess([&] { return write("Second"); });
+  std::vector<pid_t> writers;
+  for (const char* key : {"First", "Second"}) {
+    writers.push_back(startProcess([&] {
+      const Store store = AccountsManager::init();
+      for (int round = 0; round < rounds && !store->lastSaveError(); ++round) {
+        store->accountWithIdentifier("a7")->setAccountPropertyForKey(round, key);
+        store->saveAllAccounts();
+      }
+      return !store->lastSaveError();
+    }));
+  }
   for (int round = 0; round < rounds; ++round) {
     EXPECT_EQ(AccountsManager::init()->count(), accounts.size()) << "round " << round;
   }
-  EXPECT_TRUE(endsWell(first));
-  EXPECT_TRUE(endsWell(second));
+  for (const pid_t writer : writers) EXPECT_TRUE(endsWell(writer));
   EXPECT_EQ(files(), onlyTheRegistry);
   EXPECT_EQ(log.lines(), Lines());
-}
-
-TEST_F(SavingTest, WritesExactlyTheVersionAndTheAccountsOfTheStoreInOrder) {
-  device.writePropertyList(
-      device.registryPath(),
-      Dictionary{{"Accounts", array(stored("b"), stored("a"))}, {"Version", 11}, {"Other", 1}});
-  const Store first = AccountsManager::init();
-  const Store second = AccountsManager::init();
-  second->deleteAccountWithIdentifier("a");
-  second->insertAccount(record("c"));
-  second->saveAllAccounts();
-  first->insertAccount(record("d"));
-  first->setDataVersion(3);
-  first->saveAllAccounts();
-  EXPECT_EQ(root(),
-            (Dictionary{{"Version", 12}, {"Accounts", array(stored("b"), stored("a"), stored("d"))}}));
 }
 
 TEST_F(SavingTest, StillWritesWhatAFixerRejectsButFindsItNoMore) {
@@ -154,7 +99,8 @@ TEST_F(SavingTest, StillWritesWhatAFixerRejectsButFindsItNoMore) {
   const auto fix = [&](const AccountPtr& account) {
     return !isLoading && account->identifier() == "b" ? FixResult::unrepairable : FixResult::nothingDone;
   };
-  const auto store = CustomStore::load({ScriptedFixer(fix, &calls)});
+  const auto store =
+      CustomStore::load({ScriptedFixer(fix, [&](const auto& call) { calls.push_back(call); })});
   isLoading = false;
   calls.clear();
   store->saveAllAccounts();
@@ -172,7 +118,7 @@ TEST_F(SavingTest, TellsTheMailApplicationOnceAfterASaveThatRepairedEvenIfItFail
   const Store store = AccountsManager::init();
   store->saveAllAccounts();
   EXPECT_EQ(log.lines(), Lines()) << "the load repaired, and a load tells nobody";
-  const FileCallsOverride calls(failingCalls("rename"));
+  const FailingCall calls("rename", ENOSPC);
   for (const AccountPtr& account : *store->allBasicAccounts()) account->setAccountClass("Odd");
   for (int save = 1; save <= 2; ++save) store->saveAllAccounts();
   EXPECT_EQ(linesWith(log.lines(), "Could not tell com.nimbal.inkwell"), 1U);
@@ -181,19 +127,16 @@ TEST_F(SavingTest, TellsTheMailApplicationOnceAfterASaveThatRepairedEvenIfItFail
 TEST_F(SavingTest, AfterAFailureLeavesEverythingAsItWasAndMergesTheSameChangesAgain) {
   const std::string full = "No space left on device";
   const std::string unwritable = "could not serialize the accounts for ";
-  const std::pair<std::string_view, std::string> rows[] = {
-      {"write", full}, {"rename", full}, {"a value that cannot be written", unwritable}};
-  for (const auto& [fault, why] : rows) {
-    SCOPED_TRACE(fault);
+  for (const auto& [fault, why] : {std::pair("write", full), {"rename", full}, {"", unwritable}}) {
+    SCOPED_TRACE(why + fault);
     log.clear();
     writeRegistry(stored("a", {{"DisplayName", "old"}, {"Note", 1}}));
     const Store store = AccountsManager::init();
     set(store, why == unwritable ? "\xFF" : "new", "DisplayName");
     const std::string before = registry();
-    {
-      const FileCallsOverride calls(failingCalls(fault));
-      store->saveAllAccounts();
-    }
+    std::optional<FailingCall> failing(std::in_place, fault, ENOSPC);
+    store->saveAllAccounts();
+    failing.reset();
     EXPECT_EQ(registry(), before);
     EXPECT_EQ(files(), onlyTheRegistry);
     EXPECT_EQ(original(store), Value("old"));
@@ -212,6 +155,10 @@ TEST_F(SavingTest, AfterAFailureLeavesEverythingAsItWasAndMergesTheSameChangesAg
     EXPECT_EQ(storedAccount(0), stored("a", {{"DisplayName", "new"}, {"Note", 2}}));
     EXPECT_EQ(original(store), Value("new"));
   }
+  // What a merge has no former version of is written as it is.
+  for (const Dictionary& none : {Dictionary(), stored("a")}) {
+    EXPECT_EQ(mergeProperties(stored("m"), none, none.empty() ? stored("b") : Dictionary()), stored("m"));
+  }
 }
 
 TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
@@ -219,22 +166,22 @@ TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
   const Store store = AccountsManager::init();
   EXPECT_EQ(log.lines(), Lines()) << "a load says nothing of it";
   for (const char* call : {"link", "write", "rename"}) {
-    SCOPED_TRACE(call);
-    const FileCallsOverride calls(failingCalls(call));
+    const FailingCall calls(call, ENOSPC);
     store->saveAllAccounts();
-    ASSERT_TRUE(store->lastSaveError());
+    ASSERT_TRUE(store->lastSaveError()) << call;
     EXPECT_EQ(log.lines(), (Lines{store->lastSaveError()->message, std::string(failure)}));
-    EXPECT_EQ(files(), onlyTheRegistry);
+    EXPECT_EQ(files(), onlyTheRegistry) << call;
     EXPECT_EQ(registry(), "damaged");
     log.clear();
   }
   store->saveAllAccounts();
   ASSERT_EQ(kept().size(), 1U);
-  const std::string copy = device.registryPath() + kept()[0].substr(fileName.size());
   EXPECT_THAT(kept()[0], ::testing::MatchesRegex("com.nimbal.roster.plist.damaged-[0-9]{8}T[0-9]{6}Z"));
+  const std::string copy = device.path(std::string(folder) + "/" + kept()[0]);
   EXPECT_EQ(device.readFile(copy), "damaged");
-  EXPECT_THAT(log.lines(), ::testing::ElementsAre(::testing::StartsWith(
-                               "Kept the damaged registry " + device.registryPath() + " as " + copy + ": ")));
+  EXPECT_EQ(
+      linesWith(log.lines(), "Kept the damaged registry " + device.registryPath() + " as " + copy + ": "),
+      1U);
   store->saveAllAccounts();
   EXPECT_EQ(kept().size(), 1U) << "the new file is sound";
   device.writeFile(device.registryPath(), "again");
@@ -243,86 +190,58 @@ TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
 }
 
 TEST_F(SavingTest, NeverReplacesAccountsThatItsStoreHasNotSeenWithoutKeepingThem) {
-  struct Row {
-    const char* name;
-    int errorNumber;
-    bool isFileAtFault;
-  };
-  const Row rows[] = {{"no descriptors", EMFILE, false}, {"no descriptors of the system", ENFILE, false},
-                      {"no memory", ENOMEM, false},      {"the disk fails", EIO, false},
-                      {"no permission", EACCES, true},   {"not permitted", EPERM, true}};
-  for (const char* call : {"openat", "fstat", "read"}) {
-    for (const auto& [name, errorNumber, isFileAtFault] : rows) {
-      SCOPED_TRACE(std::string(call) + ": " + name);
-      std::filesystem::remove_all(device.path(folder));
-      writeRegistry(stored("a"), stored("b"));
-      const std::string sound = registry();
-      const auto broken = [&, &why = errorNumber, &faulty = call](const auto& work) {
-        const UnreadableFile unreadable(device.registryPath(), faulty, why);
-        return work();
+  const std::pair<int, bool> rows[] = {{EMFILE, false}, {ENFILE, false}, {ENOMEM, false},
+                                       {EIO, false},    {EACCES, true},  {EPERM, true}};
+  for (const std::string call : {"openat", "fstat", "read"}) {
+    for (const auto& [errorNumber, isFileAtFault] : rows) {
+      SCOPED_TRACE(call + ": " + std::to_string(errorNumber));
+      const auto write = [&] {
+        std::filesystem::remove_all(device.path(folder));
+        writeRegistry(stored("a"), stored("b"));
+        return registry();
       };
-      const auto expectOutcome = [&, &isKept = isFileAtFault, &why = errorNumber](const Store& store,
-                                                                                  const std::string& left) {
-        ASSERT_EQ(store->lastSaveError().has_value(), !isKept);
-        if (isKept) {
-          ASSERT_EQ(kept().size(), 1U);
-          EXPECT_EQ(device.readFile(std::string(folder) + "/" + kept()[0]), sound);
-          EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), left);
-        } else {
-          EXPECT_EQ(store->lastSaveError()->code.value(), why);
-          EXPECT_THAT(store->lastSaveError()->message, HasSubstr(device.registryPath()));
+      const std::string sound = write();
+      std::optional<FailingCall> unreadable;
+      const auto expectError = [&, &number = errorNumber](const std::optional<Error>& error) {
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->code.value(), number);
+        EXPECT_THAT(error->message, HasSubstr(device.registryPath()));
+      };
+      const auto save = [&, &isKept = isFileAtFault](const Store& store, const std::string& left) {
+        store->saveAllAccounts();
+        unreadable.reset();
+        if (!isKept) {
+          expectError(store->lastSaveError());
           EXPECT_EQ(log.lines().back(), failure);
           EXPECT_EQ(registry(), sound);
           EXPECT_EQ(files(), onlyTheRegistry);
+          return;
         }
+        EXPECT_FALSE(store->lastSaveError());
+        ASSERT_EQ(kept().size(), 1U);
+        EXPECT_EQ(device.readFile(std::string(folder) + "/" + kept()[0]), sound);
+        EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), left);
       };
 
-      const Store blind = broken(&AccountsManager::init);
+      unreadable.emplace(call, errorNumber, device.registryPath());
+      const Store blind = AccountsManager::init();
+      unreadable.reset();
       EXPECT_EQ(blind->count(), 0U);
-      ASSERT_TRUE(blind->loadError());
-      EXPECT_EQ(blind->loadError()->code.value(), errorNumber);
-      EXPECT_THAT(blind->loadError()->message, HasSubstr(device.registryPath()));
+      expectError(blind->loadError());
       blind->insertAccount(record("c"));
-      for (int save = 1; save <= 2; ++save) {
-        blind->saveAllAccounts();
-        expectOutcome(blind, "c");
-      }
+      for (int i = 1; i <= 2; ++i) save(blind, "c");
 
-      for (const std::string& copy : kept())
-        std::filesystem::remove(device.path(std::string(folder) + "/" + copy));
-      writeRegistry(stored("a"), stored("b"));
+      write();
       const Store seeing = AccountsManager::init();
       EXPECT_FALSE(seeing->loadError());
       seeing->insertAccount(record("c"));
-      broken([&] { seeing->saveAllAccounts(); });
-      expectOutcome(seeing, "a b c");
+      unreadable.emplace(call, errorNumber, device.registryPath());
+      save(seeing, "a b c");
       seeing->saveAllAccounts();
       EXPECT_FALSE(seeing->lastSaveError()) << "the file can be read again";
       EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), "a b c");
     }
   }
-}
-
-TEST_F(SavingTest, TakesAnAccountsFileVersionFromTheAccountAloneNotFromAParentWithAChildOfItsName) {
-  const Dictionary parent = stored("p", {{"DisplayName", "parent"}, {"ChildAccounts", array(stored("a"))}});
-  const Dictionary account = stored("a", {{"DisplayName", "account"}});
-  // The child becomes an account of its own.
-  writeRegistry(parent);
-  const Store raising = AccountsManager::init();
-  raising->removeChildWithIdentifierFromAccount("a", raising->accountWithIdentifier("p"));
-  const AccountPtr raised = BasicAccount::accountWithProperties(account);
-  raised->setOriginalProperties(account);
-  raising->insertAccount(raised);
-  raising->saveAllAccounts();
-  EXPECT_EQ(root().find("Accounts"),
-            array(stored("p", {{"DisplayName", "parent"}, {"ChildAccounts", array()}}), account));
-
-  // Another store has moved the account below a parent.
-  writeRegistry(account);
-  const Store unaware = AccountsManager::init();
-  writeRegistry(parent);
-  unaware->saveAllAccounts();
-  EXPECT_EQ(root().find("Accounts"), array(account));
 }
 
 TEST_F(SavingTest, OfAStoreOfAnotherClassReadsTheRegistryAndWritesWhereTheClassSays) {
@@ -337,6 +256,30 @@ TEST_F(SavingTest, OfAStoreOfAnotherClassReadsTheRegistryAndWritesWhereTheClassS
   EXPECT_EQ(written.find("Accounts"), array(stored("a", {{"Note", 1}}))) << "merged with the registry";
   EXPECT_EQ(registry(), before);
   EXPECT_EQ(device.fileNames("elsewhere").size(), 2U) << "its own damaged file is kept";
+}
+
+TEST_F(SavingTest, WritesNothingAndSaysWhyWhenTheRegistryOrItsFolderCannotBeLookedAt) {
+  const std::string link = device.path("loop");
+  std::filesystem::create_symlink(link, link);
+  const std::string locked = device.path("locked");
+  std::filesystem::create_directory(locked);
+  std::filesystem::permissions(locked, std::filesystem::perms(0700));
+  std::filesystem::permissions(device.root(), std::filesystem::perms(0755));
+  const std::pair<std::string, const char*> rows[] = {
+      {link + "/registry", "Too many levels of symbolic links"},
+      {device.path(std::string(300, 'x')), "File name too long"},
+      {locked + "/registry", "Permission denied"}};
+  for (const auto& [path, cause] : rows) {
+    if (path.starts_with(locked) && geteuid() != 0) continue;
+    EXPECT_TRUE(endsWell(startProcess([&, &at = path, &why = cause] {
+      alarm(20);  // a save that never ends is a failure of its own
+      EXPECT_TRUE(!at.starts_with(locked) || setuid(65534) == 0);
+      const SettingsFile file(at);
+      const std::string error = errorOf(file.replace("new", file.read().damage));
+      EXPECT_TRUE(error.starts_with("could not keep " + at + " as ") && error.ends_with(why)) << error;
+      return !HasFailure();
+    }))) << path;
+  }
 }
 
 }  // namespace

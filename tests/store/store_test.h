@@ -38,29 +38,28 @@ std::string identifiers(const Accounts& accounts) {
   return text;
 }
 
-/// A fixer that does what a test says.
+/// A fixer that does what a test says, and notes what it is told.
 class ScriptedFixer : public RSRuntimeFixProtocol {
  public:
   using Fix = std::function<FixResult(const AccountPtr&)>;
-  explicit ScriptedFixer(Fix fix, std::vector<std::string>* calls = nullptr)
-      : fix_(std::move(fix)), calls_(calls) {}
+  using Note = std::function<void(const std::string&)>;
+  explicit ScriptedFixer(
+      Fix fix, Note note = [](const std::string&) {})
+      : fix_(std::move(fix)), note_(std::move(note)) {}
   const std::set<std::string, std::less<>>& supportedAccountTypes() const override {
     static const std::set<std::string, std::less<>> none;
     return none;
   }
   FixResult fixBasicAccountIfNeededLoggingMessage(const AccountPtr& account,
                                                   std::string_view message) override {
-    note(std::string(message) + " " + account->identifier().str());
+    note_(std::string(message) + " " + account->identifier().str());
     return fix_(account);
   }
-  void accountsHaveBeenSaved(bool areSaved) override { note(areSaved ? "saved" : "not saved"); }
+  void accountsHaveBeenSaved(bool areSaved) override { note_(areSaved ? "saved" : "not saved"); }
 
  private:
-  void note(const std::string& call) {
-    if (calls_ != nullptr) calls_->push_back(call);
-  }
   Fix fix_;
-  std::vector<std::string>* calls_;
+  Note note_;
 };
 
 /// A store of a class of its own, with fixers of its own, that may save elsewhere.

@@ -1,21 +1,58 @@
+#include "roster/notify/change_detection.h"
 #include "roster/notify/notifier_dispatch.h"
-
-#include <thread>
-
 #include "tests/store/store_test.h"
 #include "tests/support/creators_table.h"
 
 namespace roster::testing {
 namespace {
 
-const std::string finding =
-    "+[AccountsManager _notifierClassNamesForAccountType:dataclass:] AccountsManager: ";
+Dictionary with(const Dictionary& properties, std::string_view key, const Value& value) {
+  auto copy = MutableDictionary::copyOf(properties);
+  copy.set(key, value);
+  return copy;
+}
+/// The dataclasses for which the number has a bit; nil for -1.
+Value dataclassesOf(int bits) {
+  std::vector<Value> list;
+  for (int i = 0; i < 3; ++i) {
+    if ((bits >> i & 1) != 0) list.emplace_back("d" + std::to_string(i));
+  }
+  return bits < 0 ? Value() : Array(list);
+}
+Value concerned(RSAccountChangeType type, const Dictionary& original, const Dictionary& current) {
+  StringList list = concernedDataclasses({type, original, current});
+  std::sort(list.begin(), list.end());
+  return arrayValue(list);
+}
+
+TEST(ChangeDetection, ConcernsWhatWasSwitchedAndWithOtherChangesAllThatIsEnabled) {
+  const Dictionary plain{{"Type", "T"}, {"Port", 1}};
+  const std::pair<Dictionary, bool> others[] = {
+      {with(plain, "Port", 1.0), false},      {with(plain, "ChildAccounts", array(plain)), false},
+      {with(plain, "IsActive", true), false}, {with(plain, "isActive", true), true},
+      {with(plain, "Port", 2), true},         {with(plain, "Port", {}), true}};
+  for (int before = -1; before < 8; ++before) {
+    for (int now = -1; now < 8; ++now) {
+      for (const auto& [other, isChange] : others) {
+        const Dictionary original = with(plain, "Enabled Dataclasses", dataclassesOf(before));
+        const Dictionary current = with(other, "Enabled Dataclasses", dataclassesOf(now));
+        const int was = std::max(before, 0);
+        const int is = std::max(now, 0);
+        SCOPED_TRACE(formatted("%@ and %@", original, current));
+        EXPECT_EQ(concerned(RSAccountChangeTypeModified, original, current),
+                  dataclassesOf((was ^ is) | (isChange ? is : 0)));
+        EXPECT_EQ(concerned(RSAccountChangeTypeAdded, {}, current), dataclassesOf(is));
+        EXPECT_EQ(concerned(RSAccountChangeTypeRemoved, original, {}), dataclassesOf(was));
+      }
+    }
+  }
+}
 
 Dictionary notifier(const Value& className, const std::string& names, const Value& framework = thisLibrary) {
   return creatorEntry("NotifierAccount", className, framework, dataclassArray(names));
 }
-Dictionary account(std::string_view identifier, const std::string& names) {
-  return stored(identifier, {{"Type", "T"}, {"Enabled Dataclasses", dataclassArray(names)}});
+Dictionary account(std::string_view identifier, const std::string& names, std::string_view type = "T") {
+  return stored(identifier, {{"Type", type}, {"Enabled Dataclasses", dataclassArray(names)}});
 }
 
 class NotifierTest : public CreatorsTableTest {
@@ -31,14 +68,24 @@ class NotifierTest : public CreatorsTableTest {
     const auto noteChanges = [this, name](const Array& changes) {
       std::string text = name;
       for (const Value& change : changes) {
-        const Dictionary record = *change.dictionary();
-        const std::string names = shortNames(stringList(record.find("OriginalDataclasses")));
-        text += formatted("; %@ %@ %@ [%@]", record.find("ChangeType"), record.find("AccountType"),
-                          record.find("AccountID"), names);
+        const Dictionary told = *change.dictionary();
+        text += formatted("; %@ %@ %@ [%@]", told.find("ChangeType"), told.find("AccountType"),
+                          told.find("AccountID"), shortNames(stringList(told.find("OriginalDataclasses"))));
       }
       heard.push_back(text);
     };
     registerNotifier(name, {noteChanges, note});
+  }
+  /// Makes these the notifiers of the type "T", with A listening, and a store of the accounts.
+  template <class... Accounts>
+  Store start(const Value& notifiers, const Accounts&... accounts) {
+    writeCreators({{"T", notifiers}});
+    registerListener("A");
+    return storeOf(array(accounts...));
+  }
+  static void rename(const Store& store, const String& name) {
+    for (const AccountPtr& each : *store->allBasicAccounts())
+      each->setAccountPropertyForKey(name, "DisplayName");
   }
   /// What the notifiers hear of a save.
   Lines save(const Store& store) {
@@ -53,49 +100,45 @@ class NotifierTest : public CreatorsTableTest {
 TEST_F(NotifierTest, AreFoundInACompleteTable) {
   const Dictionary other = creatorEntry("FullAccount", "A", {}, dataclassArray("Mail"));
   const Dictionary text = creatorEntry("NotifierAccount", "A", {}, dataclass("Mail"));
-  const std::tuple<Value, std::string, StringList> cases[] = {
+  const std::string unnamed = malformed + "the name of the class for notificatinos with the type %@";
+  const std::string unplaced = malformed + "the path to the framework for the notifier with type %@";
+  const std::tuple<Value, std::string, StringList> rows[] = {
       {"text", malformed + "the information for the type %@", {}},
-      {array(notifier("A", "Mail", {})),
-       malformed + "the path to the framework for the notifier with type %@",
-       {}},
+      {array(notifier("A", "Mail", {})), unplaced, {}},
       {array(notifier("A", "Mail", "/no.so")), noFile, {}},
-      {array(notifier("A", "Mail"), notifier("", "Notes Mail")),
-       malformed + "the name of the class for notificatinos with the type %@",
-       {}},
+      {array(notifier("A", "Mail"), notifier("", "Notes Mail")), unnamed, {}},
       {array(7, other, text, notifier("A", "Notes", {})), "", {}},
       {array(notifier("B", "Notes Mail"), notifier("A", "Mail"), notifier("B", "Mail")),
        "",
        {"B", "A", "B"}}};
   MutableDictionary table;
-  for (const auto& row : cases) table.set("T" + std::to_string(table.size()), std::get<0>(row));
+  for (const auto& row : rows) table.set("T" + std::to_string(table.size()), std::get<0>(row));
   writeCreators(table);
-  for (std::size_t i = 0; i < std::size(cases); ++i) {
+  const auto find = &AccountsManager::_notifierClassNamesForAccountTypeDataclass;
+  const std::string finding =
+      "+[AccountsManager _notifierClassNamesForAccountType:dataclass:] AccountsManager: ";
+  for (std::size_t i = 0; i < std::size(rows); ++i) {
+    const auto& [entries, message, names] = rows[i];
     const std::string type = "T" + std::to_string(i);
-    const auto& [entries, message, names] = cases[i];
-    SCOPED_TRACE(type + " " + message);
     assertions.clear();
-    EXPECT_EQ(AccountsManager::_notifierClassNamesForAccountTypeDataclass(type, dataclass("Mail")), names);
+    EXPECT_EQ(find(type, dataclass("Mail")), names) << type;
     EXPECT_EQ(assertions, message.empty() ? Lines() : Lines{formatted(finding + message, type)});
   }
   assertions.clear();
-  EXPECT_EQ(AccountsManager::_notifierClassNamesForAccountTypeDataclass({}, dataclass("Mail")), StringList());
+  EXPECT_EQ(find({}, dataclass("Mail")), StringList());
   EXPECT_EQ(assertions, Lines{finding + malformed + "the information for the type (null)"});
 }
 
 TEST_F(NotifierTest, HearOnceWhateverTheOrderOfAccountsThoughAnotherLibraryIsMissing) {
-  registerListener("A");
-  writeCreators({{"T", array(notifier("Lost", "Mail", "/no.so"), notifier("A", "Contacts"))}});
   setAssertionHandler({});
-  const Dictionary both = account("both", "Mail Contacts");
-  const Dictionary one = account("one", "Contacts");
-  const std::string ofBoth = "; 1 T both [Mail Contacts]";
-  const std::string ofOne = "; 1 T one [Contacts]";
-  const std::pair<Value, std::string> rows[] = {{array(both, one), "A" + ofBoth + ofOne},
-                                                {array(one, both), "A" + ofOne + ofBoth}};
-  for (const auto& [accounts, told] : rows) {
-    SCOPED_TRACE(told);
-    const Store store = storeOf(accounts);
-    for (const AccountPtr& each : *store->allBasicAccounts()) each->setDisplayName("new");
+  const Dictionary both = account("both", "Mail Contacts"), one = account("one", "Contacts");
+  const std::string ofBoth = "; 1 T both [Mail Contacts]", ofOne = "; 1 T one [Contacts]";
+  const std::tuple<Dictionary, Dictionary, std::string> rows[] = {{both, one, "A" + ofBoth + ofOne},
+                                                                  {one, both, "A" + ofOne + ofBoth}};
+  for (const auto& [first, second, told] : rows) {
+    const Store store =
+        start(array(notifier("Lost", "Mail", "/no.so"), notifier("A", "Contacts")), first, second);
+    rename(store, "new");
     log.clear();
     EXPECT_THROW(save(store), AssertionFailure);
     EXPECT_EQ(heard, Lines{told});
@@ -105,13 +148,11 @@ TEST_F(NotifierTest, HearOnceWhateverTheOrderOfAccountsThoughAnotherLibraryIsMis
 }
 
 TEST_F(NotifierTest, HearOnceOfASaveWhatConcernsThem) {
-  const Value notifiers =
-      array(notifier("A", "Mail"), notifier("A", "Mail Contacts"), notifier("B", "Contacts"),
-            notifier("PluginNotifier", "Notes", plugin("good")));
-  const Value accounts = array(account("a", "Mail Contacts"), account("b", "Mail"), account("c", "Mail"));
-  writeCreators({{"T", notifiers}});
-  registerListener("A");
+  static_cast<void>(
+      start(array(notifier("A", "Mail"), notifier("A", "Mail Contacts"), notifier("B", "Contacts"),
+                  notifier("PluginNotifier", "Notes", plugin("good")))));
   registerListener("B");
+  const Value accounts = array(account("a", "Mail Contacts"), account("b", "Mail"), account("c", "Mail"));
   device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", accounts}});
   String rejected;
   const auto store = CustomStore::load({ScriptedFixer([&](const AccountPtr& each) {
@@ -137,33 +178,29 @@ TEST_F(NotifierTest, HearOnceOfASaveWhatConcernsThem) {
 }
 
 TEST_F(NotifierTest, HearTogetherOfAllThatWasSavedSilentlyOrNotAtAll) {
-  writeCreators({{"T", array(notifier("A", "Mail Notes"))}});
-  registerListener("A");
-  const Store store = storeOf(array(account("a", "Mail"), account("b", "Mail")));
+  const Store store = start(array(notifier("A", "Mail Notes")), account("a", "Mail"), account("b", "Mail"));
   const AccountPtr a = store->accountWithIdentifier("a");
-  const AccountPtr b = store->accountWithIdentifier("b");
+  rename(store, "silent");
   AccountsManager::_setShouldSkipNotifications(true);
-  b->setDisplayName("silent");
   EXPECT_EQ(save(store), Lines());
-  b->removeAccountPropertyForKey("DisplayName");
+  rename(store, {});
   a->setEnabledForDataclasses({dataclass("Notes")});
   EXPECT_EQ(save(store), Lines());
   AccountsManager::_setShouldSkipNotifications(false);
 
   const auto saveSilently = [&] {
     const NotificationPause pause;
-    b->setDisplayName("silent");
+    rename(store, "silent");
     EXPECT_EQ(save(store), Lines());
     std::thread([this] {
       const Store other = storeOf(array(account("other", "Mail")));
-      other->accountWithIdentifier("other")->setDisplayName("new");
+      rename(other, "new");
       EXPECT_EQ(save(other), Lines{"A; 1 T other [Mail]"}) << "another thread goes on telling";
     }).join();
     throw std::runtime_error("the scope ends");
   };
   EXPECT_THROW(saveSilently(), std::runtime_error);
-  b->removeAccountPropertyForKey("DisplayName");
-
+  rename(store, {});
   a->setDisplayName("\xFF");
   EXPECT_EQ(save(store), Lines()) << "such a name cannot be written";
   a->setDisplayName("new");
@@ -172,55 +209,50 @@ TEST_F(NotifierTest, HearTogetherOfAllThatWasSavedSilentlyOrNotAtAll) {
 
 TEST_F(NotifierTest, AreToldWhateverTheOthersDo) {
   const auto fail = [](const auto&...) { throw std::runtime_error("no wire"); };
-  registerListener("Z");
   registerNotifier("Broken", {fail, fail, fail});
   registerClass(ClassObject("Mute"));
-  writeCreators({{"T", array(notifier("Gone", "Mail"), notifier("Broken", "Mail"), notifier("Mute", "Mail"),
-                             notifier("Z", "Mail"))}});
-  const Dictionary unlisted{{"Type", "Unlisted"}, {"Enabled Dataclasses", dataclassArray("Mail")}};
-  const Store store = storeOf(array(stored("u", unlisted), account("a", "Mail")));
+  const Store store = start(array(notifier("Gone", "Mail"), notifier("Broken", "Mail"),
+                                  notifier("Mute", "Mail"), notifier("A", "Mail")),
+                            account("u", "Mail", "Unlisted"), account("a", "Mail"));
   const AccountPtr a = store->accountWithIdentifier("a");
   a->setDisplayName("new");
-  EXPECT_EQ(save(store), Lines{"Z; 1 T a [Mail]"});
+  EXPECT_EQ(save(store), Lines{"A; 1 T a [Mail]"});
   AccountsManager::accountWillChangeForDataclass(a, dataclass("Mail"));
   AccountsManager::accountDidChangeForDataclass(a, dataclass("Mail"));
-  EXPECT_EQ(heard.back(), "Z a com.nimbal.Dataclass.Mail");
+  EXPECT_EQ(heard.back(), "A a com.nimbal.Dataclass.Mail");
   const std::string broken = "ERROR: The notifier Broken failed: no wire";
-  const std::string mute =
-      "ERROR: The notifier Mute failed: the class Mute does not answer noteAccountChanges:";
-  EXPECT_EQ(log.lines(), (Lines{broken, mute, broken, broken}));
+  EXPECT_EQ(
+      log.lines(),
+      (Lines{broken, "ERROR: The notifier Mute failed: the class Mute does not answer noteAccountChanges:",
+             broken, broken}));
   const std::string gone = " AccountsManager: Could not find a class for class name Gone";
   EXPECT_EQ(assertions, (Lines{"-[AccountsManager _sendNotificationsForChangedAccounts]" + gone,
                                "+[AccountsManager accountWillChange:forDataclass:]" + gone,
                                "+[AccountsManager accountDidChange:forDataclass:]" + gone}));
   setAssertionHandler({});
-  store->accountWithIdentifier("u")->setDisplayName("new");
-  a->setDisplayName("newer");
+  rename(store, "newer");
   EXPECT_THROW(save(store), AssertionFailure);
-  EXPECT_EQ(heard, Lines{"Z; 1 T a [Mail]"}) << "a fault of one is thrown only when all have heard";
+  EXPECT_EQ(heard, Lines{"A; 1 T a [Mail]"}) << "a fault of one is thrown only when all have heard";
 }
 
 TEST_F(NotifierTest, AreToldThatTheyCannotSaveTheStoreThatTellsThem) {
-  writeCreators({{"T", array(notifier("Saving", "Mail"), notifier("Z", "Mail"))}});
-  registerListener("Z");
-  const Store store = storeOf(array(account("a", "Mail")));
-  const auto save = [&](const Array&) {
-    store->saveAllAccounts();
-    EXPECT_TRUE(store->lastSaveError());
-    store->_sendNotificationsForChangedAccounts();
-  };
-  registerNotifier("Saving", {save});
-  store->accountWithIdentifier("a")->setDisplayName("new");
-  EXPECT_EQ(NotifierTest::save(store), Lines{"Z; 1 T a [Mail]"});
+  const Store store = start(array(notifier("Saving", "Mail"), notifier("A", "Mail")), account("a", "Mail"));
+  registerNotifier("Saving", {[&](const Array&) {
+                     store->saveAllAccounts();
+                     EXPECT_TRUE(store->lastSaveError());
+                     store->_sendNotificationsForChangedAccounts();
+                   }});
+  rename(store, "new");
+  EXPECT_EQ(save(store), Lines{"A; 1 T a [Mail]"});
   EXPECT_FALSE(store->lastSaveError());
-  const std::string why = "%@ AccountsManager: %@ was called by what a save of the same store calls";
   Lines expected;
   for (const char* operation : {"saveAllAccounts", "_sendNotificationsForChangedAccounts"}) {
     const std::string name = formatted("-[AccountsManager %s]", operation);
-    expected.push_back(formatted(why, name, name));
+    expected.push_back(name + " AccountsManager: " + name +
+                       " was called by what a save of the same store calls");
   }
   EXPECT_EQ(assertions, expected);
-  store->accountWithIdentifier("a")->setDisplayName("newer");
+  rename(store, "newer");
   store->_sendNotificationsForChangedAccounts();
   EXPECT_EQ(heard.size(), 2U) << "an announcement without a save is one as well";
 }
@@ -229,17 +261,11 @@ TEST_F(NotifierTest, AreToldThatTheyCannotSaveTheStoreThatTellsThem) {
 class SecretiveAccount : public AccountSubclass<SecretiveAccount> {
  public:
   using AccountSubclass::AccountSubclass;
-  Dictionary propertiesToSave() const override {
-    auto saved = MutableDictionary::copyOf(BasicAccount::propertiesToSave().deepCopy());
-    saved.remove("Secret");
-    return saved;
-  }
+  Dictionary propertiesToSave() const override { return with(properties().deepCopy(), "Secret", {}); }
 };
 
 TEST_F(NotifierTest, HearOnlyOfWhatAnAccountSaves) {
-  writeCreators({{"T", array(notifier("A", "Mail"))}});
-  registerListener("A");
-  const Store store = AccountsManager::init();
+  const Store store = start(array(notifier("A", "Mail")));
   const AccountPtr secretive = SecretiveAccount::accountWithProperties(account("a", "Mail"));
   secretive->setAccountPropertyForKey("1", "Secret");
   store->insertAccount(secretive);
