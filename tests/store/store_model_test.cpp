@@ -186,7 +186,7 @@ class Sequence {
   void changeRecord(const RecordPtr& record, const RecordPtr& other) {
     const std::string& key = keys[below(4)];
     const std::string& word = oneOf(words);
-    switch (below(5)) {
+    switch (below(6)) {
       case 0:
         say("remove " + key + " of " + nameOf(record));
         if (key == "Type") return;  // a record without one is of no more use
@@ -194,6 +194,7 @@ class Sequence {
         record->properties->entries.erase(key);
         return;
       case 1:
+      case 2:
         for (const Record* ancestor = other.get(); ancestor != nullptr; ancestor = ancestor->parent.get()) {
           if (ancestor == record.get()) return;
         }
@@ -201,7 +202,7 @@ class Sequence {
         record->real->setParentAccount(other->real);
         record->parent = other;
         return;
-      case 2:
+      case 3:
         return changeList(record);
       default:
         say("set " + key + " of " + nameOf(record) + " to " + word);
@@ -273,7 +274,7 @@ class Sequence {
 
   void replaceType(PlainStore& store) {
     std::vector<RecordPtr> given;
-    for (std::size_t count = below(6); count > 0; --count) given.push_back(pick(store));
+    for (std::size_t count = below(8); count > 0; --count) given.push_back(pick(store));
     std::vector<RecordPtr> all = store.ordered;
     all.insert(all.end(), given.begin(), given.end());
     if (std::any_of(all.begin(), all.end(), wouldHoldItself)) return;
@@ -307,7 +308,7 @@ class Sequence {
       return;
     }
     if (operation < 3) return save(store);
-    if (operation < 5) return replaceType(store);
+    if (operation < 6) return replaceType(store);
     const RecordPtr record = pick(store);
     const RecordPtr other = pick(store);
     if (operation < 8) return changeRecord(record, other);
