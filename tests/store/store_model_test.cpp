@@ -146,7 +146,7 @@ class Sequence {
   PlainList newChildren() {
     PlainList children;
     for (std::size_t count = below(4); count > 0; --count) {
-      children.push_back(newAccount(2));
+      children.push_back(newAccount(below(3)));
       if (below(8) == 0) children.back()->entries.erase("Class");
     }
     return children;
