@@ -67,6 +67,12 @@ TEST_F(NamedLockTest, IsThatOfTheFileAtItsPathThoughThatIsReplacedWhileItIsTaken
     }
     return fd;
   };
+  // When it is made anew, somebody else has made it first.
+  calls.linkat = [](int, const char*, int folder, const char* name, int) {
+    close(::openat(folder, name, O_CREAT | O_CLOEXEC | O_WRONLY, 0600));
+    errno = EEXIST;
+    return -1;
+  };
   const FileCallsOverride override(calls);
   const Result<std::shared_ptr<NamedLock>> lock = takeNamedLock("Turn");
   ASSERT_TRUE(lock);
