@@ -1,25 +1,12 @@
 #include "roster/fixers/mail_account_fixer.h"
 
-#include <gtest/gtest.h>
-
-#include "roster/account/basic_account.h"
-#include "tests/support/temporary_device.h"
-#include "tests/support/values.h"
+#include "tests/store/store_test.h"
 
 namespace roster::testing {
 namespace {
 
-using Lines = std::vector<std::string>;
-
-class MailAccountFixer : public ::testing::Test {
+class MailAccountFixer : public StoreTest {
  protected:
-  static AccountPtr account(const char* type, const char* accountClass, const Value& path) {
-    return BasicAccount::accountWithProperties(
-        {{"Type", type}, {"Class", accountClass}, {"Identifier", "1"}, {"AccountPath", path}});
-  }
-
-  TemporaryDevice device;
-  CapturedLog log;
   RSRuntimeFixMailAccount fixer;
 };
 
@@ -50,12 +37,12 @@ TEST_F(MailAccountFixer, TakesTheClassFromTheFirstMarkerOfItsTableThatThePathHol
   for (const Case& row : cases) {
     SCOPED_TRACE(row.name);
     log.clear();
-    const auto made = account(row.type, row.accountClass, row.path);
+    const auto made =
+        record("1", {{"Type", row.type}, {"Class", row.accountClass}, {"AccountPath", row.path}});
     EXPECT_EQ(fixer.fixBasicAccountIfNeededLoggingMessage(made, "loading accounts"), row.result);
     EXPECT_EQ(made->accountClass().view(), row.classAfter);
-    const Lines line = {formatLogLine("Could not fix the class of the mail account: %@",
-                                      std::array{LogArgument(made->properties())})};
-    EXPECT_EQ(log.lines(), row.result == unrepairable ? line : Lines());
+    const std::string line = formatted("Could not fix the class of the mail account: %@", made->properties());
+    EXPECT_EQ(log.lines(), row.result == unrepairable ? Lines{line} : Lines());
   }
   log.clear();
   for (const bool areSaved : {false, true}) fixer.accountsHaveBeenSaved(areSaved);

@@ -37,35 +37,19 @@ expect 0 "$rosterctl" migrate
 says "nothing to migrate"
 
 mkdir -p "$(dirname "$list")" "$(dirname "$preferences")"
-cat >"$list" <<'LIST'
-<?xml version="1.0" encoding="UTF-8"?>
-<plist version="1.0">
-<dict>
-  <key>MailAccounts</key>
-  <array>
-    <dict>
-      <key>Type</key> <string>IMAP</string> <key>AccountName</key> <string>Work</string>
-      <key>Hostname</key> <string>imap.example.org</string> <key>Username</key> <string>alexandra</string>
-      <key>PortNumber</key> <integer>993</integer>
-    </dict>
-    <dict>
-      <key>Type</key> <string>Pigeon</string> <key>AccountName</key> <string>Loft</string>
-      <key>Hostname</key> <string>loft.example.org</string> <key>Username</key> <string>alexandra</string>
-    </dict>
-    <dict><key>Type</key> <string>POP</string> <key>Username</key> <string>alexandra</string></dict>
-    <string>Hello</string>
-    <dict>
-      <key>Type</key> <string>IMAP</string> <key>AccountName</key> <string>Once more</string>
-      <key>Hostname</key> <string>imap.example.org</string> <key>Username</key> <string>alexandra</string>
-    </dict>
-    <dict>
-      <key>Type</key> <string>POP</string>
-      <key>Hostname</key> <string>pop.example.org</string> <key>Username</key> <string>sasha</string>
-    </dict>
-  </array>
-</dict>
-</plist>
-LIST
+# A property list of entries, each an array's element given as keys and texts.
+entry() { echo "<dict>"; printf '<key>%s</key><string>%s</string>\n' "$@"; echo "</dict>"; }
+mailbox=(Hostname imap.example.org Username alexandra)
+{
+  echo '<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict><key>MailAccounts</key><array>'
+  entry Type IMAP AccountName Work "${mailbox[@]}" PortNumber 993
+  entry Type Pigeon AccountName Loft Hostname loft.example.org Username alexandra
+  entry Type POP Username alexandra
+  echo "<string>Hello</string>"
+  entry Type IMAP AccountName "Once more" "${mailbox[@]}"
+  entry Type POP Hostname pop.example.org Username sasha
+  echo '</array></dict></plist>'
+} >"$list"
 echo "bplist of another time" >"$preferences"
 cp "$list" "$build/list"
 cp "$preferences" "$build/preferences"
@@ -89,7 +73,7 @@ for index in 2 3 4; do says "account $index of the mail list is left out"; done
 [ "$(accounts)" = "$migrated" ] || { accounts; fail "the registry holds other accounts"; }
 identifier=$("$rosterctl" list | awk '/Work/ { print $1 }')
 "$rosterctl" --json show "$identifier" >"$said"
-says '"PortNumber": 993'
+says '"PortNumber": "993"'
 cmp "$build/list" "$list.migrated"
 cmp "$build/preferences" "$preferences.migrated"
 expect 0 "$rosterctl" check
@@ -116,21 +100,12 @@ expect 0 "$rosterctl" migrate
 [ "$(cat "$list.migrated-3")" = "<plist" ]
 
 # A registry of an older version becomes one of this version, and its former self is kept.
-cat >"$(registry)" <<'REGISTRY'
-<plist version="1.0">
-<dict>
-  <key>Version</key> <integer>11</integer>
-  <key>Accounts</key>
-  <array>
-    <dict>
-      <key>Identifier</key> <string>C1</string> <key>DisplayName</key> <string>Club</string>
-      <key>Type</key> <string>CalDAV</string> <key>Class</key> <string>CalDAVAccount</string>
-    </dict>
-    <dict><key>Identifier</key> <string>P1</string> <key>Type</key> <string>Pigeon</string></dict>
-  </array>
-</dict>
-</plist>
-REGISTRY
+{
+  echo '<plist version="1.0"><dict><key>Version</key><integer>11</integer><key>Accounts</key><array>'
+  entry Identifier C1 DisplayName Club Type CalDAV Class CalDAVAccount
+  entry Identifier P1 Type Pigeon
+  echo '</array></dict></plist>'
+} >"$(registry)"
 cp "$(registry)" "$build/registry"
 inode=$(stat -c %i "$(registry)")
 expect 1 "$rosterctl" check

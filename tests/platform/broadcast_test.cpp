@@ -1,34 +1,27 @@
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include "roster/platform/bus_signals.h"
 #include "roster/platform/linux/system_bus.h"
+#include "tests/store/store_test.h"
 #include "tests/support/private_bus.h"
-#include "tests/support/temporary_device.h"
-#include "tests/support/values.h"
 
 namespace roster::testing {
 namespace {
 
-using Lines = std::vector<std::string>;
+class Broadcast : public StoreTest {};
 
-TEST(Broadcast, ReachesAnyListenerInOrderWithApplicationAndKey) {
-  const TemporaryDevice device;
+TEST_F(Broadcast, ReachesAnyListenerInOrderWithApplicationAndKey) {
   const PrivateBus bus(device);
   SignalListener listener("com.nimbal.roster.Preferences");
-  const CapturedLog log;
   broadcastPreferencesChanged("com.nimbal.inkwell", "MailAccounts");
   broadcastPreferencesChanged("org.example.other", "Schlüssel");
   EXPECT_EQ(listener.next(), (Lines{"/com/nimbal/roster", "Changed", "com.nimbal.inkwell", "MailAccounts"}));
   EXPECT_EQ(listener.next(), (Lines{"/com/nimbal/roster", "Changed", "org.example.other", "Schlüssel"}));
-  EXPECT_EQ(log.lines(), Lines{});
+  EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST(Broadcast, IsGivenUpWithTheSystemsTextWhenTheBusIsMissingOrDoesNotAnswer) {
-  const TemporaryDevice device;
-  const CapturedLog log;
+TEST_F(Broadcast, IsGivenUpWithTheSystemsTextWhenTheBusIsMissingOrDoesNotAnswer) {
   broadcastPreferencesChanged("com.nimbal.inkwell", "MailAccounts");
   EXPECT_EQ(log.lines(), Lines{"Could not tell com.nimbal.inkwell that its preference MailAccounts changed: "
                                "could not open the system bus: No such file or directory"});
@@ -45,8 +38,7 @@ TEST(Broadcast, IsGivenUpWithTheSystemsTextWhenTheBusIsMissingOrDoesNotAnswer) {
   EXPECT_TRUE(log.lines()[1].ends_with("the system bus does not answer: Connection timed out"));
 }
 
-TEST(SystemBus, RefusesWhatNoMessageCanCarryAndGoesOnWithTheNextSignal) {
-  const TemporaryDevice device;
+TEST_F(Broadcast, RefusesWhatNoMessageCanCarryAndGoesOnWithTheNextSignal) {
   const PrivateBus daemon(device);
   Result<SystemBus> bus = SystemBus::open();
   ASSERT_TRUE(bus) << bus.error().message;

@@ -30,22 +30,19 @@ void watch(FileCalls& calls, Result (*call)(Arguments...)) {
     return -1;
   };
 }
+template <auto... members>
+void watchAll(FileCalls& calls) {
+  (watch<members>(calls, calls.*members), ...);
+}
 
 FileCalls scriptedCalls() {
   FileCalls calls = fileCalls();
   // A few bytes at a time, so that the rest has to be written too.
-  watch<&FileCalls::write>(
-      calls, +[](int fd, const void* buffer, std::size_t size) {
-        return ::write(fd, buffer, std::min<std::size_t>(size, 3));
-      });
-  watch<&FileCalls::openat>(calls, calls.openat);
-  watch<&FileCalls::close>(calls, calls.close);
-  watch<&FileCalls::fstat>(calls, calls.fstat);
-  watch<&FileCalls::fstatat>(calls, calls.fstatat);
-  watch<&FileCalls::read>(calls, calls.read);
-  watch<&FileCalls::fchmod>(calls, calls.fchmod);
-  watch<&FileCalls::fsync>(calls, calls.fsync);
-  watch<&FileCalls::renameat>(calls, calls.renameat);
+  calls.write = [](int fd, const void* buffer, std::size_t size) {
+    return ::write(fd, buffer, std::min<std::size_t>(size, 3));
+  };
+  watchAll<&FileCalls::write, &FileCalls::openat, &FileCalls::close, &FileCalls::fstat, &FileCalls::fstatat,
+           &FileCalls::read, &FileCalls::fchmod, &FileCalls::fsync, &FileCalls::renameat>(calls);
   calls.linkat = [](int, const char*, int, const char*, int) {
     errno = EXDEV;
     return -1;

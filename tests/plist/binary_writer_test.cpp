@@ -3,7 +3,6 @@
 #include <bit>
 #include <chrono>
 #include <cmath>
-#include <limits>
 #include <tuple>
 
 #include "roster/base/limits.h"
@@ -34,18 +33,6 @@ std::string write(const Value& value) {
 
 std::string because(Fault fault) { return "a value " + std::string(describe(fault)); }
 
-TEST(BinaryWriter, KeepsEveryNumberAndItsType) {
-  const double nan = std::numeric_limits<double>::quiet_NaN();
-  const Value values[] = {0,    255,       256,       65535,      65536, 4294967295, 4294967296,
-                          -1,   INT64_MIN, INT64_MAX, 0.1,        nan,   INFINITY,   5e-324,
-                          -0.0, 1.0,       true,      Date{-1.5}, ~0ULL, 1ULL << 63U};
-  // Equality alone takes 1 for 1.0.
-  for (const Value& value : values) {
-    const Result<Value> back = parse(write(value));
-    EXPECT_TRUE(back && *back == value && describe(*back) == describe(value)) << describe(value);
-  }
-}
-
 TEST(BinaryWriter, StoresWhatIsEqualOnce) {
   const Value shared = array("part");
   const Value read = *parse(write(array("same", shared, shared)));
@@ -55,7 +42,7 @@ TEST(BinaryWriter, StoresWhatIsEqualOnce) {
   const std::pair<Value, std::uint64_t> cases[] = {
       {array("same", std::string("same"), Dictionary{{"same", "same"}}), 3},
       {array(7, 7LL, 7U, 7.0, 7.0, Date{7}, Date{7}, true, true, 1), 6},
-      {array(-1, ~0ULL, 0.0, -0.0), 5},
+      {array(-1, ~0ULL, 0.0, -0.0, 5e-324, INFINITY, std::nan(""), Date{-1.5}), 9},
       {array(shared, shared, Dictionary{{"part", shared}}), 4},
       {array(empty, empty), 3},
       {array(filled, filled, filled.deepCopy()), 4},
@@ -127,15 +114,10 @@ TEST(BinaryWriter, RefusesWhatItsReaderWouldRefuse) {
   const std::string file = write(array(Array(std::vector<Value>(200, large))));
   EXPECT_EQ(parse(file, Soundness::inspected)->fault(), Fault::tooLarge) << "records may share large parts";
 
-  const std::pair<const char*, const char*> texts[] = {{"a start without its end", "\xC3("},
-                                                       {"too long a spelling", "\xC0\x80"},
-                                                       {"a surrogate", "\xED\xA0\xBC"},
-                                                       {"beyond the last character", "\xF5\x80\x80\x80"},
-                                                       {"cut off", "\xE2\x82"},
-                                                       {"an end without its start", "\x80"}};
-  for (const auto& [name, text] : texts) {
-    EXPECT_EQ(write(text), because(Fault::badText)) << name;
-    EXPECT_EQ(write(Dictionary{{text, 1}}), because(Fault::badText)) << name;
+  // A start without its end, too long a spelling, a surrogate, beyond the last, cut off, no start.
+  for (const char* text : {"\xC3(", "\xC0\x80", "\xED\xA0\xBC", "\xF5\x80\x80\x80", "\xE2\x82", "\x80"}) {
+    EXPECT_EQ(write(text), because(Fault::badText)) << ::testing::PrintToString(text);
+    EXPECT_EQ(write(Dictionary{{text, 1}}), because(Fault::badText)) << ::testing::PrintToString(text);
   }
   EXPECT_EQ(write(Value()), "there is no value");
 }

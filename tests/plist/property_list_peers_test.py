@@ -46,16 +46,6 @@ def typed(value):
     return type(value).__name__, repr(value)
 
 
-def smallest(value, is_lost):
-    """The smallest part of a value, or the value itself, that is lost although none of its own parts is."""
-    parts = value.values() if isinstance(value, dict) else value if isinstance(value, list) else []
-    return next((smallest(part, is_lost) for part in parts if is_lost(part)), value)
-
-
-def copy(source, target):
-    return subprocess.run([COPY, source, target], capture_output=True, text=True, check=False)
-
-
 class PropertyListPeers(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -79,32 +69,16 @@ class PropertyListPeers(unittest.TestCase):
         """What our program makes of the bytes, as bytes."""
         source, target = self.folder / "from.plist", self.folder / "to.plist"
         source.write_bytes(data)
-        result = copy(source, target)
-        self.assertEqual(result.returncode, 0, result.stderr)
+        subprocess.run([COPY, source, target], check=True)
         return target.read_bytes()
 
     def test_the_standard_library_reads_back_what_it_wrote(self):
-        def back(value, file_format):
-            data = self.copied(plistlib.dumps(value, fmt=file_format, sort_keys=False))
-            return plistlib.loads(data, fmt=plistlib.FMT_BINARY)
-
         for name, value, formats in self.rows():
             for file_format in formats:
-                def is_lost(part):
-                    return typed(back([part], file_format)) != typed([part])
                 with self.subTest(name, file_format=file_format):
-                    if typed(back(value, file_format)) != typed(value):
-                        part = smallest(value, is_lost)
-                        self.assertEqual(typed(back([part], file_format)), typed([part]))
-                        self.fail("the whole is lost, but none of its parts")
-
-    def test_what_has_no_place_is_refused_with_a_reason(self):
-        source = self.folder / "uid.plist"
-        source.write_bytes(plistlib.dumps({"key": plistlib.UID(7)}, fmt=plistlib.FMT_BINARY))
-        result = copy(source, self.folder / "to.plist")
-        self.assertEqual(result.returncode, 1)
-        self.assertIn("holds a UID", result.stderr)
-        self.assertIn(str(source), result.stderr)
+                    data = self.copied(plistlib.dumps(value, fmt=file_format, sort_keys=False))
+                    back = plistlib.loads(data, fmt=plistlib.FMT_BINARY)
+                    self.assertEqual(typed(back), typed(value))
 
     @unittest.skipUnless(CONVERTER, "no second converter is installed (Debian package libplist-utils)")
     def test_a_second_converter_agrees(self):

@@ -46,8 +46,7 @@ bool failsAtAllocation(long number, Work&& work) {
     allocationsLeft = never;
     return true;
   }
-  const bool hasFailed = std::exchange(allocationsLeft, never) == never;
-  return hasFailed;
+  return std::exchange(allocationsLeft, never) == never;
 }
 
 using Change = void (*)(MutableDictionary&);
@@ -62,21 +61,16 @@ MutableDictionary dictionaryOf(int size) {
 
 TEST(OutOfMemory, ADictionaryThatCannotBeChangedStaysAsItWas) {
   const Dictionary stored = *parse(*binaryPropertyList(dictionaryOf(10)))->dictionary();
-  const Change insert = [](MutableDictionary& d) {
-    d.set("a key that is new in it", "and a long enough value");
-  };
-  const Change replace = [](MutableDictionary& d) {
-    d.set("a long key for entry 3", "another long value of it");
-  };
-  const Change remove = [](MutableDictionary& d) { d.remove("a long key for entry 3"); };
-  const Change insertLive = [](MutableDictionary& d) {
-    static const Value live{MutableDictionary()};
-    d.set("a key of a live dictionary", live);
-  };
   const std::pair<const char*, Change> changes[] = {
-      {"insert", insert}, {"replace", replace}, {"remove", remove}, {"insert what is live", insertLive}};
-  for (const auto& [name, applied] : changes) {
-    const Change& change = applied;
+      {"insert",
+       [](auto& dictionary) { dictionary.set("a key that is new in it", "and a long enough value"); }},
+      {"replace", [](auto& dictionary) { dictionary.set("a long key for entry 3", "another long value"); }},
+      {"remove", [](auto& dictionary) { dictionary.remove("a long key for entry 3"); }},
+      {"insert what is live", [](auto& dictionary) {
+         static const Value live{MutableDictionary()};
+         dictionary.set("a key of a live dictionary", live);
+       }}};
+  for (const auto& [name, change] : changes) {
     for (const int size : {0, 10, 15, 16, 31, 32, 200, -1}) {
       bool hasFailed = true;
       for (long number = 0; hasFailed; ++number) {
@@ -86,7 +80,7 @@ TEST(OutOfMemory, ADictionaryThatCannotBeChangedStaysAsItWas) {
         auto expected = MutableDictionary::copyOf(dictionary);
         change(expected);
         const std::string before = describe(dictionary);
-        hasFailed = failsAtAllocation(number, [&] { change(dictionary); });
+        hasFailed = failsAtAllocation(number, [&, applied = change] { applied(dictionary); });
         if (!hasFailed) break;
         ASSERT_EQ(describe(dictionary), before);
         for (const DictionaryEntry& entry : dictionary) ASSERT_EQ(dictionary.find(entry.key), entry.value);

@@ -6,8 +6,6 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -16,11 +14,13 @@
 #include <type_traits>
 #include <unordered_set>
 
+#include "roster/base/limits.h"
+#include "roster/base/text_table.h"
+#include "roster/value/date.h"
 #include "roster/value/fault.h"
-#include "roster/value/ordered_map.h"
 #include "roster/value/value_description.h"
+#include "tests/store/store_test.h"
 #include "tests/support/binary_assembler.h"
-#include "tests/support/values.h"
 
 namespace roster::testing {
 namespace {
@@ -126,50 +126,45 @@ TEST(Value, ReadsAsASwitch) {
 }
 
 TEST(MutableDictionary, CopiesShareEntriesUntilOneOfThemChanges) {
-  struct Plain : std::vector<std::pair<std::string, int>> {
-    std::string text() const {
-      std::string text = "{";
-      for (const auto& [key, value] : *this)
-        text += (text.size() == 1 ? "" : "; ") + key + " = " + std::to_string(value);
-      return text + "}";
-    }
+  using Plain = std::vector<std::pair<std::string, int>>;
+  const auto entriesOf = [](const Dictionary& dictionary) {
+    Plain entries;
+    for (const DictionaryEntry& entry : dictionary)
+      entries.emplace_back(entry.key.str(), entry.value.integer().value());
+    return entries;
   };
-  const Dictionary base = fromFile({{"a", 1}, {"b", 2}, {"c", 3}});
-  for (unsigned seed = 0; seed < 30; ++seed) {
-    std::mt19937 random(seed);
+  const Dictionary base = fromFile({{"a0", 1}, {"a1", 2}, {"a2", 3}});
+  for (const unsigned keys : {4U, 5U, 6U, 17U, 40U, 400U}) {
+    std::mt19937 random(keys);
     std::vector<std::pair<MutableDictionary, Plain>> live;
-    std::vector<std::pair<Dictionary, Plain>> copies(3, {base, {{{"a", 1}, {"b", 2}, {"c", 3}}}});
+    std::vector<std::pair<Dictionary, Plain>> copies(3, {base, {{"a0", 1}, {"a1", 2}, {"a2", 3}}});
     for (auto& [copy, plain] : copies) live.emplace_back(MutableDictionary::copyOf(copy), plain);
-    for (int step = 0; step < 300; ++step) {
-      SCOPED_TRACE("seed " + std::to_string(seed) + ", step " + std::to_string(step));
+    for (unsigned step = 0; step < 6000; ++step) {
+      SCOPED_TRACE(std::to_string(keys) + " keys, step " + std::to_string(step));
       auto& [dictionary, plain] = live[random() % live.size()];
-      const std::string key(1, static_cast<char>('a' + random() % 5));
+      auto& [copy, copied] = copies[random() % copies.size()];
+      const std::string key = "a" + std::to_string(random() % keys);
       const auto known =
           std::find_if(plain.begin(), plain.end(), [&](auto& entry) { return entry.first == key; });
-      switch (random() % 4) {
-        case 0:
-          dictionary.set(key, step);
-          (known == plain.end() ? plain.emplace_back(key, 0) : *known).second = step;
-          break;
-        case 1:
-          dictionary.set(key, Value());
-          if (known != plain.end()) plain.erase(known);
-          break;
-        case 2: {
-          auto& [copy, copied] = copies[random() % copies.size()];
-          copy = dictionary.deepCopy();
-          copied = plain;
-          dictionary.remove("absent");
-          ASSERT_TRUE(dictionary.sharesContentsWith(copy));
-          break;
-        }
-        default: {
-          const auto& [copy, copied] = copies[random() % copies.size()];
-          live[random() % live.size()] = {MutableDictionary::copyOf(copy), copied};
-        }
+      ASSERT_EQ(dictionary.contains(key), known != plain.end());
+      const auto operation = random() % (4 * keys);
+      if (operation == 0) {
+        copy = dictionary.deepCopy();
+        copied = plain;
+        dictionary.remove("absent");
+        ASSERT_TRUE(dictionary.sharesContentsWith(copy));
+      } else if (operation == 1) {
+        live[random() % live.size()] = {MutableDictionary::copyOf(copy), copied};
+      } else if (random() % 3 == 0 ? step % 1000 < 500 : step % 1000 >= 500) {
+        dictionary.set(key, Value());
+        if (known != plain.end()) plain.erase(known);
+      } else {
+        dictionary.set(key, step);
+        (known == plain.end() ? plain.emplace_back(key, 0) : *known).second = static_cast<int>(step);
       }
-      for (const auto& [changed, expected] : live) ASSERT_EQ(describe(changed), expected.text());
-      for (const auto& [copy, expected] : copies) ASSERT_EQ(describe(copy), expected.text());
+      if (step % keys != 0) continue;
+      for (const auto& [changed, expected] : live) ASSERT_EQ(entriesOf(changed), expected);
+      for (const auto& [kept, expected] : copies) ASSERT_EQ(entriesOf(kept), expected);
     }
   }
 }
@@ -207,8 +202,7 @@ TEST(MutableDictionary, ChangesEndAWalk) {
 }
 
 TEST(TextTable, HasASeedAndXmlIsReadWhereTheSystemGivesNoRandomNumbers) {
-  const pid_t process = fork();
-  if (process == 0) {
+  const auto isRefused = [] {
     // Neither from the call nor from a file: not one can be opened any more.
     const rlimit noFiles{0, 0};
     sock_filter refusing[] = {
@@ -218,46 +212,55 @@ TEST(TextTable, HasASeedAndXmlIsReadWhereTheSystemGivesNoRandomNumbers) {
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
     };
     const sock_fprog program{std::size(refusing), refusing};
-    const bool isRefused = setrlimit(RLIMIT_NOFILE, &noFiles) == 0 &&
-                           prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-                           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
-    if (!isRefused) _exit(77);
-    _exit(drawSeed() != drawSeed() && parse("<plist><true/></plist>") ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(process, &status, 0), process);
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << "the system has no filters for calls";
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "ended with status " << status;
+    return setrlimit(RLIMIT_NOFILE, &noFiles) == 0 && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+  };
+  if (!endsWell(startProcess(isRefused))) GTEST_SKIP() << "the system has no filters for calls";
+  EXPECT_TRUE(endsWell(startProcess(
+      [&] { return isRefused() && drawSeed() != drawSeed() && parse("<plist><true/></plist>"); })));
   EXPECT_NE(drawSeed(), drawSeed());
 }
 
-TEST(OrderedMap, BehavesLikeAPlainList) {
-  for (const unsigned keys : {5U, 17U, 40U, 400U}) {
-    std::mt19937 random(keys);
-    OrderedMap<int> map;
-    std::vector<std::pair<std::string, int>> plain;
-    for (int step = 0; step < 6000; ++step) {
-      SCOPED_TRACE(std::to_string(keys) + " keys, step " + std::to_string(step));
-      const std::string key = "key" + std::to_string(random() % keys);
-      const auto known =
-          std::find_if(plain.begin(), plain.end(), [&](auto& entry) { return entry.first == key; });
-      const bool isKnown = known != plain.end();
-      ASSERT_EQ(map.find(key) != nullptr, isKnown);
-      const bool isGrowing = step % 1000 < 500;
-      if (random() % 3 == 0 ? isGrowing : !isGrowing) {
-        ASSERT_EQ(map.erase(key), isKnown);
-        if (isKnown) plain.erase(known);
-      } else {
-        map.set(key, step);
-        (isKnown ? *known : plain.emplace_back(key, 0)).second = step;
-      }
-      if (random() % 500 == 0) map.reserve(random() % 100);
-      ASSERT_EQ(map.size(), plain.size());
-      if (step % 97 != 0) continue;
-      std::vector<std::pair<std::string, int>> entries;
-      for (const auto& [stored, value] : map) entries.emplace_back(stored.str(), value);
-      ASSERT_EQ(entries, plain);
-    }
+TEST(ValueDescription, IsOneLineOfBoundedLengthWhateverTheValueRefersTo) {
+  const std::byte twenty[20] = {std::byte{0xAB}};
+  const std::pair<Value, const char*> cases[] = {
+      {Value(), "(null)"},
+      {Date{0.25}, "2001-01-01T00:00:00.250Z"},
+      {Value::data(std::span(twenty).first(1)), "<1 byte ab>"},
+      {Value::data(twenty), "<20 bytes ab000000000000000000000000000000…>"},
+      {array("a\"\\\n", 1, false, Array(), Dictionary()), "[\"a\\\"\\\\\\n\", 1, false, [], {}]"},
+      {Dictionary({{"Key", "text"}, {"Two Words", 12}}), "{Key = \"text\"; \"Two Words\" = 12}"},
+  };
+  for (const auto& [value, text] : cases) EXPECT_EQ(describe(value), text);
+
+  MutableDictionary cycle;
+  cycle.set("again", array(cycle, cycle));
+  EXPECT_LE(describe(cycle).size(), limits::descriptionLength + 3);
+  cycle.remove("again");
+  Value tower = 1;
+  for (int i = 0; i < 60; ++i) tower = array(tower, tower);
+  EXPECT_LE(describe(tower).size(), limits::descriptionLength + 3);
+  std::string text(limits::descriptionLength - 1, 'x');
+  EXPECT_EQ(describe(text + "ää"), text + "…");
+}
+
+TEST(DateText, WritesAndReadsTheWholeCalendar) {
+  const std::pair<double, const char*> cases[] = {
+      {0, "2001-01-01T00:00:00Z"},
+      {-0.0004, "2001-01-01T00:00:00Z"},
+      {-0.5, "2000-12-31T23:59:59.500Z"},
+      {-63177062400, "-0001-01-01T00:00:00Z"},
+      {252423993600, "+10000-01-01T00:00:00Z"},
+      {INFINITY, "@inf"},
+  };
+  for (const auto& [seconds, text] : cases) {
+    EXPECT_EQ(rfc3339Text({seconds}), text) << seconds;
+    EXPECT_EQ(rfc3339Text(dateFromText(text).value()), text) << seconds;
+  }
+  for (const char* text : {"", "@1x", "2001-01-01T00:00:00", "2001-01-01T00:00:00Z ", "2001-1-01T00:00:00Z",
+                           "2001-04-31T00:00:00Z", "1900-02-29T00:00:00Z", "2001-01-01T00:60:00Z",
+                           "2001-01-01T00:00:00.Z", "20010-01-01T00:00:00Z"}) {
+    EXPECT_FALSE(dateFromText(text)) << text;
   }
 }
 
