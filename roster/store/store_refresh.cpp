@@ -90,6 +90,9 @@ void StoreRefresh::merge() {
     const Dictionary* base = nextBase_.find(storedIdentifier(account));
     if (base != nullptr && *base == account) account = *base;
     merged_.set(storedIdentifier(account), account);
+    for (const Value& element : storedChildren(account)) {
+      if (const String identifier = storedChildIdentifier(element)) mergedChildren_.set(identifier, true);
+    }
   }
   for (const Dictionary& account : unsettled.mine) {
     formerAccounts_.set(storedIdentifier(account), account);
@@ -213,15 +216,16 @@ void StoreRefresh::removeFormer() {
   }
 }
 
-/// The record that the account has in memory, wherever it stands there; nil when it has none.
+/// The record that the account has in memory, wherever it stands there; nil when it has none. An account and a
+/// child that are both there are two, though they share an identifier.
 AccountPtr StoreRefresh::takeRecord(const String& identifier, bool isChild) {
   const AccountPtr* account = formerRecords_.find(identifier);
   const AccountPtr* child =
       formerChildren_.contains(identifier) ? store_.indexes.childAccountsByID().find(identifier) : nullptr;
-  for (const AccountPtr* record : {isChild ? child : account, isChild ? account : child}) {
-    if (record != nullptr && used_.insert(record->get()).second) return *record;
-  }
-  return nullptr;
+  const bool areTwo = merged_.contains(identifier) && mergedChildren_.contains(identifier);
+  const AccountPtr* record = isChild ? child : account;
+  if (record == nullptr && !areTwo) record = isChild ? account : child;
+  return record != nullptr && used_.insert(record->get()).second ? *record : nullptr;
 }
 
 void StoreRefresh::hold(const AccountPtr& record, const Dictionary& former, const Dictionary& now,
