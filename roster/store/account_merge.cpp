@@ -77,8 +77,8 @@ class Dataclasses {
   TextSet set_;
 };
 
-/// Known dataclasses in their canonical order, then the others as they come; nil for none.
-Value inCanonicalOrder(const StringList& dataclasses) {
+/// Known dataclasses in their canonical order, then the others as they come.
+StringList inCanonicalOrder(const StringList& dataclasses) {
   const TextSet members(dataclasses.begin(), dataclasses.end());
   TextSet taken;
   StringList ordered;
@@ -88,7 +88,7 @@ Value inCanonicalOrder(const StringList& dataclasses) {
   const StringList& known = BasicAccount::allSupportedDataclasses();
   std::for_each(known.begin(), known.end(), take);
   std::for_each(dataclasses.begin(), dataclasses.end(), take);
-  return ordered.empty() ? Value() : arrayValue(ordered);
+  return ordered;
 }
 
 /// Where one side left the set as it was, the other side's list stays as it is written.
@@ -109,7 +109,9 @@ Value mergeDataclasses(const Value& mine, const Value& base, const Value& theirs
   for (const std::string& dataclass : here.list()) {
     if (!before.has(dataclass)) merged.push_back(dataclass);
   }
-  return inCanonicalOrder(merged);
+  // Where an absent list means everything, an empty one has to stay.
+  if (merged.empty() && absent == Absent::nothing) return {};
+  return arrayValue(inCanonicalOrder(merged));
 }
 
 Value mergeProperty(std::string_view key, const AccountVersions& versions) {

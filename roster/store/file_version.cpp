@@ -68,7 +68,8 @@ FileVersion fileVersion(const Array& accounts, const RuntimeFixers& fixers,
     if (account && isUsable(account, fixers)) {
       if (isNameless) version.nameless.push_back({account->identifier(), *stored});
       version.accounts.push_back(SavedProperties::of(*account).deepCopy());
-    } else if (!element.isNil() && element.fault() == Fault::none) {
+    } else if (element.isDictionary() && element.fault() == Fault::none) {
+      // Carrying on what makes the file a damaged one would have every sync write it again.
       version.carried.push_back({version.accounts.size(), element});
     }
   }

@@ -146,6 +146,7 @@ class Merge {
   void appendChildren(const String& parentID, const Dictionary& parent, Side side, bool areOthersTaken,
                       std::vector<Value>& children) const;
   AccountList nextBase() const;
+  Dictionary withLastChildren(const String& identifier, const Dictionary& account) const;
 
   /// The account that a child with the identifier is: where an account has it too, another one.
   const Account* child(const String& identifier) const {
@@ -306,10 +307,25 @@ AccountList Merge::nextBase() const {
   for (const auto& entry : theirs_.top()) {
     const std::vector<Value>* kept = keptChildren.find(entry.key);
     const Dictionary base = topLevelProperties(accounts_.find(entry.key)->base);
-    accounts.push_back(nextBaseOf(base, entry.value.properties, kept ? *kept : std::vector<Value>()));
+    accounts.push_back(nextBaseOf(base, withLastChildren(entry.key, entry.value.properties),
+                                  kept ? *kept : std::vector<Value>()));
   }
   accounts.insert(accounts.end(), keptAccounts.begin(), keptAccounts.end());
   return accounts;
+}
+
+/// Theirs as memory will have it: of children with one identifier only the last is left.
+Dictionary Merge::withLastChildren(const String& identifier, const Dictionary& account) const {
+  std::vector<Value> children;
+  std::size_t position = 0;
+  for (const Value& element : storedChildren(account)) {
+    const String childID = storedChildIdentifier(element);
+    const Place* last = childID ? child(childID)->theirs : nullptr;
+    if (last == nullptr || (last->parentID == identifier && last->position == position))
+      children.push_back(element);
+    ++position;
+  }
+  return children.size() == position ? account : withChildren(account, Array(std::move(children)));
 }
 
 }  // namespace

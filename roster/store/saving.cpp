@@ -40,14 +40,15 @@ Result<> requireRead(const std::optional<Error>& damage, const std::string& mean
 /// A registry that could not be read may hold accounts that the store does not know of: it is never
 /// overwritten.
 Result<> writeRegistry(const SettingsFile& file, std::vector<Value> accounts,
-                       const std::optional<Error>& damage, const std::optional<FileStamp>& expected) {
+                       const std::optional<Error>& damage, const std::optional<FileStamp>& expected,
+                       std::optional<FileStamp>& written) {
   const Result<std::string> bytes = registryBytes(std::move(accounts));
   if (!bytes) {
     systemLog("Failed to serialize account settings data: %@", bytes.error().message);
     return Error(bytes.error().code,
                  "could not serialize the accounts for " + file.path() + ": " + bytes.error().message);
   }
-  Result<> replaced = file.replace(*bytes, damage, expected);
+  Result<> replaced = file.replace(*bytes, damage, expected, &written);
   if (!replaced && !isChangedMeanwhile(replaced.error())) systemLog("%@", replaced.error().message);
   return replaced;
 }
@@ -69,7 +70,6 @@ void AccountsManager::saveAllAccounts() {
     for (const AccountPtr& account : accounts) {
       account->setOriginalProperties(SavedProperties::of(*account));
     }
-    _state->takeBase();
   } else {
     systemLog("Failed to save accounts to filesystem.");
   }
@@ -118,7 +118,12 @@ Result<> AccountsManager::mergeAndWriteOnce(const std::vector<AccountPtr>& accou
 
   std::vector<Value> merged = mergedAccounts(*this, accounts, *onDisk);
   onDisk.reset();
-  return writeRegistry(file, std::move(merged), damage, isLastAttempt ? std::nullopt : stamp);
+  std::optional<FileStamp> written;
+  const std::optional<FileStamp> expected = isLastAttempt ? std::nullopt : stamp;
+  Result<> replaced = writeRegistry(file, std::move(merged), damage, expected, written);
+  // From the moment at which the file is in its place, others go on from what it has, whatever fails then.
+  if (replaced || written) _state->takeBase();
+  return replaced;
 }
 
 const std::optional<Error>& AccountsManager::lastSaveError() const { return _state->lastSaveError; }

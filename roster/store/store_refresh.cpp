@@ -90,6 +90,9 @@ void StoreRefresh::merge() {
     const Dictionary* base = nextBase_.find(storedIdentifier(account));
     if (base != nullptr && *base == account) account = *base;
     merged_.set(storedIdentifier(account), account);
+    for (const Value& element : storedChildren(account)) {
+      if (const String identifier = storedChildIdentifier(element)) mergedChildren_.set(identifier, true);
+    }
   }
   for (const Dictionary& account : unsettled.mine) {
     formerAccounts_.set(storedIdentifier(account), account);
@@ -102,7 +105,8 @@ void StoreRefresh::merge() {
   makeTold(unsettled.base, unsettled.theirs);
 }
 
-/// Theirs in their order, then what only memory has.
+/// Theirs in their order, then what only memory has. Of several with one identifier the last counts, and so
+/// does its position: each list is gone through from behind.
 void StoreRefresh::arrange(const AccountList& merged) {
   OrderedMap<bool> placed;
   const auto place = [&](const String& identifier, std::size_t position) {
@@ -111,7 +115,7 @@ void StoreRefresh::arrange(const AccountList& merged) {
     outcomes_.push_back({nullptr, *account, position, false});
   };
   outcomes_.reserve(versions_.theirs.size());
-  for (std::size_t position = 0; position < versions_.theirs.size(); ++position) {
+  for (std::size_t position = versions_.theirs.size(); position-- > 0;) {
     const std::size_t inMine = unsettled_.inMine[position];
     if (inMine == nowhere || unsettled_.contains(versions_.theirs[position])) {
       place(storedIdentifier(versions_.theirs[position]), position);
@@ -119,12 +123,16 @@ void StoreRefresh::arrange(const AccountList& merged) {
       outcomes_.push_back({records_[inMine], versions_.mine[inMine], position, true});
     }
   }
-  for (std::size_t index = 0; index < versions_.mine.size(); ++index) {
+  std::reverse(outcomes_.begin(), outcomes_.end());
+  const auto countOfTheirs = static_cast<std::ptrdiff_t>(outcomes_.size());
+  for (std::size_t index = versions_.mine.size(); index-- > 0;) {
     const String identifier = storedIdentifier(versions_.mine[index]);
     if (identifier.isNil()) outcomes_.push_back({records_[index], versions_.mine[index], nowhere, true});
     place(identifier, nowhere);
-    if (unsettled_.contains(versions_.mine[index])) formerRecords_.set(identifier, records_[index]);
+    if (unsettled_.contains(versions_.mine[index]) && !formerRecords_.contains(identifier))
+      formerRecords_.append(identifier, records_[index]);
   }
+  std::reverse(outcomes_.begin() + countOfTheirs, outcomes_.end());
   for (const Dictionary& account : merged) place(storedIdentifier(account), nowhere);
 }
 
@@ -208,15 +216,16 @@ void StoreRefresh::removeFormer() {
   }
 }
 
-/// The record that the account has in memory, wherever it stands there; nil when it has none.
+/// The record that the account has in memory, wherever it stands there; nil when it has none. An account and a
+/// child that are both there are two, though they share an identifier.
 AccountPtr StoreRefresh::takeRecord(const String& identifier, bool isChild) {
   const AccountPtr* account = formerRecords_.find(identifier);
   const AccountPtr* child =
       formerChildren_.contains(identifier) ? store_.indexes.childAccountsByID().find(identifier) : nullptr;
-  for (const AccountPtr* record : {isChild ? child : account, isChild ? account : child}) {
-    if (record != nullptr && used_.insert(record->get()).second) return *record;
-  }
-  return nullptr;
+  const bool areTwo = merged_.contains(identifier) && mergedChildren_.contains(identifier);
+  const AccountPtr* record = isChild ? child : account;
+  if (record == nullptr && !areTwo) record = isChild ? account : child;
+  return record != nullptr && used_.insert(record->get()).second ? *record : nullptr;
 }
 
 void StoreRefresh::hold(const AccountPtr& record, const Dictionary& former, const Dictionary& now,
@@ -258,18 +267,18 @@ void StoreRefresh::makeTold(const AccountList& base, const AccountList& theirs) 
 }
 
 void StoreRefresh::findChanges() {
-  for (const auto& entry : formerAccounts_) {
-    if (!merged_.contains(entry.key)) changes_.push_back({RSAccountChangeTypeRemoved, entry.value, {}});
-  }
   std::vector<AccountChange> modified;
-  for (const Outcome& outcome : outcomes_) {
-    if (outcome.isSettled) continue;
-    const Dictionary* former = formerAccounts_.find(storedIdentifier(outcome.properties));
-    if (former == nullptr) {
-      changes_.push_back({RSAccountChangeTypeAdded, {}, outcome.properties});
-    } else if (!(*former == outcome.properties)) {
-      modified.push_back({RSAccountChangeTypeModified, *former, outcome.properties});
+  for (const auto& entry : formerAccounts_) {
+    const Dictionary* now = merged_.find(entry.key);
+    if (now == nullptr) {
+      changes_.push_back({RSAccountChangeTypeRemoved, entry.value, {}});
+    } else if (!(entry.value == *now)) {
+      modified.push_back({RSAccountChangeTypeModified, entry.value, *now});
     }
+  }
+  for (const Outcome& outcome : outcomes_) {
+    if (!outcome.isSettled && !formerAccounts_.contains(storedIdentifier(outcome.properties)))
+      changes_.push_back({RSAccountChangeTypeAdded, {}, outcome.properties});
   }
   std::move(modified.begin(), modified.end(), std::back_inserter(changes_));
 }

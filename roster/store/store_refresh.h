@@ -73,6 +73,8 @@ class StoreRefresh {
   OrderedMap<Dictionary> formerChildren_;
   /// The top-level ones among them as they become.
   OrderedMap<Dictionary> merged_;
+  /// Their children.
+  OrderedMap<bool> mergedChildren_;
   std::unordered_set<const BasicAccount*> used_;
   std::vector<RecordContents> contents_;
   std::vector<std::pair<AccountPtr, AccountPtr>> parents_;
