@@ -1,22 +1,21 @@
 #include "roster/platform/device.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <regex>
 #include <set>
 #include <thread>
 
 #include "roster/value/value_description.h"
-#include "tests/support/temporary_device.h"
+#include "tests/store/store_test.h"
 
 namespace roster::testing {
 namespace {
 
 constexpr const char* restrictionsFile = "etc/roster/restrictions.plist";
 
-TEST(DeviceRoot, IsAbsoluteWithoutSlashesAtTheEndAsIsTheHome) {
-  TemporaryDevice device;
+class Device : public StoreTest {};
+
+TEST_F(Device, RootIsAbsoluteWithoutSlashesAtTheEndAsIsTheHome) {
   const std::string here = std::filesystem::current_path();
   const std::pair<std::optional<std::string>, std::string> cases[] = {
       {std::nullopt, ""}, {"", ""}, {"/", ""}, {"///", ""}, {"/a/b//", "/a/b"}, {"c/d/", here + "/c/d"},
@@ -31,8 +30,7 @@ TEST(DeviceRoot, IsAbsoluteWithoutSlashesAtTheEndAsIsTheHome) {
   EXPECT_TRUE(homeDirectory().starts_with('/')) << homeDirectory() << " is from the user database";
 }
 
-TEST(DeviceInformation, PrefersTheDevicesDescriptionToTheKernelAndTheChassisWhichAShellCouldRead) {
-  const TemporaryDevice device;
+TEST_F(Device, InformationPrefersTheDevicesDescriptionToTheKernelAndTheChassisWhichAShellCouldRead) {
   const std::pair<std::string, String> cases[] = {
       {"CHASSIS=\"big tablet\"  # by hand\r\n", "big tablet"},
       {"  CHASSIS = 'a \"b\" # c' \n", "a \"b\" # c"},
@@ -54,9 +52,7 @@ TEST(DeviceInformation, PrefersTheDevicesDescriptionToTheKernelAndTheChassisWhic
   EXPECT_TRUE(deviceInformation("Weight").isNil());
 }
 
-TEST(Restriction, FollowsTheFileThroughEveryChange) {
-  const TemporaryDevice device;
-  CapturedLog log;
+TEST_F(Device, RestrictionFollowsTheFileThroughEveryChange) {
   // Of one size and within one tick of the file system's clock, so that only the contents tell them apart.
   const std::pair<Value, int> answers[] = {{2, 2}, {1, 1},     {7, 7},   {true, 1},
                                            {0, 0}, {false, 2}, {"2", 0}, {std::int64_t{1} << 40, 0}};
@@ -77,8 +73,7 @@ TEST(Restriction, FollowsTheFileThroughEveryChange) {
   }
 }
 
-TEST(Restriction, MayBeAskedFromManyThreadsWhileTheFileIsReplaced) {
-  const TemporaryDevice device;
+TEST_F(Device, RestrictionMayBeAskedFromManyThreadsWhileTheFileIsReplaced) {
   const std::string path = device.writePropertyList(restrictionsFile, Dictionary{{"PhotoStream", 1}});
   const auto ask = [](const std::stop_token& stop) {
     // Answers may not go back to what the file said before.
@@ -94,15 +89,14 @@ TEST(Restriction, MayBeAskedFromManyThreadsWhileTheFileIsReplaced) {
   }
 }
 
-TEST(Preference, OfTheRunningProgramGoesBeforeTheGlobalOne) {
-  const TemporaryDevice device;
+TEST_F(Device, PreferenceOfTheRunningProgramGoesBeforeTheGlobalOne) {
   const std::string program = std::filesystem::read_symlink("/proc/self/exe").filename();
-  const std::string folder = "home/user/Library/Preferences/";
+  const std::string preferences = "home/user/Library/Preferences/";
   EXPECT_TRUE(preference("Key").isNil());
-  device.writePropertyList(folder + "GlobalPreferences.plist",
+  device.writePropertyList(preferences + "GlobalPreferences.plist",
                            Dictionary{{"Key", "global"}, {"Other", true}});
   EXPECT_EQ(preference("Key"), "global");
-  device.writePropertyList(folder + program + ".plist", Dictionary{{"Key", 5}});
+  device.writePropertyList(preferences + program + ".plist", Dictionary{{"Key", 5}});
   EXPECT_EQ(preference("Key"), 5);
   EXPECT_EQ(preference("Other"), true);
   EXPECT_EQ(preferenceOfDomain("Key", "GlobalPreferences"), "global");
@@ -110,7 +104,7 @@ TEST(Preference, OfTheRunningProgramGoesBeforeTheGlobalOne) {
     EXPECT_TRUE(preferenceOfDomain("Key", domain).isNil()) << domain;
 }
 
-TEST(Uuid, IsARandomOneInUpperCase) {
+TEST_F(Device, UuidIsARandomOneInUpperCase) {
   const std::regex canonical("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
   std::set<std::string> drawn;
   for (int i = 0; i < 200; ++i) drawn.insert(createUuidText().value_or(""));

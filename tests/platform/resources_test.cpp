@@ -1,24 +1,17 @@
 #include "roster/platform/resources.h"
 
-#include <gtest/gtest.h>
-
-#include <tuple>
-
-#include "tests/support/temporary_device.h"
+#include "tests/store/store_test.h"
 
 namespace roster::testing {
 namespace {
 
-class Resources : public ::testing::Test {
+class Resources : public StoreTest {
  protected:
   Resources() { device.setEnvironment("ROSTER_RESOURCES", device.path("resources")); }
 
   void writeTable(const std::string& language, const Value& table) const {
     device.writePropertyList("resources/strings/" + language + "/Words.plist", table);
   }
-
-  TemporaryDevice device;
-  CapturedLog log;
 };
 
 TEST_F(Resources, SpeakTheUsersLanguageAndElseEnglish) {
