@@ -80,7 +80,7 @@ int runScreen(int input, int output) {
       std::cerr << done.error().message << '\n';
     if (ready[1].revents == 0) continue;
     const std::string line = readLine(input);
-    if (line.empty()) return 0;
+    if (line.empty() || line == "close") return 0;
     if (line == "show") {
       writeLine(output, list(*store));
     } else {
@@ -96,7 +96,6 @@ Screen openScreen() {
   if (pipe(input) != 0 || pipe(output) != 0) return {};
   const pid_t process = fork();
   if (process == 0) {
-    close(input[1]);
     _exit(runScreen(input[0], output[1]));
   }
   close(input[0]);
@@ -127,7 +126,7 @@ int main() {
               << "\n  right shows" << onRight << '\n';
   }
   for (const Screen& screen : {left, right}) {
-    close(screen.input);
+    writeLine(screen.input, "close");
     waitpid(screen.process, nullptr, 0);
   }
   return areSame ? 0 : 1;

@@ -84,9 +84,13 @@ void Session::save(const AccountPtr& changed) {
   if (changed) requireLoadable(*changed);
   // The user has asked for the change. A registry that is damaged is kept, and the library says where.
   const SyncResult result = store_->sync(std::chrono::seconds(0), {.replacesDamagedRegistry = true});
-  if (!result.error) return;
-  if (!result.isWritten) throw CommandError("could not save the registry", result.error->message);
-  warn("the change is saved, but not everything else could be done", result.error->message);
+  if (result.error && !result.isWritten)
+    throw CommandError("could not save the registry", result.error->message);
+  if (!result.damagedCopy.empty())
+    warn("not everything in the registry could be used, and what could not is gone from it; it is kept as " +
+             result.damagedCopy,
+         store_->loadError() ? store_->loadError()->message : "it was damaged meanwhile");
+  if (result.error) warn("the change is saved, but " + result.error->message);
 }
 
 std::string shortName(std::string_view dataclass) {

@@ -65,6 +65,8 @@ std::string emphasised(const std::string& text) {
   return isColourful() && !text.empty() ? "\033[1m" + text + "\033[0m" : text;
 }
 
+void warn(std::string_view what) { std::cerr << "rosterctl: warning: " << singleLine(what) << '\n'; }
+
 void warn(std::string_view what, std::string_view why) {
   std::cerr << "rosterctl: warning: " << singleLine(what) << ": " << singleLine(why) << '\n';
 }

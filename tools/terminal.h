@@ -21,6 +21,7 @@ bool isUtf8(std::string_view text);
 std::string emphasised(const std::string& text);
 
 /// Says on the standard error what the user should know although the command goes on.
+void warn(std::string_view what);
 void warn(std::string_view what, std::string_view why);
 
 /// Says on the standard error what the user may want to know.

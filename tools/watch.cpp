@@ -151,9 +151,11 @@ class ReadingReport {
 void printChanges(const Options& options, const StopSignals& stop) {
   const Result<std::unique_ptr<RegistryWatch>> watch = RegistryWatch::watch();
   if (!watch) throw CommandError(watch.error().message);
-  if (options.isVerbose) note("watching " + AccountsManager::fullPathToRosterPlist());
   ChangePrinter printer(options.isJson);
   ReadingReport report;
+  // A registry that cannot be read is to be known from the start.
+  report.tell((*watch)->dispatch({}));
+  if (options.isVerbose) note("watching " + AccountsManager::fullPathToRosterPlist());
   for (bool isAtEnd = false; !isAtEnd;) {
     isAtEnd = waitForEventsOrEnd(**watch, stop);
     report.tell((*watch)->dispatch([&printer](const AccountChange& change) { printer.print(change); }));

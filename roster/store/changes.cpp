@@ -200,8 +200,9 @@ void AccountsManager::replaceAccountsWithTypesWithAccounts(const TypeSet& types,
   replacement.finish();
 }
 
-void AccountsManager::updateChildAccount(const AccountPtr& child) {
-  requireRecord(child);
+void AccountsManager::updateChildAccount(const AccountPtr& changedChild) {
+  const auto kept = shared_from_this();
+  const AccountPtr child = required(changedChild);
   const String identifier = child->identifier();
   AccountIndexes& indexes = _state->indexes;
   const String parentID = identifier ? indexes.parentIDOfChild(identifier) : String();

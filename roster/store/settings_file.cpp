@@ -107,8 +107,8 @@ Registry SettingsFile::contentOf(const Result<Value>& file) const {
 }
 
 Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Error>& damage,
-                               const std::optional<FileStamp>& expected,
-                               std::optional<FileStamp>* written) const {
+                               const std::optional<FileStamp>& expected, std::optional<FileStamp>* written,
+                               std::string* copyPath) const {
   const DamagedCopies copies(path_);
   std::optional<DamagedCopies::Copy> copy;
   if (damage && fileExists(path_)) {
@@ -128,6 +128,7 @@ Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Err
   }
   Result<> replaced = replaceFile(path_, std::as_bytes(std::span(bytes)), terms, written);
   if (copy) copies.settle(*copy, bool(replaced), damage->message);
+  if (copy && replaced && copyPath != nullptr) *copyPath = copy->path;
   return replaced;
 }
 

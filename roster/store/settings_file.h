@@ -55,10 +55,11 @@ class SettingsFile {
   ///
   /// A file that is expected in a state and is in another one is not replaced: `isChangedMeanwhile` holds for
   /// the error. `written` is set once the new file is in place, even if syncing its folder fails then, to the
-  /// stamp with which it is read again unless somebody changes it.
+  /// stamp with which it is read again unless somebody changes it. `copy` is set to where a damaged file is
+  /// kept, once it has been replaced.
   Result<> replace(const std::string& bytes, const std::optional<Error>& damage,
-                   const std::optional<FileStamp>& expected = {},
-                   std::optional<FileStamp>* written = nullptr) const;
+                   const std::optional<FileStamp>& expected = {}, std::optional<FileStamp>* written = nullptr,
+                   std::string* copy = nullptr) const;
 
  private:
   Registry contentOf(const Result<Value>& file) const;

@@ -74,7 +74,7 @@ Result<> refreshAndWrite(const SettingsFile& file, StoreState& store, const Sync
   if (!isToBeWritten) return {};
   if (!bytes) return errorOfWriting(file, bytes.error());
   std::optional<FileStamp> written;
-  Result<> replaced = file.replace(*bytes, read->damage, read->stamp, &written);
+  Result<> replaced = file.replace(*bytes, read->damage, read->stamp, &written, &result.damagedCopy);
   // From the moment at which the file is in its place, others have what this program has changed.
   if (replaced || written) {
     result.isWritten = true;
@@ -126,9 +126,8 @@ std::optional<Error> AccountsManager::announceAfterSync(std::optional<Error> err
   try {
     _state->announceChangesSinceSnapshot();
   } catch (const std::exception& exception) {
-    error = Error(
-        std::errc::invalid_argument,
-        std::string("the registry is saved, but not every notifier could be told: ") + exception.what());
+    error = Error(std::errc::invalid_argument,
+                  std::string("not every notifier could be told: ") + exception.what());
   }
   _state->takeSnapshot();
   return error;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "roster/base/export.h"
@@ -18,6 +19,9 @@ struct ROSTER_EXPORT SyncResult {
   std::optional<Error> error{};
   /// Whether the registry was written. It is not when memory and the file were the same already.
   bool isWritten = false;
+  /// Where the registry is kept that was replaced although not all of it could be read; empty when there was
+  /// no such one.
+  std::string damagedCopy{};
 };
 
 /// What a sync may do beside the usual. An addition.

@@ -88,7 +88,7 @@ class WatchTest(ChangedDevice):
             short = ", ".join(name.removeprefix("com.nimbal.Dataclass.") for name in names) or "-"
             self.assertEqual(human.line(), f"{word:8}  A  Exchange  Wörk\\n  {short}\n", command)
             self.assertEqual(json.loads(machine.line()), {
-                "change": word, "identifier": "A", "type": "Exchange", "displayName": "Wörk\n", "dataclasses": names},
+                "change": word, "identifier": "A", "type": "Exchange", "displayName": "Wörk\n", "dataclasses": names, "children": []},
                 command)
         identifier = self.out("add", "CalDAV", "CalDAVAccount").strip()
         self.assertEqual(human.line(), f"added     {identifier}  CalDAV    -       -\n")
