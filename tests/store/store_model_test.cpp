@@ -9,8 +9,6 @@
 namespace roster::testing {
 namespace {
 
-constexpr unsigned sequences = 10'000;
-
 const std::string enabledKey = "Enabled Dataclasses";
 const std::string childrenKey = "ChildAccounts";
 /// What is drawn; accounts mostly have the first identifiers, children the last.
@@ -330,7 +328,7 @@ class StoreModelTest : public StoreTest {};
 TEST_F(StoreModelTest, DoesWhatThePlainModelDoes) {
   const char* chosen = std::getenv("ROSTER_MODEL_SEED");  // NOLINT(concurrency-mt-unsafe): one thread
   const unsigned first = chosen == nullptr ? 1 : static_cast<unsigned>(std::stoul(chosen));
-  for (unsigned seed = first; seed < first + (chosen == nullptr ? sequences : 1); ++seed) {
+  for (unsigned seed = first; seed < first + (chosen == nullptr ? ROSTER_TEST_SEQUENCES : 1); ++seed) {
     log.clear();
     std::mt19937 lots(seed);
     std::vector<unsigned> steps(4 + lots() % 24);
