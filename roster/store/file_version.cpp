@@ -14,11 +14,14 @@ namespace roster {
 
 namespace {
 
-/// Hands out the identifiers that nameless accounts are known by, each once, by equal contents.
+/// Hands out the identifiers that nameless accounts are known by, each once, by equal contents; equal
+/// accounts in their order, so that they stay in it.
 class KnownIdentifiers {
  public:
   explicit KnownIdentifiers(const std::vector<NamelessAccount>& known) {
-    for (const NamelessAccount& account : known) byContents_[contentsKey(account.stored)].push_back(&account);
+    for (std::size_t index = known.size(); index-- > 0;) {
+      byContents_[contentsKey(known[index].stored)].push_back(&known[index]);
+    }
   }
 
   String take(const Dictionary& stored) {

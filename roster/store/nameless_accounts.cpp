@@ -70,13 +70,14 @@ void rename(const AccountPtr& record, const Dictionary& names, StoreState& store
 }
 
 /// The accounts of the file that neither this store knows nor the file leaves without a name, by what they
-/// would be without one.
+/// would be without one; equal ones from behind.
 std::map<std::string, std::vector<Dictionary>> newlyNamed(const StoreState& store, const FileVersion& file) {
   std::set<std::string, std::less<>> known;
   for (const NamelessAccount& account : file.nameless) known.insert(account.identifier.str());
   for (const Dictionary& account : store.base) known.insert(storedIdentifier(account).str());
   std::map<std::string, std::vector<Dictionary>> accounts;
-  for (const Dictionary& account : file.accounts) {
+  for (std::size_t index = file.accounts.size(); index-- > 0;) {
+    const Dictionary& account = file.accounts[index];
     if (!known.contains(storedIdentifier(account).view()))
       accounts[contentsKey(withoutNames(account))].push_back(account);
   }
@@ -88,7 +89,8 @@ std::map<std::string, std::vector<Dictionary>> newlyNamed(const StoreState& stor
 void nameAccounts(StoreState& store) {
   if (store.isEveryAccountNamed()) return;
   Positions inBase;
-  for (std::size_t index = 0; index < store.base.size(); ++index) {
+  // From behind: equal accounts are taken from the back, and so in their order.
+  for (std::size_t index = store.base.size(); index-- > 0;) {
     const Dictionary& account = store.base[index];
     if (storedIdentifier(account).isNil()) inBase[contentsKey(account)].push_back(index);
   }

@@ -249,9 +249,8 @@ Dictionary Merge::assembled(const String& identifier, const Account& account) co
   const AccountVersions versions{propertiesOf(account.mine), propertiesOf(account.base),
                                  propertiesOf(account.theirs)};
   const Dictionary merged = account.theirs == nullptr ? versions.mine : mergeAccount(versions);
-  const Value children =
-      account.parentID.isNil() ? assembledChildren(identifier, account) : mergeChildrenWhole(versions);
-  return withChildren(merged, children);
+  if (account.parentID.isNil()) return withChildren(merged, assembledChildren(identifier, account));
+  return account.theirs == nullptr ? merged : withChildren(merged, mergeChildrenWhole(versions));
 }
 
 Value Merge::assembledChildren(const String& identifier, const Account& account) const {

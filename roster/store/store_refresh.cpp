@@ -217,12 +217,13 @@ void StoreRefresh::removeFormer() {
 }
 
 /// The record that the account has in memory, wherever it stands there; nil when it has none. An account and
-/// a child that are both there are two, though they share an identifier.
+/// a child that are there at once, before or after, are two, though they share an identifier.
 AccountPtr StoreRefresh::takeRecord(const String& identifier, bool isChild) {
   const AccountPtr* account = formerRecords_.find(identifier);
   const AccountPtr* child =
       formerChildren_.contains(identifier) ? store_.indexes.childAccountsByID().find(identifier) : nullptr;
-  const bool areTwo = merged_.contains(identifier) && mergedChildren_.contains(identifier);
+  const bool areTwo = (merged_.contains(identifier) && mergedChildren_.contains(identifier)) ||
+                      (formerAccounts_.contains(identifier) && formerChildren_.contains(identifier));
   const AccountPtr* record = isChild ? child : account;
   if (record == nullptr && !areTwo) record = isChild ? account : child;
   return record != nullptr && used_.insert(record->get()).second ? *record : nullptr;
@@ -240,7 +241,8 @@ void StoreRefresh::makeChildren(const Outcome& parent) {
   for (const Value& element : storedChildren(parent.properties)) {
     const String identifier = storedChildIdentifier(element);
     const AccountPtr record = identifier ? takeRecord(identifier, true) : nullptr;
-    if (!record) {
+    // A record that became of a type that is not known here would be none after the next load.
+    if (!record || !BasicAccount::initWithProperties(*element.dictionary())) {
       indexes_.addChild(element, parent.record, parentID);
       continue;
     }
