@@ -1,6 +1,7 @@
 #include <roster/roster.h>
 #include <systemd/sd-event.h>
 
+#include <csignal>
 #include <iostream>
 
 /// Watches the registry from an sd-event loop, as a daemon does, and prints each change until it is
@@ -30,8 +31,14 @@ int main() {
     std::cerr << watch.error().message << '\n';
     return 1;
   }
+  sigset_t stop;
+  sigemptyset(&stop);
+  sigaddset(&stop, SIGINT);
+  sigprocmask(SIG_BLOCK, &stop, nullptr);
   sd_event* loop = nullptr;
   if (sd_event_default(&loop) < 0) return 1;
+  // Without a handler of ours, the signal ends the loop.
+  if (sd_event_add_signal(loop, nullptr, SIGINT, nullptr, nullptr) < 0) return 1;
   if (sd_event_add_io(loop, nullptr, (*watch)->descriptor(), EPOLLIN, printChanges, watch->get()) < 0)
     return 1;
   const int result = sd_event_loop(loop);

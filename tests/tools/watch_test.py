@@ -79,17 +79,19 @@ class WatchTest(ChangedDevice):
     def test_each_change_by_another_program_is_one_line(self):
         self.put_accounts("A", "B", DisplayName="Wörk\n", **{"Enabled Dataclasses": [NOTES, CONTACTS, MAIL, "Odd"]})
         human, machine = self.watch(), self.watch("--json")
-        for command, word, names in (
-                (("disable", "A", "Notes"), "modified", [NOTES]),
-                (("set", "A", "Port:=1"), "modified", [MAIL, CONTACTS, "Odd"]),
-                (("add", "SMTP", "SMTPAccount", "--parent", "A"), "modified", []),
-                (("delete", "A"), "removed", [MAIL, CONTACTS, "Odd"])):
-            self.run_tool(*command)
+        child = None
+        for command, word, names, of_child in (
+                (("disable", "A", "Notes"), "modified", [NOTES], None),
+                (("set", "A", "Port:=1"), "modified", [MAIL, CONTACTS, "Odd"], None),
+                (("add", "SMTP", "SMTPAccount", "--parent", "A"), "modified", [], "added"),
+                (("delete", "A"), "removed", [MAIL, CONTACTS, "Odd"], "removed")):
+            child = self.out(*command).strip() or child
             short = ", ".join(name.removeprefix("com.nimbal.Dataclass.") for name in names) or "-"
-            self.assertEqual(human.line(), f"{word:8}  A  Exchange  Wörk\\n  {short}\n", command)
+            self.assertEqual(human.line(), f"{word:8}  A  Exchange  Wörk\\n  {short}" +
+                             (f"  (child {child} added)\n" if of_child == "added" else "\n"), command)
             self.assertEqual(json.loads(machine.line()), {
-                "change": word, "identifier": "A", "type": "Exchange", "displayName": "Wörk\n", "dataclasses": names, "children": []},
-                command)
+                "change": word, "identifier": "A", "type": "Exchange", "displayName": "Wörk\n", "dataclasses": names,
+                "children": [{"change": of_child, "identifier": child}] if of_child else []}, command)
         identifier = self.out("add", "CalDAV", "CalDAVAccount").strip()
         self.assertEqual(human.line(), f"added     {identifier}  CalDAV    -       -\n")
         self.assertEqual(json.loads(machine.line())["displayName"], None)
