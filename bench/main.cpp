@@ -86,6 +86,45 @@ void saveTelling(std::size_t notifiers, benchmark::State& state) {
 void save(benchmark::State& state) { saveTelling(0, state); }
 void tellingSave(benchmark::State& state) { saveTelling(BenchPlugins::notifiers, state); }
 
+/// Between two refreshes another program changes one account.
+void refresh(benchmark::State& state) {
+  const GeneratedRegistry& registry = registryOf(static_cast<std::size_t>(state.range(0)));
+  const BenchDevice device(registry.bytes);
+  AccountsManager::_setShouldSkipNotifications(true);
+  const std::shared_ptr<AccountsManager> store = AccountsManager::init();
+  const std::shared_ptr<AccountsManager> other = AccountsManager::init();
+  std::size_t index = 0;
+  for (auto _ : state) {
+    index = (index + 1) % registry.identifiers.size();
+    const AccountPtr account = other->accountWithIdentifier(registry.identifiers[index]);
+    account->setAccountPropertyForKey("name " + std::to_string(index), "Refreshed");
+    other->saveAllAccounts();
+    std::optional<Result<std::vector<AccountChange>>> changes;
+    {
+      const IterationTimer timer(state);
+      changes = store->refresh();
+    }
+    if (!*changes || (*changes)->size() != 1) state.SkipWithError("the change was not brought in");
+  }
+  AccountsManager::_setShouldSkipNotifications(false);
+}
+
+/// Each sync writes one changed account.
+void sync(benchmark::State& state) {
+  const GeneratedRegistry& registry = registryOf(static_cast<std::size_t>(state.range(0)));
+  const BenchDevice device(registry.bytes);
+  AccountsManager::_setShouldSkipNotifications(true);
+  const std::shared_ptr<AccountsManager> store = AccountsManager::init();
+  const auto account = store->accountWithIdentifier(registry.identifiers[registry.identifiers.size() / 2]);
+  std::size_t count = 0;
+  for (auto _ : state) {
+    account->setAccountPropertyForKey("name " + std::to_string(count++), kAccountDisplayName);
+    const IterationTimer timer(state);
+    if (!store->sync(std::chrono::seconds(1)).isWritten) state.SkipWithError("nothing was written");
+  }
+  AccountsManager::_setShouldSkipNotifications(false);
+}
+
 /// Look-ups in an order that no prefetcher predicts.
 std::size_t nextIndex(std::size_t index, std::size_t size) { return (index + 7919) % size; }
 
@@ -171,6 +210,8 @@ void registerAll() {
     const benchmark::IterationCount saves = accounts <= 1'000 ? 40 : accounts <= 10'000 ? 10 : 2;
     manual("durable write", durableWrite, accounts)->Iterations(saves);
     manual("save", save, accounts)->Iterations(saves);
+    manual("refresh", refresh, accounts)->Iterations(saves);
+    manual("sync", sync, accounts)->Iterations(saves);
     if (accounts == 1'000) manual("telling save", tellingSave, accounts)->Iterations(saves);
     benchmark::RegisterBenchmark("hash look-up", hashLookUp)->Arg(accounts);
     benchmark::RegisterBenchmark("accountWithIdentifier", accountWithIdentifier)->Arg(accounts);

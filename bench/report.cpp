@@ -83,6 +83,9 @@ bool printTable(const MedianReporter& medians, const std::map<std::size_t, doubl
   for (const std::size_t n : sizes) ratio("load / read fresh", "load", "read fresh", n, n >= 100 ? 5 : 0);
   for (const std::size_t n : sizes)
     ratio("save / durable write", "save", "durable write", n, n == 100 ? 1.75 : 0);
+  for (const std::size_t n : sizes) ratio("sync / durable write", "sync", "durable write", n, 0);
+  for (const std::size_t n : sizes)
+    ratio("refresh, one changed / load", "refresh", "load", n, n >= 1'000 ? 1.5 : 0);
   for (const std::size_t n : sizes) {
     const double measured = medians.median("save", n);
     const double least = medians.median("durable write", n);

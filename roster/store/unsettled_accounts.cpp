@@ -1,6 +1,9 @@
 #include "roster/store/unsettled_accounts.h"
 
 #include <algorithm>
+#include <iterator>
+
+#include "roster/value/document_comparison.h"
 
 namespace roster {
 
@@ -61,6 +64,7 @@ class Comparison {
 
 void Comparison::compare() {
   const AccountList& theirs = versions_.theirs;
+  DocumentComparison comparison;
   Finder mine(versions_.mine);
   Finder base(versions_.base);
   std::vector<bool> isMineFound(versions_.mine.size());
@@ -73,7 +77,7 @@ void Comparison::compare() {
     const std::size_t inBase = identifier ? base.find(identifier) : nowhere;
     const bool isSettled = inMine != nowhere && inBase != nowhere &&
                            versions_.mine[inMine].sharesContentsWith(versions_.base[inBase]) &&
-                           theirs[position] == versions_.base[inBase];
+                           comparison.equal(versions_.base[inBase], theirs[position]);
     if (isSettled) {
       isMineFound[inMine] = isBaseFound[inBase] = true;
       found_.inMine[position] = inMine;

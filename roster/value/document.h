@@ -37,6 +37,7 @@ class Document final : public Node {
   Value find(std::uint32_t dictionary, std::string_view key) const;
 
  private:
+  friend class DocumentComparison;
   friend class Ref<const Document>;
   Document(Bytes file, const BinaryLayout& layout, CheckedObjects checked)
       : file_(std::move(file)), layout_(layout), checked_(std::move(checked)) {}
