@@ -105,6 +105,7 @@ struct Account {
   bool isChangedHere() const {
     return base == nullptr || isMovedHere() || !(mine->properties == base->properties);
   }
+  bool isOnBothSides() const { return mine != nullptr && theirs != nullptr; }
   bool isStaying() const {
     if (mine == nullptr) return theirs != nullptr && base == nullptr;
     return theirs != nullptr || isChangedHere();
@@ -136,6 +137,8 @@ class Merge {
   using Side = const Place* Account::*;
 
   void gatherAccounts();
+  template <class Call>
+  void forEachAccount(const Call& call);
   void decidePlaces();
   bool isLeftToItsParent(const Account& account) const;
   void append(const Version& version, Side side, AccountList& accounts) const;
@@ -192,27 +195,37 @@ bool Merge::isLeftToItsParent(const Account& account) const {
   return parent != nullptr && parent->theirs == nullptr && parent->isStaying();
 }
 
+template <class Call>
+void Merge::forEachAccount(const Call& call) {
+  for (OrderedMap<Account>* accounts : {&accounts_, &namesakes_}) {
+    for (std::size_t each = accounts->firstPosition(); each < accounts->endPosition();
+         each = accounts->nextPosition(each)) {
+      call(accounts->valueAt(each));
+    }
+  }
+}
+
 void Merge::decidePlaces() {
-  for (OrderedMap<Account>* accounts : {&accounts_, &namesakes_}) {
-    for (std::size_t each = accounts->firstPosition(); each < accounts->endPosition();
-         each = accounts->nextPosition(each)) {
-      Account& account = accounts->valueAt(each);
-      account.isThere = account.isStaying() || isLeftToItsParent(account);
-      if (account.isThere) account.parentID = account.place().parentID;
-    }
-  }
-  for (OrderedMap<Account>* accounts : {&accounts_, &namesakes_}) {
-    for (std::size_t each = accounts->firstPosition(); each < accounts->endPosition();
-         each = accounts->nextPosition(each)) {
-      Account& account = accounts->valueAt(each);
-      if (!account.isThere || account.parentID.isNil() || isTopLevel(account.parentID)) continue;
-      // Its parent is gone here, or has itself gone below another account.
-      const bool isOnBothSides = account.mine != nullptr && account.theirs != nullptr;
-      account.isThere = isOnBothSides;
-      account.parentID = isOnBothSides ? account.mine->parentID : String();
-      if (account.parentID && !isTopLevel(account.parentID)) account.parentID = String();
-    }
-  }
+  forEachAccount([this](Account& account) {
+    account.isThere = account.isStaying() || isLeftToItsParent(account);
+    if (account.isThere) account.parentID = account.place().parentID;
+  });
+  // Parents may be gone here, or have gone below another account themselves. Those that are at the top in
+  // memory go back to it first: then the parents are certain, in whatever order they are looked at.
+  const auto isLost = [this](const Account& account) {
+    return account.isThere && account.parentID && !isTopLevel(account.parentID);
+  };
+  forEachAccount([&](Account& account) {
+    if (isLost(account) && account.isOnBothSides() && account.mine->parentID.isNil())
+      account.parentID = String();
+  });
+  forEachAccount([&](Account& account) {
+    if (!isLost(account) || !account.isOnBothSides()) return;
+    account.parentID = isTopLevel(account.mine->parentID) ? account.mine->parentID : String();
+  });
+  forEachAccount([&](Account& account) {
+    if (isLost(account)) account.isThere = false;
+  });
 }
 
 /// Whether the place of an account in the result is this one of a side; each account has one such place.
