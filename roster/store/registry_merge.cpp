@@ -140,6 +140,7 @@ class Merge {
   template <class Call>
   void forEachAccount(const Call& call);
   void decidePlaces();
+  void sendBack();
   bool isLeftToItsParent(const Account& account) const;
   void append(const Version& version, Side side, AccountList& accounts) const;
   void appendStranded(AccountList& accounts) const;
@@ -155,6 +156,10 @@ class Merge {
   const Account* child(const String& identifier) const {
     const Account* namesake = namesakes_.find(identifier);
     return namesake != nullptr ? namesake : accounts_.find(identifier);
+  }
+  /// Whether it is to stand below an account that is not there, or is no top-level account.
+  bool isLost(const Account& account) const {
+    return account.isThere && account.parentID && !isTopLevel(account.parentID);
   }
   bool isTopLevel(const String& identifier) const {
     const Account* account = accounts_.find(identifier);
@@ -210,22 +215,36 @@ void Merge::decidePlaces() {
     account.isThere = account.isStaying() || isLeftToItsParent(account);
     if (account.isThere) account.parentID = account.place().parentID;
   });
-  // Parents may be gone here, or have gone below another account themselves. Those that are at the top in
-  // memory go back to it first: then the parents are certain, in whatever order they are looked at.
-  const auto isLost = [this](const Account& account) {
-    return account.isThere && account.parentID && !isTopLevel(account.parentID);
-  };
-  forEachAccount([&](Account& account) {
-    if (isLost(account) && account.isOnBothSides() && account.mine->parentID.isNil())
-      account.parentID = String();
-  });
-  forEachAccount([&](Account& account) {
-    if (!isLost(account) || !account.isOnBothSides()) return;
-    account.parentID = isTopLevel(account.mine->parentID) ? account.mine->parentID : String();
-  });
-  forEachAccount([&](Account& account) {
+  sendBack();
+  forEachAccount([this](Account& account) {
     if (isLost(account)) account.isThere = false;
   });
+}
+
+/// Parents may be gone here, or have gone below another account themselves. Whoever both sides have goes back
+/// then to where memory has it, or else to where the file has it. First those who go back to the top, which
+/// may be the parents of others: so it does not matter in which order they are looked at.
+void Merge::sendBack() {
+  forEachAccount([this](Account& account) {
+    if (isLost(account) && account.isOnBothSides() && account.mine->parentID.isNil()) account.parentID = {};
+  });
+  forEachAccount([this](Account& account) {
+    if (isLost(account) && account.isOnBothSides() && account.theirs->parentID.isNil() &&
+        !isTopLevel(account.mine->parentID))
+      account.parentID = {};
+  });
+  for (const bool areNamesakes : {false, true}) {
+    OrderedMap<Account>& accounts = areNamesakes ? namesakes_ : accounts_;
+    for (std::size_t each = accounts.firstPosition(); each < accounts.endPosition();
+         each = accounts.nextPosition(each)) {
+      Account& account = accounts.valueAt(each);
+      if (!isLost(account) || !account.isOnBothSides()) continue;
+      const bool hasPlaceHere = isTopLevel(account.mine->parentID);
+      account.parentID = hasPlaceHere ? account.mine->parentID : account.theirs->parentID;
+      // At the top there may be the account whose identifier it shares.
+      if (!areNamesakes && isLost(account)) account.parentID = {};
+    }
+  }
 }
 
 /// Whether the place of an account in the result is this one of a side; each account has one such place.
