@@ -151,10 +151,11 @@ void StoreRefresh::compareWithFile() {
   }
 }
 
+/// In the order of `arrange`: a base that stands for a file which cannot be read is an order too.
 void StoreRefresh::makeBase() {
   OrderedMap<bool> placed;
   base_.reserve(versions_.theirs.size());
-  for (std::size_t position = 0; position < versions_.theirs.size(); ++position) {
+  for (std::size_t position = versions_.theirs.size(); position-- > 0;) {
     const std::size_t inBase = unsettled_.inBase[position];
     if (inBase != nowhere && !unsettled_.contains(versions_.theirs[position])) {
       base_.push_back(versions_.base[inBase]);
@@ -164,6 +165,7 @@ void StoreRefresh::makeBase() {
     const Dictionary* account = identifier ? nextBase_.find(identifier) : nullptr;
     if (account != nullptr && placed.set(identifier, true)) base_.push_back(*account);
   }
+  std::reverse(base_.begin(), base_.end());
   for (const auto& entry : nextBase_) {
     if (placed.set(entry.key, true)) base_.push_back(entry.value);
   }
