@@ -53,6 +53,7 @@ void nameRecord(const AccountPtr& record, const String& identifier, StoreState& 
 void rename(const AccountPtr& record, const Dictionary& names, StoreState& store) {
   const String former = record->identifier();
   const String identifier = names.find(kAccountIdentifier).string();
+  const std::vector<AccountPtr> children = store.indexes.childrenOf(record);
   store.indexes.removeChildrenOf(former);
   store.indexes.removeTopLevel(former);
   MutableDictionary properties = record->properties();
@@ -60,7 +61,7 @@ void rename(const AccountPtr& record, const Dictionary& names, StoreState& store
     properties.set(key, names.find(key));
   }
   store.indexes.setTopLevel(identifier, record);
-  store.indexes.reloadChildrenOf(record);
+  for (const AccountPtr& child : children) store.indexes.enterChild(child, child->identifier(), identifier);
 }
 
 /// So does what the notifiers know of the account, which may be no record any more.
