@@ -18,7 +18,9 @@ struct ByID {
   explicit ByID(const AccountList& list) {
     for (const Dictionary& account : list) {
       if (const String identifier = storedIdentifier(account)) accounts.set(identifier, account);
-      for (const Value& element : storedChildren(account)) {
+    }
+    for (const auto& entry : accounts) {
+      for (const Value& element : storedChildren(entry.value)) {
         if (const String identifier = storedChildIdentifier(element))
           children.set(identifier, *element.dictionary());
       }
