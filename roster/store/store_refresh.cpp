@@ -178,16 +178,18 @@ void StoreRefresh::makeRecords() {
     if (outcome.isSettled) continue;
     const String identifier = storedIdentifier(outcome.properties);
     const bool wasTopLevel = formerRecords_.contains(identifier);
+    const Dictionary* base = outcome.position == nowhere ? nullptr : nextBase_.find(identifier);
     outcome.record = takeRecord(identifier, false);
     if (outcome.record) {
       const Dictionary* former =
           wasTopLevel ? formerAccounts_.find(identifier) : formerChildren_.find(identifier);
-      const Dictionary* base = outcome.position == nowhere ? nullptr : nextBase_.find(identifier);
       hold(outcome.record, *former, outcome.properties,
            base == nullptr ? outcome.record->originalProperties() : *base);
       parents_.emplace_back(outcome.record, nullptr);
     } else {
       outcome.record = BasicAccount::initWithProperties(outcome.properties);
+      // Among its children may be one that was changed here.
+      if (outcome.record && base != nullptr) outcome.record->setOriginalProperties(*base);
     }
     if (outcome.record && !wasTopLevel) indexes_.setTopLevel(identifier, outcome.record);
   }
