@@ -97,6 +97,7 @@ Value mergeDataclasses(const Value& mine, const Value& base, const Value& theirs
     return value.isArray() || (value.isNil() && absent == Absent::nothing);
   };
   if (!isList(mine) || !isList(base) || !isList(theirs)) return mergeWhole(mine, base, theirs);
+  if (theirs == base) return mine;
   const Dataclasses here(mine);
   const Dataclasses before(base);
   const Dataclasses there(theirs);

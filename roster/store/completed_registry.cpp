@@ -10,21 +10,26 @@ namespace roster {
 
 namespace {
 
-/// The account with this identifier, wherever it stands in a version.
-using ByID = OrderedMap<Dictionary>;
+/// The accounts and the children of one version. Of those with one identifier the last counts.
+struct ByID {
+  OrderedMap<Dictionary> accounts{};
+  OrderedMap<Dictionary> children{};
 
-void addWithChildren(const Dictionary& account, ByID& byID) {
-  if (const String identifier = storedIdentifier(account)) byID.set(identifier, account);
-  for (const Value& element : storedChildren(account)) {
-    if (const String identifier = storedChildIdentifier(element)) byID.set(identifier, *element.dictionary());
+  explicit ByID(const AccountList& list) {
+    for (const Dictionary& account : list) {
+      if (const String identifier = storedIdentifier(account)) accounts.set(identifier, account);
+    }
+    for (const auto& entry : accounts) {
+      for (const Value& element : storedChildren(entry.value)) {
+        if (const String identifier = storedChildIdentifier(element))
+          children.set(identifier, *element.dictionary());
+      }
+    }
   }
-}
-
-ByID byIdentifier(const AccountList& accounts) {
-  ByID byID;
-  for (const Dictionary& account : accounts) addWithChildren(account, byID);
-  return byID;
-}
+  bool hasBoth(const String& identifier) const {
+    return accounts.contains(identifier) && children.contains(identifier);
+  }
+};
 
 /// Both lists as one: of a list that is damaged too, nobody knows what it has lost.
 Value joined(const Array& theirs, const Array& base) {
@@ -55,20 +60,21 @@ MutableDictionary completedProperties(const Dictionary& base, const Dictionary& 
   return account;
 }
 
+enum class Kind { account, child };
+
 class Completion {
  public:
-  Completion(const AccountList& base, const AccountList& theirs)
-      : base_(byIdentifier(base)), theirs_(byIdentifier(theirs)) {}
+  Completion(const AccountList& base, const AccountList& theirs) : base_(base), theirs_(theirs) {}
 
   Dictionary completed(const Dictionary& theirs) const {
-    const String identifier = storedIdentifier(theirs);
-    const Dictionary* base = identifier ? base_.find(identifier) : nullptr;
-    MutableDictionary account = completedProperties(base ? *base : Dictionary(), theirs);
+    const Dictionary* known = find(base_, storedIdentifier(theirs), Kind::account);
+    const Dictionary base = known ? *known : Dictionary();
+    MutableDictionary account = completedProperties(base, theirs);
     std::vector<Value> children;
     for (const Value& element : storedChildren(theirs)) children.push_back(completedChild(element));
-    for (const Value& element : storedChildren(base ? *base : Dictionary())) {
+    for (const Value& element : storedChildren(base)) {
       const String childID = storedChildIdentifier(element);
-      if (childID && !theirs_.contains(childID)) children.push_back(element);
+      if (childID && !isInTheirs(childID, Kind::child)) children.push_back(element);
     }
     if (!children.empty()) account.set(kAccountChildAccounts, Array(std::move(children)));
     return account.deepCopy();
@@ -79,8 +85,7 @@ class Completion {
     std::vector<Value> children;
     bool isAnyGone = false;
     for (const Value& element : storedChildren(base)) {
-      const String childID = storedChildIdentifier(element);
-      const bool isGone = childID && theirs_.contains(childID);
+      const bool isGone = isInTheirs(storedChildIdentifier(element), Kind::child);
       isAnyGone |= isGone;
       if (!isGone) children.push_back(element);
     }
@@ -90,12 +95,22 @@ class Completion {
     return account.deepCopy();
   }
 
-  bool isInTheirs(const String& identifier) const { return theirs_.contains(identifier); }
+  bool isInTheirs(const String& identifier, Kind kind) const {
+    return find(theirs_, identifier, kind) != nullptr;
+  }
 
  private:
+  /// The account or the child with the identifier, wherever it stands; where a version has both, they are two.
+  const Dictionary* find(const ByID& version, const String& identifier, Kind kind) const {
+    if (identifier.isNil()) return nullptr;
+    const bool isAccount = kind == Kind::account;
+    const Dictionary* found = (isAccount ? version.accounts : version.children).find(identifier);
+    if (found != nullptr || base_.hasBoth(identifier) || theirs_.hasBoth(identifier)) return found;
+    return (isAccount ? version.children : version.accounts).find(identifier);
+  }
+
   Value completedChild(const Value& element) const {
-    const String identifier = storedChildIdentifier(element);
-    const Dictionary* base = identifier ? base_.find(identifier) : nullptr;
+    const Dictionary* base = find(base_, storedChildIdentifier(element), Kind::child);
     if (base == nullptr) return element;
     return Value(completedProperties(*base, *element.dictionary())).deepCopy();
   }
@@ -112,7 +127,8 @@ AccountList completed(const AccountList& base, const AccountList& theirs) {
   for (const Dictionary& account : theirs) accounts.push_back(completion.completed(account));
   for (const Dictionary& account : base) {
     const String identifier = storedIdentifier(account);
-    if (identifier && !completion.isInTheirs(identifier)) accounts.push_back(completion.remaining(account));
+    if (identifier && !completion.isInTheirs(identifier, Kind::account))
+      accounts.push_back(completion.remaining(account));
   }
   return accounts;
 }

@@ -49,10 +49,11 @@ void nameRecord(const AccountPtr& record, const String& identifier, StoreState& 
   store.indexes.reloadChildrenOf(record);
 }
 
-/// A record goes over to other names, as do its children's entries and what the notifiers know of it.
+/// A record goes over to other names, as do its children's entries.
 void rename(const AccountPtr& record, const Dictionary& names, StoreState& store) {
   const String former = record->identifier();
   const String identifier = names.find(kAccountIdentifier).string();
+  const std::vector<AccountPtr> children = store.indexes.childrenOf(record);
   store.indexes.removeChildrenOf(former);
   store.indexes.removeTopLevel(former);
   MutableDictionary properties = record->properties();
@@ -60,13 +61,17 @@ void rename(const AccountPtr& record, const Dictionary& names, StoreState& store
     properties.set(key, names.find(key));
   }
   store.indexes.setTopLevel(identifier, record);
-  store.indexes.reloadChildrenOf(record);
+  for (const AccountPtr& child : children) store.indexes.enterChild(child, child->identifier(), identifier);
+}
+
+/// So does what the notifiers know of the account, which may be no record any more.
+void renameTold(const String& former, const Dictionary& names, StoreState& store) {
   OrderedMap<Dictionary>& told = SnapshotProperties::of(store.snapshot).byID();
-  if (const Dictionary* known = told.find(former)) {
-    const Dictionary account = renamed(*known, names);
-    told.erase(former);
-    told.set(identifier, account);
-  }
+  const Dictionary* known = told.find(former);
+  if (known == nullptr) return;
+  const Dictionary account = renamed(*known, names);
+  told.erase(former);
+  told.set(storedIdentifier(account), account);
 }
 
 /// The accounts of the file that neither this store knows nor the file leaves without a name, by what they
@@ -128,6 +133,7 @@ void adoptNames(StoreState& store, const FileVersion& file) {
   for (const auto& entry : names) {
     const AccountPtr* record = store.indexes.topLevelAccountsByID().find(entry.key);
     if (record != nullptr) rename(AccountPtr(*record), entry.value, store);
+    renameTold(entry.key, entry.value, store);
   }
   for (Dictionary& account : store.base) {
     if (const Dictionary* name = names.find(storedIdentifier(account))) account = renamed(account, *name);

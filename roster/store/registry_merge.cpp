@@ -105,6 +105,7 @@ struct Account {
   bool isChangedHere() const {
     return base == nullptr || isMovedHere() || !(mine->properties == base->properties);
   }
+  bool isOnBothSides() const { return mine != nullptr && theirs != nullptr; }
   bool isStaying() const {
     if (mine == nullptr) return theirs != nullptr && base == nullptr;
     return theirs != nullptr || isChangedHere();
@@ -136,7 +137,10 @@ class Merge {
   using Side = const Place* Account::*;
 
   void gatherAccounts();
+  template <class Call>
+  void forEachAccount(const Call& call);
   void decidePlaces();
+  void sendBack();
   bool isLeftToItsParent(const Account& account) const;
   void append(const Version& version, Side side, AccountList& accounts) const;
   void appendStranded(AccountList& accounts) const;
@@ -152,6 +156,10 @@ class Merge {
   const Account* child(const String& identifier) const {
     const Account* namesake = namesakes_.find(identifier);
     return namesake != nullptr ? namesake : accounts_.find(identifier);
+  }
+  /// Whether it is to stand below an account that is not there, or is no top-level account.
+  bool isLost(const Account& account) const {
+    return account.isThere && account.parentID && !isTopLevel(account.parentID);
   }
   bool isTopLevel(const String& identifier) const {
     const Account* account = accounts_.find(identifier);
@@ -192,25 +200,49 @@ bool Merge::isLeftToItsParent(const Account& account) const {
   return parent != nullptr && parent->theirs == nullptr && parent->isStaying();
 }
 
-void Merge::decidePlaces() {
+template <class Call>
+void Merge::forEachAccount(const Call& call) {
   for (OrderedMap<Account>* accounts : {&accounts_, &namesakes_}) {
     for (std::size_t each = accounts->firstPosition(); each < accounts->endPosition();
          each = accounts->nextPosition(each)) {
-      Account& account = accounts->valueAt(each);
-      account.isThere = account.isStaying() || isLeftToItsParent(account);
-      if (account.isThere) account.parentID = account.place().parentID;
+      call(accounts->valueAt(each));
     }
   }
-  for (OrderedMap<Account>* accounts : {&accounts_, &namesakes_}) {
-    for (std::size_t each = accounts->firstPosition(); each < accounts->endPosition();
-         each = accounts->nextPosition(each)) {
-      Account& account = accounts->valueAt(each);
-      if (!account.isThere || account.parentID.isNil() || isTopLevel(account.parentID)) continue;
-      // Its parent is gone here, or has itself gone below another account.
-      const bool isOnBothSides = account.mine != nullptr && account.theirs != nullptr;
-      account.isThere = isOnBothSides;
-      account.parentID = isOnBothSides ? account.mine->parentID : String();
-      if (account.parentID && !isTopLevel(account.parentID)) account.parentID = String();
+}
+
+void Merge::decidePlaces() {
+  forEachAccount([this](Account& account) {
+    account.isThere = account.isStaying() || isLeftToItsParent(account);
+    if (account.isThere) account.parentID = account.place().parentID;
+  });
+  sendBack();
+  forEachAccount([this](Account& account) {
+    if (isLost(account)) account.isThere = false;
+  });
+}
+
+/// Parents may be gone here, or have gone below another account themselves. Whoever both sides have goes back
+/// then to where memory has it, or else to where the file has it. First those who go back to the top, which
+/// may be the parents of others: so it does not matter in which order they are looked at.
+void Merge::sendBack() {
+  forEachAccount([this](Account& account) {
+    if (isLost(account) && account.isOnBothSides() && account.mine->parentID.isNil()) account.parentID = {};
+  });
+  forEachAccount([this](Account& account) {
+    if (isLost(account) && account.isOnBothSides() && account.theirs->parentID.isNil() &&
+        !isTopLevel(account.mine->parentID))
+      account.parentID = {};
+  });
+  for (const bool areNamesakes : {false, true}) {
+    OrderedMap<Account>& accounts = areNamesakes ? namesakes_ : accounts_;
+    for (std::size_t each = accounts.firstPosition(); each < accounts.endPosition();
+         each = accounts.nextPosition(each)) {
+      Account& account = accounts.valueAt(each);
+      if (!isLost(account) || !account.isOnBothSides()) continue;
+      const bool hasPlaceHere = isTopLevel(account.mine->parentID);
+      account.parentID = hasPlaceHere ? account.mine->parentID : account.theirs->parentID;
+      // At the top there may be the account whose identifier it shares.
+      if (!areNamesakes && isLost(account)) account.parentID = {};
     }
   }
 }

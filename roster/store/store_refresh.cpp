@@ -151,10 +151,11 @@ void StoreRefresh::compareWithFile() {
   }
 }
 
+/// In the order of `arrange`: a base that stands for a file which cannot be read is an order too.
 void StoreRefresh::makeBase() {
   OrderedMap<bool> placed;
   base_.reserve(versions_.theirs.size());
-  for (std::size_t position = 0; position < versions_.theirs.size(); ++position) {
+  for (std::size_t position = versions_.theirs.size(); position-- > 0;) {
     const std::size_t inBase = unsettled_.inBase[position];
     if (inBase != nowhere && !unsettled_.contains(versions_.theirs[position])) {
       base_.push_back(versions_.base[inBase]);
@@ -164,6 +165,7 @@ void StoreRefresh::makeBase() {
     const Dictionary* account = identifier ? nextBase_.find(identifier) : nullptr;
     if (account != nullptr && placed.set(identifier, true)) base_.push_back(*account);
   }
+  std::reverse(base_.begin(), base_.end());
   for (const auto& entry : nextBase_) {
     if (placed.set(entry.key, true)) base_.push_back(entry.value);
   }
@@ -176,16 +178,18 @@ void StoreRefresh::makeRecords() {
     if (outcome.isSettled) continue;
     const String identifier = storedIdentifier(outcome.properties);
     const bool wasTopLevel = formerRecords_.contains(identifier);
+    const Dictionary* base = outcome.position == nowhere ? nullptr : nextBase_.find(identifier);
     outcome.record = takeRecord(identifier, false);
     if (outcome.record) {
       const Dictionary* former =
           wasTopLevel ? formerAccounts_.find(identifier) : formerChildren_.find(identifier);
-      const Dictionary* base = outcome.position == nowhere ? nullptr : nextBase_.find(identifier);
       hold(outcome.record, *former, outcome.properties,
            base == nullptr ? outcome.record->originalProperties() : *base);
       parents_.emplace_back(outcome.record, nullptr);
     } else {
       outcome.record = BasicAccount::initWithProperties(outcome.properties);
+      // Among its children may be one that was changed here.
+      if (outcome.record && base != nullptr) outcome.record->setOriginalProperties(*base);
     }
     if (outcome.record && !wasTopLevel) indexes_.setTopLevel(identifier, outcome.record);
   }

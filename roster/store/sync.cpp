@@ -21,9 +21,11 @@ std::vector<AccountChange> joined(std::vector<AccountChange> earlier, std::vecto
   OrderedMap<AccountChange> net;
   for (const AccountChange& change : earlier) net.set(change.identifier(), change);
   for (AccountChange& change : later) {
-    const AccountChange* known = net.find(change.identifier());
+    // What was added and is gone again has no text left that could tell it.
+    const String identifier = change.identifier();
+    const AccountChange* known = net.find(identifier);
     if (known != nullptr) change.original = known->original;
-    net.set(change.identifier(), change);
+    net.set(identifier, change);
   }
   std::vector<AccountChange> removed;
   std::vector<AccountChange> added;
@@ -65,7 +67,7 @@ Result<> refreshAndWrite(const SettingsFile& file, StoreState& store, const Sync
   StoreRefresh refresh(store, read->version, read->isWhole());
   AccountList accounts = refresh.accounts();
   const bool isToBeWritten =
-      refresh.isFileDifferent() || read->damage || (read->isMissing && !accounts.empty());
+      read->isMissing ? !accounts.empty() : read->damage || refresh.isFileDifferent();
   const Result<std::string> bytes = isToBeWritten ? registryBytes(refresh.accountsToWrite(read->version))
                                                   : Result<std::string>(std::string());
   result.changes = joined(std::move(result.changes), refresh.commit());
