@@ -81,8 +81,9 @@ void StoreRefresh::takeVersions(const FileVersion& file, bool isFileWhole) {
 }
 
 void StoreRefresh::merge() {
-  const RegistryVersions unsettled{unsettled_.of(versions_.mine), unsettled_.of(versions_.base),
-                                   unsettled_.of(versions_.theirs)};
+  const RegistryVersions unsettled{unsettled_.of(versions_.mine, unsettled_.mine),
+                                   unsettled_.of(versions_.base, unsettled_.base),
+                                   unsettled_.of(versions_.theirs, unsettled_.theirs)};
   MergedRegistry merged = mergeRegistries(unsettled);
   nextBase_ = byIdentifier(merged.base);
   for (Dictionary& account : merged.accounts) {
@@ -117,7 +118,7 @@ void StoreRefresh::arrange(const AccountList& merged) {
   outcomes_.reserve(versions_.theirs.size());
   for (std::size_t position = versions_.theirs.size(); position-- > 0;) {
     const std::size_t inMine = unsettled_.inMine[position];
-    if (inMine == nowhere || unsettled_.contains(versions_.theirs[position])) {
+    if (!unsettled_.theirs[position]) {
       place(storedIdentifier(versions_.theirs[position]), position);
     } else {
       outcomes_.push_back({records_[inMine], versions_.mine[inMine], position, true});
@@ -126,10 +127,11 @@ void StoreRefresh::arrange(const AccountList& merged) {
   std::reverse(outcomes_.begin(), outcomes_.end());
   const auto countOfTheirs = static_cast<std::ptrdiff_t>(outcomes_.size());
   for (std::size_t index = versions_.mine.size(); index-- > 0;) {
+    if (unsettled_.mine[index]) continue;
     const String identifier = storedIdentifier(versions_.mine[index]);
     if (identifier.isNil()) outcomes_.push_back({records_[index], versions_.mine[index], nowhere, true});
     place(identifier, nowhere);
-    if (unsettled_.contains(versions_.mine[index]) && !formerRecords_.contains(identifier))
+    if (identifier && !formerRecords_.contains(identifier))
       formerRecords_.append(identifier, records_[index]);
   }
   std::reverse(outcomes_.begin() + countOfTheirs, outcomes_.end());
@@ -156,9 +158,8 @@ void StoreRefresh::makeBase() {
   OrderedMap<bool> placed;
   base_.reserve(versions_.theirs.size());
   for (std::size_t position = versions_.theirs.size(); position-- > 0;) {
-    const std::size_t inBase = unsettled_.inBase[position];
-    if (inBase != nowhere && !unsettled_.contains(versions_.theirs[position])) {
-      base_.push_back(versions_.base[inBase]);
+    if (unsettled_.theirs[position]) {
+      base_.push_back(versions_.base[unsettled_.inBase[position]]);
       continue;
     }
     const String identifier = storedIdentifier(versions_.theirs[position]);

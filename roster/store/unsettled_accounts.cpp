@@ -1,8 +1,5 @@
 #include "roster/store/unsettled_accounts.h"
 
-#include <algorithm>
-#include <iterator>
-
 #include "roster/value/document_comparison.h"
 
 namespace roster {
@@ -16,6 +13,10 @@ constexpr std::size_t nowhere = UnsettledAccounts::nowhere;
 class Finder {
  public:
   explicit Finder(const AccountList& accounts) : accounts_(accounts) {}
+
+  /// The position behind that of the account that was found last.
+  std::size_t next() const { return next_; }
+  void skip() { ++next_; }
 
   std::size_t find(const String& identifier) {
     if (next_ < accounts_.size() && storedIdentifier(accounts_[next_]) == identifier) return next_++;
@@ -47,50 +48,80 @@ class Comparison {
 
   UnsettledAccounts result() {
     compare();
+    addUnsettled(versions_.theirs, found_.theirs);
+    addUnsettled(versions_.mine, found_.mine);
+    addUnsettled(versions_.base, found_.base);
+    unsettleNamesakes();
     addWhoSharesChildren();
     return std::move(found_);
   }
 
  private:
   void compare();
+  bool isSettled(std::size_t inMine, std::size_t inBase, const Dictionary& theirs);
+  void addUnsettled(const AccountList& accounts, const UnsettledAccounts::Settled& areSettled);
+  void unsettleNamesakes();
   bool addOtherPlaces(const String& identifier);
   void addWhoSharesChildren();
+  bool addPlacesOf(const AccountList& accounts);
   bool add(const String& identifier) { return identifier && found_.identifiers.set(identifier, true); }
 
   const RegistryVersions& versions_;
   const AccountIndexes& indexes_;
+  DocumentComparison comparison_;
   UnsettledAccounts found_;
 };
 
+bool Comparison::isSettled(std::size_t inMine, std::size_t inBase, const Dictionary& theirs) {
+  return inMine < versions_.mine.size() && inBase < versions_.base.size() &&
+         versions_.mine[inMine].sharesContentsWith(versions_.base[inBase]) &&
+         comparison_.equal(versions_.base[inBase], theirs);
+}
+
 void Comparison::compare() {
   const AccountList& theirs = versions_.theirs;
-  DocumentComparison comparison;
   Finder mine(versions_.mine);
   Finder base(versions_.base);
-  std::vector<bool> isMineFound(versions_.mine.size());
-  std::vector<bool> isBaseFound(versions_.base.size());
+  found_.mine.resize(versions_.mine.size());
+  found_.base.resize(versions_.base.size());
+  found_.theirs.resize(theirs.size());
   found_.inMine.assign(theirs.size(), nowhere);
   found_.inBase.assign(theirs.size(), nowhere);
   for (std::size_t position = 0; position < theirs.size(); ++position) {
-    const String identifier = storedIdentifier(theirs[position]);
-    const std::size_t inMine = identifier ? mine.find(identifier) : nowhere;
-    const std::size_t inBase = identifier ? base.find(identifier) : nowhere;
-    const bool isSettled = inMine != nowhere && inBase != nowhere &&
-                           versions_.mine[inMine].sharesContentsWith(versions_.base[inBase]) &&
-                           comparison.equal(versions_.base[inBase], theirs[position]);
-    if (isSettled) {
-      isMineFound[inMine] = isBaseFound[inBase] = true;
-      found_.inMine[position] = inMine;
-      found_.inBase[position] = inBase;
+    std::size_t inMine = mine.next();
+    std::size_t inBase = base.next();
+    // What is equal has the same identifier: nearly all of a registry is settled without a look at it.
+    if (isSettled(inMine, inBase, theirs[position])) {
+      mine.skip();
+      base.skip();
     } else {
-      add(identifier);
+      const String identifier = storedIdentifier(theirs[position]);
+      inMine = identifier ? mine.find(identifier) : nowhere;
+      inBase = identifier ? base.find(identifier) : nowhere;
+      if (!isSettled(inMine, inBase, theirs[position])) continue;
     }
+    found_.mine[inMine] = found_.base[inBase] = found_.theirs[position] = true;
+    found_.inMine[position] = inMine;
+    found_.inBase[position] = inBase;
   }
-  for (std::size_t position = 0; position < versions_.mine.size(); ++position) {
-    if (!isMineFound[position]) add(storedIdentifier(versions_.mine[position]));
+}
+
+void Comparison::addUnsettled(const AccountList& accounts, const UnsettledAccounts::Settled& areSettled) {
+  for (std::size_t position = 0; position < accounts.size(); ++position) {
+    if (!areSettled[position]) add(storedIdentifier(accounts[position]));
   }
-  for (std::size_t position = 0; position < versions_.base.size(); ++position) {
-    if (!isBaseFound[position]) add(storedIdentifier(versions_.base[position]));
+}
+
+/// What has the identifier of an account to be merged is to be merged with it.
+void Comparison::unsettleNamesakes() {
+  if (found_.identifiers.empty()) return;
+  for (std::size_t position = 0; position < versions_.theirs.size(); ++position) {
+    if (!found_.theirs[position] ||
+        !found_.identifiers.contains(storedIdentifier(versions_.theirs[position])))
+      continue;
+    found_.theirs[position] = false;
+    found_.mine[found_.inMine[position]] = false;
+    found_.base[found_.inBase[position]] = false;
   }
 }
 
@@ -102,36 +133,42 @@ bool Comparison::addOtherPlaces(const String& identifier) {
   return (isTopLevel && add(identifier)) || isParentAdded;
 }
 
+bool Comparison::addPlacesOf(const AccountList& accounts) {
+  bool isAnyAdded = false;
+  for (const Dictionary& account : accounts) {
+    if (addOtherPlaces(storedIdentifier(account))) isAnyAdded = true;
+    for (const Value& element : storedChildren(account)) {
+      const String childID = storedChildIdentifier(element);
+      if (childID && addOtherPlaces(childID)) isAnyAdded = true;
+    }
+  }
+  return isAnyAdded;
+}
+
 void Comparison::addWhoSharesChildren() {
   constexpr int maximumRounds = 4;
   for (int round = 0; !found_.identifiers.empty(); ++round) {
-    bool isAnyAdded = false;
-    for (const AccountList* accounts : {&versions_.mine, &versions_.base, &versions_.theirs}) {
-      for (const Dictionary& account : found_.of(*accounts)) {
-        if (addOtherPlaces(storedIdentifier(account))) isAnyAdded = true;
-        for (const Value& element : storedChildren(account)) {
-          const String childID = storedChildIdentifier(element);
-          if (childID && addOtherPlaces(childID)) isAnyAdded = true;
-        }
-      }
-    }
-    if (!isAnyAdded) return;
+    const bool isMineAdded = addPlacesOf(found_.of(versions_.mine, found_.mine));
+    const bool isBaseAdded = addPlacesOf(found_.of(versions_.base, found_.base));
+    const bool isTheirsAdded = addPlacesOf(found_.of(versions_.theirs, found_.theirs));
+    if (!isMineAdded && !isBaseAdded && !isTheirsAdded) return;
     // Whoever chains accounts by their children must not make this grow faster than the registry.
-    if (round < maximumRounds) continue;
-    for (const AccountList* accounts : {&versions_.mine, &versions_.base, &versions_.theirs}) {
-      for (const Dictionary& account : *accounts) add(storedIdentifier(account));
+    if (round == maximumRounds) {
+      for (const Dictionary& account : versions_.theirs) add(storedIdentifier(account));
     }
-    return;
+    unsettleNamesakes();
+    if (round == maximumRounds) return;
   }
 }
 
 }  // namespace
 
-AccountList UnsettledAccounts::of(const AccountList& accounts) const {
+AccountList UnsettledAccounts::of(const AccountList& accounts, const Settled& areSettled) const {
   AccountList chosen;
   if (identifiers.empty()) return chosen;
-  std::copy_if(accounts.begin(), accounts.end(), std::back_inserter(chosen),
-               [this](const Dictionary& account) { return contains(account); });
+  for (std::size_t position = 0; position < accounts.size(); ++position) {
+    if (!areSettled[position] && storedIdentifier(accounts[position])) chosen.push_back(accounts[position]);
+  }
   return chosen;
 }
 
