@@ -3,6 +3,7 @@ own property-list library. The tool is $ROSTERCTL, else the first argument."""
 
 import concurrent.futures
 import datetime
+import fcntl
 import json
 import os
 import plistlib
@@ -209,6 +210,17 @@ class RosterctlTest(Device):
         [copy] = [path for path in self.registry.parent.iterdir() if path != self.registry]
         self.assertEqual(copy.read_bytes(), before)
         self.assertIn(f"it is kept as {copy}: ", warning)
+
+    def test_a_change_waits_for_who_else_changes_the_registry_and_says_for_whom(self):
+        self.write(account("A"))
+        self.run_tool("set", "A", "X=1")
+        with open(self.root / "var/lib/roster/RegistryChange") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            command = subprocess.Popen([TOOL, "--root", self.root, "set", "A", "X=2"], stderr=subprocess.PIPE, text=True)
+            self.assertIn(f"waiting for process {os.getpid()}, ", command.stderr.readline())
+            self.assertEqual(self.stored("A")["X"], "1")
+        self.assertEqual((command.communicate()[1], command.returncode), ("", 0))
+        self.assertEqual(self.stored("A")["X"], "2")
 
     def test_a_due_migration_is_neither_ended_nor_waited_for_by_a_change(self):
         self.write_root({"Version": 11, "Accounts": [account("A")]})
