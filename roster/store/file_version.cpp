@@ -27,7 +27,7 @@ class KnownIdentifiers {
   String take(const Dictionary& stored) {
     const auto found = byContents_.empty() ? byContents_.end() : byContents_.find(contentsKey(stored));
     if (found == byContents_.end() || found->second.empty()) return {};
-    const String identifier = found->second.back()->identifier;
+    String identifier = found->second.back()->identifier;
     found->second.pop_back();
     return identifier;
   }

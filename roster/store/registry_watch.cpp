@@ -97,7 +97,7 @@ Result<std::unique_ptr<RegistryWatch>> RegistryWatch::watch() {
 int RegistryWatch::descriptor() const { return _events->descriptor(); }
 
 Result<bool> RegistryWatch::dispatch(const Handler& handler) {
-  const Result<bool> isConcerned = _events->takeEvents();
+  Result<bool> isConcerned = _events->takeEvents();
   if (!isConcerned || !*isConcerned) return isConcerned;
   const Result<Changes> changes = _registry->update();
   if (!changes) return changes.error();

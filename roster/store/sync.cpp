@@ -16,7 +16,8 @@ namespace {
 constexpr int maximumAttempts = 8;
 
 /// One list of changes, where an account has one change, from what it was first to what it is last.
-std::vector<AccountChange> joined(std::vector<AccountChange> earlier, std::vector<AccountChange> later) {
+std::vector<AccountChange> joined(const std::vector<AccountChange>& earlier,
+                                  std::vector<AccountChange> later) {
   if (earlier.empty()) return later;
   OrderedMap<AccountChange> net;
   for (const AccountChange& change : earlier) net.set(change.identifier(), change);
@@ -69,7 +70,7 @@ Result<> refreshAndWrite(const SettingsFile& file, StoreState& store, const Sync
   const bool isToBeWritten = read->isMissing ? !accounts.empty() : read->damage || refresh.isFileDifferent();
   const Result<std::string> bytes = isToBeWritten ? registryBytes(refresh.accountsToWrite(read->version))
                                                   : Result<std::string>(std::string());
-  result.changes = joined(std::move(result.changes), refresh.commit());
+  result.changes = joined(result.changes, refresh.commit());
   if (const std::optional<Error> refused = refusal(store, *read, options)) return *refused;
   if (read->isWhole()) store.unseen.reset();
   if (!isToBeWritten) return {};
