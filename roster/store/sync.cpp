@@ -12,8 +12,9 @@ namespace roster {
 
 namespace {
 
-/// How often somebody who takes no lock may replace the file between the reading and the writing.
-constexpr int maximumAttempts = 8;
+/// How often at least a sync tries again when somebody who takes no lock has replaced the file between its
+/// reading and its writing; as long as its patience lasts it goes on.
+constexpr int leastAttempts = 8;
 
 /// One list of changes, where an account has one change, from what it was first to what it is last.
 std::vector<AccountChange> joined(const std::vector<AccountChange>& earlier,
@@ -108,7 +109,13 @@ SyncResult AccountsManager::sync(std::chrono::milliseconds patience, const SyncO
     isAnythingFixed = _state->fixBeforeSaving();
     const SettingsFile file(settingsPath());
     done = refreshAndWrite(file, *_state, options, result);
-    for (int attempt = 1; !done && isChangedMeanwhile(done.error()) && attempt < maximumAttempts; ++attempt) {
+    const auto start = std::chrono::steady_clock::now();
+    const auto isPatient = [&](int attempt) {
+      const auto elapsed = std::chrono::steady_clock::now() - start;
+      return attempt < leastAttempts ||
+             std::chrono::duration_cast<std::chrono::milliseconds>(elapsed) < patience;
+    };
+    for (int attempt = 1; !done && isChangedMeanwhile(done.error()) && isPatient(attempt); ++attempt) {
       done = refreshAndWrite(file, *_state, options, result);
     }
   }

@@ -33,7 +33,9 @@ class Program {
       changeShared(store_->accountWithIdentifier(sharedName(static_cast<int>(draw() % sharedAccounts))),
                    round);
       changeOwn(round);
-      if (store_->sync(std::chrono::seconds(60)).error) return false;
+      const SyncResult result = store_->sync(std::chrono::seconds(60));
+      EXPECT_FALSE(result.error) << result.error->message;
+      if (result.error) return false;
     }
     MutableDictionary expected;
     for (const auto& [name, value] : expected_) expected.set(name, value);
@@ -162,6 +164,7 @@ TEST_F(SeveralProgramsTest, AnOldSaverAmongThemTakesNoMoreThanItAlwaysDid) {
   };
   EXPECT_TRUE(run({savesAsEver, readsWell}));
   std::map<std::string, int> lost = losses();
+  for (const auto& [what, count] : lost) RecordProperty("lost " + what, count);
   // Accounts that others add disappear, and children are one property to it. Properties are lost only when it
   // was kept from writing so often that it wrote over what it had not read.
   EXPECT_LE(lost["key"] + lost["on"], programs * syncs() / 10);
