@@ -68,7 +68,8 @@ Result<> refreshAndWrite(const SettingsFile& file, StoreState& store, const Sync
   if (!read) return read.error();
   StoreRefresh refresh(store, read->version, read->isWhole());
   AccountList accounts = refresh.accounts();
-  const bool isToBeWritten = read->isMissing ? !accounts.empty() : read->damage || refresh.isFileDifferent();
+  const bool isToBeWritten =
+      refresh.isFileDifferent() || read->damage || (read->isMissing && !accounts.empty());
   const Result<std::string> bytes = isToBeWritten ? registryBytes(refresh.accountsToWrite(read->version))
                                                   : Result<std::string>(std::string());
   result.changes = joined(result.changes, refresh.commit());
