@@ -13,11 +13,11 @@ using model::Texts;
 using model::World;
 
 /// Of each of four tests, which may run side by side.
-#if defined(__SANITIZE_ADDRESS__) || defined(__clang__)
-constexpr unsigned sequences = 500;
-#else
-constexpr unsigned sequences = 5000;
-#endif
+unsigned sequences() {
+  constexpr unsigned few = ROSTER_TEST_SEQUENCES / 10;
+  constexpr unsigned many = ROSTER_TEST_SEQUENCES / 2;
+  return areTestsLong() ? many : few;
+}
 constexpr unsigned stepsOfASequence = 10;
 
 struct Weight {
@@ -125,7 +125,7 @@ class RefreshModel : public CreatorsTableTest, public ::testing::WithParamInterf
 TEST_P(RefreshModel, MemoryAndFileAreAsTheRulesHaveIt) {
   const char* given = std::getenv("ROSTER_MODEL_SEED");
   const std::uint64_t first = given ? std::strtoull(given, nullptr, 10) : std::uint64_t{GetParam()} * 1000000;
-  for (std::uint64_t seed = first; seed < first + (given ? 1 : sequences); ++seed) {
+  for (std::uint64_t seed = first; seed < first + (given ? 1 : sequences()); ++seed) {
     const std::vector<Step> steps = stepsOf(seed);
     if (fault(steps).empty()) continue;
     FAIL() << "ROSTER_MODEL_SEED=" << seed << "\n" << faultOfFewestSteps(steps);

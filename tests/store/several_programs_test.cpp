@@ -13,11 +13,8 @@ namespace {
 constexpr int programs = 8;
 constexpr int sharedAccounts = 50;
 
-/// How many syncs each program makes; docs/several-programs.md has the figures of a longer run.
-int syncs() {
-  const char* count = std::getenv("ROSTER_TEST_SYNCS");
-  return count == nullptr ? 60 : std::atoi(count);
-}
+/// How many syncs each program makes.
+int syncs() { return areTestsLong() ? 500 : 60; }
 
 std::string sharedName(int index) { return "shared-" + std::to_string(index); }
 

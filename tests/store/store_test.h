@@ -115,6 +115,9 @@ class StoreTest : public ::testing::Test {
   CapturedLog log;
 };
 
+/// Whether tests that play many rounds are to play as many as before a merge.
+inline bool areTestsLong() { return std::getenv("ROSTER_LONG_TESTS") != nullptr; }
+
 using Lines = std::vector<std::string>;
 
 inline std::size_t linesWith(const Lines& lines, std::string_view text) {
