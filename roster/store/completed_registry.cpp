@@ -100,7 +100,8 @@ class Completion {
   }
 
  private:
-  /// The account or the child with the identifier, wherever it stands; where a version has both, they are two.
+  /// The account or the child with the identifier, wherever it stands; where a version has both, they are
+  /// two.
   const Dictionary* find(const ByID& version, const String& identifier, Kind kind) const {
     if (identifier.isNil()) return nullptr;
     const bool isAccount = kind == Kind::account;

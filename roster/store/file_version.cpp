@@ -14,8 +14,8 @@ namespace roster {
 
 namespace {
 
-/// Hands out the identifiers that nameless accounts are known by, each once, by equal contents; equal accounts
-/// in their order, so that they stay in it.
+/// Hands out the identifiers that nameless accounts are known by, each once, by equal contents; equal
+/// accounts in their order, so that they stay in it.
 class KnownIdentifiers {
  public:
   explicit KnownIdentifiers(const std::vector<NamelessAccount>& known) {

@@ -220,8 +220,8 @@ void StoreRefresh::removeFormer() {
   }
 }
 
-/// The record that the account has in memory, wherever it stands there; nil when it has none. An account and a
-/// child that are there at once, before or after, are two, though they share an identifier.
+/// The record that the account has in memory, wherever it stands there; nil when it has none. An account and
+/// a child that are there at once, before or after, are two, though they share an identifier.
 AccountPtr StoreRefresh::takeRecord(const String& identifier, bool isChild) {
   const AccountPtr* account = formerRecords_.find(identifier);
   const AccountPtr* child =
