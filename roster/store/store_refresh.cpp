@@ -151,9 +151,9 @@ void StoreRefresh::compareWithFile() {
   }
 }
 
-/// In the order of `arrange`: a base that stands for a file which cannot be read is an order too. What is kept
-/// although theirs lacks it comes first: children that it still has may be elsewhere in theirs, and of two
-/// places the last counts.
+/// In the order of `arrange`: a base that stands for a file which cannot be read is an order too. What is
+/// kept although theirs lacks it comes first: children that it still has may be elsewhere in theirs, and of
+/// two places the last counts.
 void StoreRefresh::makeBase() {
   OrderedMap<bool> placed;
   base_.reserve(versions_.theirs.size());
