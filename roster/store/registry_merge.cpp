@@ -341,7 +341,8 @@ AccountList Merge::nextBase() const {
     accounts.push_back(nextBaseOf(base, withLastChildren(entry.key, entry.value.properties),
                                   kept ? *kept : std::vector<Value>()));
   }
-  accounts.insert(accounts.end(), keptAccounts.begin(), keptAccounts.end());
+  // A child that has gone elsewhere in theirs is there: of two places the last counts.
+  accounts.insert(accounts.begin(), keptAccounts.begin(), keptAccounts.end());
   return accounts;
 }
 

@@ -153,7 +153,9 @@ void StoreRefresh::compareWithFile() {
   }
 }
 
-/// In the order of `arrange`: a base that stands for a file which cannot be read is an order too.
+/// In the order of `arrange`: a base that stands for a file which cannot be read is an order too. What is
+/// kept although theirs lacks it comes first: children that it still has may be elsewhere in theirs, and of
+/// two places the last counts.
 void StoreRefresh::makeBase() {
   OrderedMap<bool> placed;
   base_.reserve(versions_.theirs.size());
@@ -167,9 +169,11 @@ void StoreRefresh::makeBase() {
     if (account != nullptr && placed.set(identifier, true)) base_.push_back(*account);
   }
   std::reverse(base_.begin(), base_.end());
+  AccountList kept;
   for (const auto& entry : nextBase_) {
-    if (placed.set(entry.key, true)) base_.push_back(entry.value);
+    if (!placed.contains(entry.key)) kept.push_back(entry.value);
   }
+  base_.insert(base_.begin(), kept.begin(), kept.end());
 }
 
 void StoreRefresh::makeRecords() {

@@ -198,13 +198,14 @@ class Merge {
   /// Theirs, and the former base of what is kept here though it is gone there.
   Places base() const {
     Places result = placesOf(theirs_);
+    Places kept;
     for (const std::string& key : order_) {
       const Fate& fate = fates_.at(key);
       // With an account that keeps its base goes what was deleted here of its children.
       const auto parent = fate.base ? fates_.find(fate.base->parent) : fates_.end();
       const bool isOfKept = parent != fates_.end() && !parent->second.theirs && parent->second.isThere;
       if (fate.theirs || !fate.base || !(fate.isThere || (isOfKept && !fate.mine))) continue;
-      result.push_back(*fate.base);
+      kept.push_back(*fate.base);
       for (Place& place : result) {
         if (!fate.base->parent.empty() && place.account.id == fate.base->parent && place.parent.empty() &&
             isAt(fates_.at(place.account.id).theirs, "")) {
@@ -213,6 +214,7 @@ class Merge {
         }
       }
     }
+    result.insert(result.begin(), kept.begin(), kept.end());
     return result;
   }
 
