@@ -43,14 +43,30 @@ Dictionary withIdentifier(const Dictionary& stored, const String& identifier) {
   return named.deepCopy();
 }
 
-bool isUsable(const AccountPtr& account, const RuntimeFixers& fixers) {
-  bool isLetPass = false;
-  for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : fixers) {
-    if (fixer->fixBasicAccountIfNeededLoggingMessage(account, "loading accounts") != FixResult::unrepairable)
-      isLetPass = true;
+/// Shows accounts to the fixers, as a load does.
+class Repair {
+ public:
+  explicit Repair(const RuntimeFixers& fixers) : fixers_(fixers) {}
+
+  bool isUsable(const AccountPtr& account) {
+    bool isLetPass = false;
+    for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : fixers_) {
+      const FixResult result = fixer->fixBasicAccountIfNeededLoggingMessage(account, "loading accounts");
+      if (result != FixResult::nothingDone) isAnythingFixed_ = true;
+      if (result != FixResult::unrepairable) isLetPass = true;
+    }
+    return isLetPass;
   }
-  return isLetPass;
-}
+
+  void end() const {
+    if (!isAnythingFixed_) return;
+    for (const std::shared_ptr<RSRuntimeFixProtocol>& fixer : fixers_) fixer->accountsHaveBeenSaved(false);
+  }
+
+ private:
+  const RuntimeFixers& fixers_;
+  bool isAnythingFixed_ = false;
+};
 
 }  // namespace
 
@@ -61,6 +77,7 @@ FileVersion fileVersion(const Array& accounts, const RuntimeFixers& fixers,
   Salvage salvage(accounts);
   const RecordArena arena(accounts.size());
   KnownIdentifiers identifiers(known);
+  Repair repair(fixers);
   for (const Value& element : accounts) {
     const std::optional<Dictionary> stored = salvage.usable(element).dictionary();
     const bool isNameless = stored && storedIdentifier(*stored).isNil();
@@ -68,7 +85,7 @@ FileVersion fileVersion(const Array& accounts, const RuntimeFixers& fixers,
     const AccountPtr account =
         stored ? arena.accountWithProperties(identifier ? withIdentifier(*stored, identifier) : *stored)
                : nullptr;
-    if (account && isUsable(account, fixers)) {
+    if (account && repair.isUsable(account)) {
       if (isNameless) version.nameless.push_back({account->identifier(), *stored});
       version.accounts.push_back(SavedProperties::of(*account).deepCopy());
     } else if (element.isDictionary() && element.fault() == Fault::none) {
@@ -76,6 +93,7 @@ FileVersion fileVersion(const Array& accounts, const RuntimeFixers& fixers,
       version.carried.push_back({version.accounts.size(), element});
     }
   }
+  repair.end();
   return version;
 }
 

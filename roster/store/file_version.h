@@ -35,8 +35,9 @@ struct FileVersion {
   std::vector<CarriedEntry> carried{};
 };
 
-/// Makes of a file's accounts what a load would make of them. Those that are stored without an identifier
-/// keep the one that they are known by.
+/// Makes of a file's accounts what a load would make of them, with fixers of its own: what they remember
+/// until a save is not to be what they have seen here. Those that are stored without an identifier keep the
+/// one that they are known by.
 FileVersion fileVersion(const Array& accounts, const RuntimeFixers& fixers,
                         const std::vector<NamelessAccount>& known);
 

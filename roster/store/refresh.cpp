@@ -6,7 +6,8 @@
 
 namespace roster {
 
-Result<ReadRegistry> readForRefresh(const SettingsFile& file, StoreState& store, Unusable unusable) {
+Result<ReadRegistry> readForRefresh(const SettingsFile& file, StoreState& store, const RuntimeFixers& fixers,
+                                    Unusable unusable) {
   Registry registry = file.read();
   ReadRegistry read;
   if (registry.damage) {
@@ -18,7 +19,7 @@ Result<ReadRegistry> readForRefresh(const SettingsFile& file, StoreState& store,
   read.stamp = registry.stamp;
   read.isMissing = registry.stamp && !registry.stamp->exists;
   nameAccounts(store);
-  read.version = fileVersion(registry.accounts.value_or(Array()), store.fixers, store.nameless);
+  read.version = fileVersion(registry.accounts.value_or(Array()), fixers, store.nameless);
   adoptNames(store, read.version);
   return read;
 }
@@ -27,7 +28,8 @@ Result<std::vector<AccountChange>> AccountsManager::refresh() {
   const std::shared_ptr<const AccountsManager> kept = shared_from_this();
   if (!_state->mayBegin("-[AccountsManager refresh]")) return *_state->lastSaveError;
   const BusyStore busy(*_state);
-  const Result<ReadRegistry> read = readForRefresh(SettingsFile(settingsPath()), *_state, Unusable::isError);
+  const Result<ReadRegistry> read =
+      readForRefresh(SettingsFile(settingsPath()), *_state, _createRuntimeFixers(), Unusable::isError);
   if (!read) {
     systemLog("Failed to refresh accounts: %@", read.error().message);
     return read.error();

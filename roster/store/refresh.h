@@ -24,6 +24,7 @@ struct ReadRegistry {
 /// Reads the file for a store. What is not usable at all is an error, unless such a file counts as an empty
 /// one that was not read in full.
 enum class Unusable { isError, isDamage };
-Result<ReadRegistry> readForRefresh(const SettingsFile& file, StoreState& store, Unusable unusable);
+Result<ReadRegistry> readForRefresh(const SettingsFile& file, StoreState& store, const RuntimeFixers& fixers,
+                                    Unusable unusable);
 
 }  // namespace roster

@@ -62,9 +62,9 @@ std::optional<Error> refusal(const StoreState& store, const ReadRegistry& read, 
 
 /// One refresh, and the write that may have to follow it. An error that `isChangedMeanwhile` asks for another
 /// round.
-Result<> refreshAndWrite(const SettingsFile& file, StoreState& store, const SyncOptions& options,
-                         SyncResult& result) {
-  const Result<ReadRegistry> read = readForRefresh(file, store, Unusable::isDamage);
+Result<> refreshAndWrite(const SettingsFile& file, StoreState& store, const RuntimeFixers& fixers,
+                         const SyncOptions& options, SyncResult& result) {
+  const Result<ReadRegistry> read = readForRefresh(file, store, fixers, Unusable::isDamage);
   if (!read) return read.error();
   StoreRefresh refresh(store, read->version, read->isWhole());
   AccountList accounts = refresh.accounts();
@@ -109,7 +109,7 @@ SyncResult AccountsManager::sync(std::chrono::milliseconds patience, const SyncO
   if (done) {
     isAnythingFixed = _state->fixBeforeSaving();
     const SettingsFile file(settingsPath());
-    done = refreshAndWrite(file, *_state, options, result);
+    done = refreshAndWrite(file, *_state, _createRuntimeFixers(), options, result);
     const auto start = std::chrono::steady_clock::now();
     const auto isPatient = [&](int attempt) {
       const auto elapsed = std::chrono::steady_clock::now() - start;
@@ -117,7 +117,7 @@ SyncResult AccountsManager::sync(std::chrono::milliseconds patience, const SyncO
              std::chrono::duration_cast<std::chrono::milliseconds>(elapsed) < patience;
     };
     for (int attempt = 1; !done && isChangedMeanwhile(done.error()) && isPatient(attempt); ++attempt) {
-      done = refreshAndWrite(file, *_state, options, result);
+      done = refreshAndWrite(file, *_state, _createRuntimeFixers(), options, result);
     }
   }
   busy.setOutcome(done);
