@@ -51,22 +51,33 @@ TEST_F(LoadingTest, IndexesReadableChildrenOneLevelDeepAndLeavesTheOthersInTheir
   EXPECT_EQ(storedAccount(0).find("ChildAccounts"), children);
 }
 
-TEST_F(LoadingTest, AsksEveryFixerAndDropsWhatCannotBeRepaired) {
-  writeRegistry(stored("a"), stored("b", {{"ChildAccounts", array(stored("c"))}}), stored("d"));
+TEST_F(LoadingTest, AndSavingAskEveryFixerAndDropWhatCannotBeRepaired) {
+  writeRegistry(stored("a"), stored("b", {{"ChildAccounts", array(stored("b1"))}}), stored("c"), stored("d"));
+  String rejected = "c";
   Lines calls;
-  const Store store = CustomStore::load({ScriptedFixer(
-      [](const AccountPtr& account) {
-        if (account->identifier() == "b") return FixResult::unrepairable;
-        if (account->identifier() != "d") return FixResult::nothingDone;
-        account->setAccountPropertyForKey("new", "DisplayName");
-        return FixResult::repaired;
-      },
-      [&](const auto& call) { calls.push_back(call); })});
-  EXPECT_EQ(calls, (Lines{"loading accounts a", "loading accounts b", "loading accounts d", "not saved"}));
-  EXPECT_EQ(identifiers(store->allBasicSyncableAccounts()), "a d");
+  const auto fix = [&](const AccountPtr& account) {
+    if (account->identifier() == rejected) return FixResult::unrepairable;
+    if (account->identifier() != "d" || account->displayName() == "new") return FixResult::nothingDone;
+    account->setDisplayName("new");
+    return FixResult::repaired;
+  };
+  const auto note = [&](const auto& call) { calls.push_back(call); };
+  const Store store = CustomStore::load({ScriptedFixer(fix, note)});
+  EXPECT_EQ(calls, (Lines{"loading accounts a", "loading accounts b", "loading accounts c",
+                          "loading accounts d", "not saved"}));
+  EXPECT_EQ(identifiers(store->allBasicSyncableAccounts()), "a b d b1");
   const AccountPtr repaired = store->accountWithIdentifier("d");
   EXPECT_EQ(repaired->displayName(), "new");
   EXPECT_EQ(repaired->originalProperties(), stored("d")) << "the next save has to write the repair";
+
+  rejected = "b";
+  calls.clear();
+  store->saveAllAccounts();
+  EXPECT_EQ(calls, (Lines{"saving accounts d", "saving accounts b", "saving accounts a", "saved"}));
+  EXPECT_EQ(store->accountWithIdentifier("b"), nullptr);
+  EXPECT_EQ(store->accountWithIdentifier("b1"), nullptr);
+  EXPECT_EQ(store->count(), 3U);
+  EXPECT_EQ(storedAccount(1).find("Identifier"), Value("b")) << "still written, but not found";
 
   const ScriptedFixer pass([](const auto&) { return FixResult::nothingDone; });
   const ScriptedFixer drop([](const AccountPtr&) { return FixResult::unrepairable; });

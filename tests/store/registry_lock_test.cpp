@@ -1,6 +1,5 @@
 #include "roster/store/registry_lock.h"
 
-#include <fcntl.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -18,27 +17,6 @@ namespace {
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
-
-/// Lines up processes: each end is inherited by those that are started later.
-class Pipe {
- public:
-  Pipe() { EXPECT_EQ(pipe2(ends_.data(), O_CLOEXEC), 0); }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-  ~Pipe() {
-    for (const int end : ends_) close(end);
-  }
-  bool tell(char what) const { return write(ends_[1], &what, 1) == 1; }
-  /// What was told, or nul when all who might tell something are gone.
-  char hear() const {
-    char what = '\0';
-    return read(ends_[0], &what, 1) == 1 ? what : '\0';
-  }
-  void onlyHear() { close(std::exchange(ends_[1], -1)); }
-
- private:
-  std::array<int, 2> ends_{-1, -1};
-};
 
 /// What all processes of a test count together, without locking it.
 struct Counters {
