@@ -1,14 +1,13 @@
+#include "roster/fixers/mail_account_fixer.h"
 #include "tests/store/store_test.h"
 
 namespace roster::testing {
 namespace {
 
-class LoadingTest : public StoreTest {};
-
 const std::string typeLine = "[-[BasicAccount initWithProperties:]] Invalid account type: ";
 const std::string classLine = "[-[BasicAccount initWithProperties:]] Missing account class.";
 
-TEST_F(LoadingTest, SkipsEntriesItCannotMakeARecordOf) {
+TEST_F(StoreTest, LoadingSkipsEntriesItCannotMakeARecordOf) {
   const std::pair<Value, Lines> rows[] = {
       {stored("x", {{"Type", "Fax\nX"}, {"Class", ""}}), {typeLine + "Fax\\nX", classLine}},
       {stored("x", {{"Class", array("X")}}), {classLine}},
@@ -29,7 +28,7 @@ TEST_F(LoadingTest, SkipsEntriesItCannotMakeARecordOf) {
   }
 }
 
-TEST_F(LoadingTest, IndexesReadableChildrenOneLevelDeepAndLeavesTheOthersInTheirParentsData) {
+TEST_F(StoreTest, LoadingIndexesReadableChildrenOneLevelDeepAndLeavesTheOthersInTheirParentsData) {
   const Value rejected = stored("c", {{"Class", ""}});
   const Value nested = stored("c1", {{"ChildAccounts", array(stored("grandchild"))}});
   const Value nameless = Dictionary{{"Type", "CalDAV"}, {"Class", "X"}};
@@ -51,7 +50,7 @@ TEST_F(LoadingTest, IndexesReadableChildrenOneLevelDeepAndLeavesTheOthersInTheir
   EXPECT_EQ(storedAccount(0).find("ChildAccounts"), children);
 }
 
-TEST_F(LoadingTest, AndSavingAskEveryFixerAndDropWhatCannotBeRepaired) {
+TEST_F(StoreTest, LoadingAndSavingAskEveryFixerAndDropWhatCannotBeRepaired) {
   writeRegistry(stored("a"), stored("b", {{"ChildAccounts", array(stored("b1"))}}), stored("c"), stored("d"));
   String rejected = "c";
   Lines calls;
@@ -84,6 +83,38 @@ TEST_F(LoadingTest, AndSavingAskEveryFixerAndDropWhatCannotBeRepaired) {
   EXPECT_EQ(identifiers(*CustomStore::load({})->allBasicAccounts()), "");
   EXPECT_EQ(identifiers(*CustomStore::load({pass, drop, pass})->allBasicAccounts()), "a a b b d d")
       << "a record is entered once for each fixer that lets it pass";
+}
+
+TEST_F(StoreTest, TheMailFixerTakesTheClassFromTheFirstMarkerOfItsTableThatThePathHolds) {
+  using enum FixResult;
+  // Dotlet comes before Nuvola, that before AOL, and IMAP last.
+  const std::tuple<const char*, std::string, Value, FixResult, std::string> rows[] = {
+      {"Exchange", "Old", "Mail/IMAP-x", nothingDone, "Old"},
+      {"Mail", "IMAPAccount", "Mail/POP-x", nothingDone, "IMAPAccount"},
+      {"Mail", "Old", "Mail/Dotlet-a/Mail/Nuvola-b", repaired, "WicketAccount"},
+      {"Mail", "Old", "Mail/AOL-a/Mail/Nuvola-b", repaired, "NuvolaAccount"},
+      {"Nuvola", "Old", "/Mail/IMAP-a/Mail/AOL-b", repaired, "AOLAccount"},
+      {"Mail", "Old", "/home/Mail/Mailboxes", repaired, "LocalAccount"},
+      {"Mail", "Old", "Mail/IMAP-x.gmail.com@imap.gmail.com", repaired, "GmailAccount"},
+      {"Mail", "Old", "Mail/IMAP-x@imap.mail.yahoo.com", repaired, "YahooAccount"},
+      {"Mail", "Old", "Mail/IMAP-a/Mail/POP-b", repaired, "POPAccount"},
+      {"Mail", "Old", "Mail/IMAP-", repaired, "IMAPAccount"},
+      {"Mail", "imapaccount", "mail/imap-x", unrepairable, "imapaccount"},
+      {"Mail", "Old", array("Mail/IMAP-x"), unrepairable, "Old"},
+      {"Nuvola", "Old", {}, unrepairable, "Old"}};
+  RSRuntimeFixMailAccount fixer;
+  for (const auto& [type, accountClass, path, result, classAfter] : rows) {
+    SCOPED_TRACE(formatted("%s: %@", type, path));
+    log.clear();
+    const auto made = record("1", {{"Type", type}, {"Class", accountClass}, {"AccountPath", path}});
+    EXPECT_EQ(fixer.fixBasicAccountIfNeededLoggingMessage(made, "loading accounts"), result);
+    EXPECT_EQ(made->accountClass().view(), classAfter);
+    const std::string line = formatted("Could not fix the class of the mail account: %@", made->properties());
+    EXPECT_EQ(log.lines(), result == unrepairable ? Lines{line} : Lines());
+  }
+  log.clear();
+  for (const bool areSaved : {false, true}) fixer.accountsHaveBeenSaved(areSaved);
+  EXPECT_EQ(log.lines(), Lines()) << "what a load repaired is forgotten, and no later save tells of it";
 }
 
 }  // namespace

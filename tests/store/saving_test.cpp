@@ -83,6 +83,20 @@ TEST_F(SavingTest, AfterAFailureLeavesEverythingAsItWasAndMergesTheSameChangesAg
   }
 }
 
+TEST_F(SavingTest, WritesInTheEndThoughAnotherProgramComesBetweenEveryTime) {
+  writeRegistry(stored("a"));
+  const Store store = AccountsManager::init();
+  set(store, "new", "DisplayName");
+  int others = 0;
+  const WatchedCalls calls([&](std::string_view call, const std::string& path) {
+    if (call == "fsync" && path.ends_with(".tmp")) writeRegistry(stored("a", {{"Note", ++others}}));
+    return 0;
+  });
+  store->saveAllAccounts();
+  EXPECT_EQ(others, 6);
+  EXPECT_EQ(storedAccount(0), stored("a", {{"DisplayName", "new"}, {"Note", 5}})) << "but for the last time";
+}
+
 TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
   device.writeFile(device.registryPath(), "damaged");
   const Store store = AccountsManager::init();
