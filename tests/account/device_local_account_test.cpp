@@ -75,14 +75,15 @@ TEST_F(DeviceLocalAccountTest, HasWordsForEveryDeviceInEveryLanguage) {
 TEST_F(DeviceLocalAccountTest, TellsWhichComputerSyncsADataclass) {
   setDeviceClass("handset");
   const auto by = [](const Value& system) { return Dictionary{{"SyncingOS", system}}; };
+  const Dictionary vesper = by("Vesper"), windows = by("Windows");
   device.writePropertyList("home/user/Library/Preferences/com.nimbal.mobile.tethered_sync.plist",
-                           Dictionary{{"Mail Accounts", by("Vesper")},
+                           Dictionary{{"Mail Accounts", vesper},
                                       {"Contacts", by("windows")},
-                                      {"Calendars", by("Windows")},
-                                      {"Reminders", by("Vesper")},
-                                      {"Bookmarks", array(by("Windows"))},
+                                      {"Calendars", windows},
+                                      {"Reminders", vesper},
+                                      {"Bookmarks", array(windows)},
                                       {"Notes", by(7)},
-                                      {"KeyValue", by("Vesper")}});
+                                      {"KeyValue", vesper}});
   const std::string own = ": On My Phone, on my phone, on your phone";
   const std::string pc = "Windows+: From My PC, from my PC, synced with your PC";
   const std::pair<const char*, std::string> cases[] = {
