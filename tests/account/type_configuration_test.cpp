@@ -116,26 +116,24 @@ TEST_F(TypeConfiguration, ThatIsBrokenIsAssertedAndReadAgainOnceItIsRepaired) {
                                                       {"<plist>", "line 1"},
                                                       {"<plist><array/></plist>", "not hold a dict"}};
   for (const auto& [contents, cause] : rows) {
-    SCOPED_TRACE(contents == nullptr ? "missing" : contents);
-    if (contents != nullptr) device.writeFile(path, contents);
+    const bool isMissing = contents == nullptr;
+    SCOPED_TRACE(isMissing ? "missing" : contents);
+    if (!isMissing) device.writeFile(path, contents);
     // Where the library is installed, its resources stand in for a missing file.
-    if (contents == nullptr && !resourcePath("AccountTypesProperties", "plist").empty()) continue;
+    if (isMissing && !resourcePath("AccountTypesProperties", "plist").empty()) continue;
     std::vector<std::string> reports;
     setAssertionHandler([&](const AssertionReport& report) {
       reports.push_back(report.operation + " " + report.sourceFile + ": " + report.message);
       EXPECT_FALSE(BasicAccount::_isValidAccountType("Mixed")) << "a handler may ask without a deadlock";
-      EXPECT_EQ(BasicAccount::allAccountTypes(), StringList());
     });
     EXPECT_EQ(supported("Mixed"), "nil") << "a handler that returns leaves a library without types";
     setAssertionHandler({});
-    const std::string asserted = "+[BasicAccount initialize] BasicAccount: Could not ";
-    EXPECT_EQ(reports,
-              std::vector{asserted + (contents == nullptr ? "find AccountTypesProperties.plist"
-                                                          : "load the dataclasses configuration file")});
-    ASSERT_EQ(log.lines().size(), contents == nullptr ? 0U : 1U);
-    for (const std::string& line : log.lines()) {
+    const std::string missing = "find AccountTypesProperties.plist";
+    EXPECT_EQ(reports, std::vector{"+[BasicAccount initialize] BasicAccount: Could not " +
+                                   (isMissing ? missing : "load the dataclasses configuration file")});
+    ASSERT_EQ(log.lines().size(), isMissing ? 0U : 1U);
+    for (const std::string& line : log.lines())
       EXPECT_TRUE(line.find(path) != std::string::npos && line.find(cause) != std::string::npos) << line;
-    }
     EXPECT_THROW(static_cast<void>(BasicAccount::accountWithProperties({})), AssertionFailure);
     log.clear();
   }
@@ -150,15 +148,23 @@ TEST(ShippedConfiguration, KnowsEveryTypeAndDataclassAndNamesThemInEveryLanguage
   EXPECT_EQ(shortNames(types),
             "Subscribed Calendar CalDAV CardDAV BookmarkDAV SMTP Exchange LDAP Mail Nuvola Gmail Yahoo "
             "OnMyDevice IMAPNotes NimbalAccount FjordIMAP");
-  const Dictionary table = BasicAccount::_dataclassesProperties().value_or(Dictionary());
-  for (const std::string& name : dataclasses) EXPECT_TRUE(table.contains(name)) << name;
+  const Dictionary properties = BasicAccount::_dataclassesProperties().value_or(Dictionary());
+  for (const std::string& name : dataclasses) EXPECT_TRUE(properties.contains(name)) << name;
 
   for (const std::string language : {"en", "de", "es", "fr", "ja"}) {
     SCOPED_TRACE(language);
     device.setEnvironment("LC_ALL", language + ".UTF-8");
+    const auto table = [&](const std::string& name) {
+      return *readDictionaryFile(resourcePath("strings/" + language + "/" + name, "plist"));
+    };
+    for (const std::string key :
+         {"ON_MY_DEVICE_TYPE_", "ON_MY_DEVICE_TYPE_MID_SENTENCE_", "ON_YOUR_DEVICE_TYPE_MID_SENTENCE_"}) {
+      for (const char* name : {"VIREO", "VIREO_SIMULATOR", "HANDSET", "TABLET", "LAPTOP", "CONVERTIBLE",
+                               "DESKTOP", "SERVER", "WATCH", "EMBEDDED", "VM", "CONTAINER"})
+        EXPECT_FALSE(table("DeviceLocalAccount").find(key + name).string().isEmpty()) << key << name;
+    }
     // In a text that this file lacks, the library falls back on English.
-    const Dictionary texts =
-        *readDictionaryFile(resourcePath("strings/" + language + "/BasicAccount", "plist"));
+    const Dictionary texts = table("BasicAccount");
     EXPECT_EQ(texts.size(), types.size() + dataclasses.size());
     const auto expectName = [&](const std::string& key, const String& name) {
       EXPECT_FALSE(name.isEmpty() || name.str() == key) << key;

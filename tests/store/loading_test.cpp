@@ -4,44 +4,30 @@
 namespace roster::testing {
 namespace {
 
-const std::string typeLine = "[-[BasicAccount initWithProperties:]] Invalid account type: ";
-const std::string classLine = "[-[BasicAccount initWithProperties:]] Missing account class.";
-
-TEST_F(StoreTest, LoadingSkipsEntriesItCannotMakeARecordOf) {
-  const std::pair<Value, Lines> rows[] = {
-      {stored("x", {{"Type", "Fax\nX"}, {"Class", ""}}), {typeLine + "Fax\\nX", classLine}},
-      {stored("x", {{"Class", array("X")}}), {classLine}},
-      {Dictionary(), {typeLine + "(null)", classLine}},
-      {"text",
-       {"Not all of the registry " + device.registryPath() +
-        " can be used: its account 1 is not a dictionary"}},
-  };
-  for (const auto& [entry, reasons] : rows) {
-    SCOPED_TRACE(formatted("%@", entry));
-    writeRegistry(stored("a"), entry, stored("b"));
-    log.clear();
-    EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), "a b");
-    Lines expected = reasons;
-    expected.push_back(formatted(
-        "[-[AccountsManager _initWithAccountsInfo:]] ERROR: Failed to create a BasicAccount from %@", entry));
-    EXPECT_EQ(log.lines(), expected);
-  }
-}
-
-TEST_F(StoreTest, LoadingIndexesReadableChildrenOneLevelDeepAndLeavesTheOthersInTheirParentsData) {
-  const Value rejected = stored("c", {{"Class", ""}});
+TEST_F(StoreTest, LoadingLeavesWhatItCannotMakeARecordOfAndIndexesChildrenOneLevelDeep) {
+  const std::string type = "[-[BasicAccount initWithProperties:]] Invalid account type: ";
+  const std::string noClass = "[-[BasicAccount initWithProperties:]] Missing account class.";
+  const std::string failed =
+      "[-[AccountsManager _initWithAccountsInfo:]] ERROR: Failed to create a BasicAccount from %@";
+  const std::string ignoring = "Ignoring unknown child account with properties %@";
+  const Value odd = stored("x", {{"Type", "Fax\nX"}, {"Class", ""}});
+  const Value listed = stored("x", {{"Class", array("X")}});
   const Value nested = stored("c1", {{"ChildAccounts", array(stored("grandchild"))}});
   const Value nameless = Dictionary{{"Type", "CalDAV"}, {"Class", "X"}};
-  const Value children = array(rejected, "text", nested);
-  writeRegistry(stored("p", {{"ChildAccounts", children}}),
-                stored("q", {{"ChildAccounts", array(nameless)}}));
+  const Value children = array(listed, "text", nested);
+  writeRegistry(odd, stored("p", {{"ChildAccounts", children}}), listed, Dictionary(),
+                stored("q", {{"ChildAccounts", array(nameless)}}), "text");
   const Store store = AccountsManager::init();
-  const std::string ignoring = "Ignoring unknown child account with properties %@";
-  EXPECT_EQ(log.lines(), (Lines{classLine, formatted(ignoring, rejected), formatted(ignoring, "text")}));
+  EXPECT_EQ(log.lines(),
+            (Lines{type + "Fax\\nX", noClass, formatted(failed, odd), noClass, formatted(ignoring, listed),
+                   formatted(ignoring, "text"), noClass, formatted(failed, listed), type + "(null)", noClass,
+                   formatted(failed, Dictionary()),
+                   "Not all of the registry " + device.registryPath() +
+                       " can be used: its account 5 is not a dictionary",
+                   formatted(failed, "text")}));
   const std::vector<AccountPtr> all = store->allBasicSyncableAccounts();
   ASSERT_EQ(all.size(), 4U);
   EXPECT_EQ(all[2]->identifier(), "c1");
-  EXPECT_EQ(all[2]->parentAccount(), all[0]);
   EXPECT_EQ(store->accountWithIdentifier(all[3]->identifier()), all[1]);
   EXPECT_EQ(store->accountWithIdentifier("grandchild"), nullptr);
   EXPECT_EQ(AccountsManager::init()->accountWithIdentifier(all[3]->identifier()), nullptr)
