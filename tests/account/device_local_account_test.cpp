@@ -35,7 +35,8 @@ class DeviceLocalAccountTest : public ::testing::Test {
 };
 
 TEST_F(DeviceLocalAccountTest, HasAnIdentityThatNoPropertyChanges) {
-  EXPECT_EQ(DeviceLocalAccount::typeString(), "On My Vireo") << "a device that does not say what it is";
+  EXPECT_EQ(DeviceLocalAccount::typeString(), "On My Vireo Simulator")
+      << "a device that does not say what it is";
   setDeviceClass("tablet");
   auto odd = MutableDictionary::copyOf(DeviceLocalAccount::basicAccountProperties());
   for (const auto* key : {"Identifier", "Sync Identifier", "DisplayName"}) odd.set(key, "odd");

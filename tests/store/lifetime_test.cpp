@@ -144,7 +144,7 @@ TEST_F(LifetimeTest, OfStoreAndRecordsLastsThroughEveryCallWhateverForeignCodeDr
   for (std::size_t call = 0; call < std::size(calls); ++call) {
     for (const std::string& point : calls[call].second) {
       for (std::size_t act = 0; act < std::size(acts); ++act) {
-        SCOPED_TRACE(formatted("call %d: \"%s\" does act %d", int(call), point, int(act)));
+        SCOPED_TRACE("call " + std::to_string(call) + ", " + point + ": act " + std::to_string(act));
         start();
         const std::weak_ptr<AccountsManager> oldStore = store;
         const std::weak_ptr<BasicAccount> oldAccount = account;

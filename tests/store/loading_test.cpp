@@ -19,12 +19,11 @@ TEST_F(StoreTest, LoadingLeavesWhatItCannotMakeARecordOfAndIndexesChildrenOneLev
                 stored("q", {{"ChildAccounts", array(nameless)}}), "text");
   const Store store = AccountsManager::init();
   EXPECT_EQ(log.lines(),
-            (Lines{type + "Fax\\nX", noClass, formatted(failed, odd), noClass, formatted(ignoring, listed),
-                   formatted(ignoring, "text"), noClass, formatted(failed, listed), type + "(null)", noClass,
-                   formatted(failed, Dictionary()),
-                   "Not all of the registry " + device.registryPath() +
+            (Lines{"Not all of the registry " + device.registryPath() +
                        " can be used: its account 5 is not a dictionary",
-                   formatted(failed, "text")}));
+                   type + "Fax\\nX", noClass, formatted(failed, odd), noClass, formatted(ignoring, listed),
+                   formatted(ignoring, "text"), noClass, formatted(failed, listed), type + "(null)", noClass,
+                   formatted(failed, Dictionary()), formatted(failed, "text")}));
   const std::vector<AccountPtr> all = store->allBasicSyncableAccounts();
   ASSERT_EQ(all.size(), 4U);
   EXPECT_EQ(all[2]->identifier(), "c1");

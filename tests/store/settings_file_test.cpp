@@ -33,7 +33,8 @@ TEST_F(StoreTest, ReplacesOnlyTheFileThatWasReadAndTellsWhyNot) {
     fs::rename(device.path("folder"), device.path("former"));
     write("old");
   };
-  // What there was, what another program does while the new file is written, and what is there then.
+  // What there was, what another program does while the new file is written, and what is there then. Each is
+  // done twice: an odd index is a damaged file.
   const std::tuple<std::string, std::function<void()>, std::string> rows[] = {
       {"old", [] {}, "new"},
       {"", [] {}, "new"},
@@ -46,7 +47,7 @@ TEST_F(StoreTest, ReplacesOnlyTheFileThatWasReadAndTellsWhyNot) {
       {"old", exchangeFolders, "old"}};
   for (std::size_t i = 0; i < 2 * std::size(rows); ++i) {
     const auto& [before, change, left] = rows[i / 2];
-    SCOPED_TRACE(formatted("row %d%s", int(i / 2), i % 2 == 0 ? "" : ", to a damaged file"));
+    SCOPED_TRACE(i);
     const bool isReplaced = left == "new";
     for (const char* name : {"folder", "former"}) fs::remove_all(device.path(name));
     device.writeFile(other, "mine");
