@@ -150,6 +150,8 @@ TEST_F(StoreTest, RemovesWhatDeadWritersHaveLeftAndNothingThatIsBeingWritten) {
   };
   const FileCallsOverride override(calls);
   EXPECT_TRUE(save("new"));
+  struct stat taken {};
+  EXPECT_TRUE(fstat(thief, &taken) == 0 && taken.st_nlink == 0) << "it was not given up";
   close(thief);
   EXPECT_EQ(temporaries(), std::vector<std::string>());
 
