@@ -153,34 +153,33 @@ class SyncAccount : public AccountSubclass<SyncAccount>, public AccountRefreshPr
   std::string asked{};
 };
 
-/// How many refreshes of the dataclass are begun.
-int refreshed(BasicAccount& account, std::string_view of) {
-  return account.refreshContainerWithIdentifierForDataclassIsUserRequested("c", of, true) +
-         account.refreshContainerListForDataclassIsUserRequested(of, true) +
-         account.refreshContainersForDataclassIsUserRequested(of, true) +
-         account.refreshContainerWithIdentifierForDataclass("c", of) +
-         account.refreshContainerListForDataclass(of) + account.refreshContainersForDataclass(of);
-}
-
 TEST_F(CreatorsTest, OfSyncAccountsServeRefreshes) {
   writeCreators({{"T", array(sync("Late"))}, {"None", array(full("Self"))}, {"Lost", array(sync("Nobody"))}});
   int made = 0;
   const auto server = record<SyncAccount>("T");
   const auto second = [&](const AccountPtr&) { return ++made == 1 ? nullptr : server; };
   registerClass(ClassObject("Late").answering(SyncAccountCreationProtocol{second}));
-  EXPECT_EQ(refreshed(*record("None"), "d"), 0);
+  const auto begun = [](const AccountPtr& account, std::string_view of) {
+    return account->refreshContainerWithIdentifierForDataclassIsUserRequested("c", of, true) +
+           account->refreshContainerListForDataclassIsUserRequested(of, true) +
+           account->refreshContainersForDataclassIsUserRequested(of, true) +
+           account->refreshContainerWithIdentifierForDataclass("c", of) +
+           account->refreshContainerListForDataclass(of) + account->refreshContainersForDataclass(of);
+  };
+  EXPECT_EQ(begun(record("None"), "d"), 0);
   EXPECT_EQ(log.lines(), Lines()) << "an account without a sync account is no fault";
   const AccountPtr account = record("T");
   EXPECT_EQ(account->_cachedSyncAccount(), nullptr);
-  EXPECT_EQ(refreshed(*account, "d"), 6);
+  EXPECT_EQ(begun(account, "d"), 6);
   EXPECT_EQ(server->asked, "c! list! all! c list all ");
-  EXPECT_EQ(refreshed(*account, "e"), 0);
+  EXPECT_EQ(begun(account, "e"), 0);
   EXPECT_EQ(made, 2) << "a failure is not kept, a sync account is";
 
   EXPECT_EQ(record("Lost")->_cachedSyncAccount(), nullptr);
   const std::string lost =
-      "ERROR: The framework/bundle where Nobody is defined has not been loaded, so there is no "
-      "syncable account for basic account with properties ";
+      "ERROR: The framework/bundle where Nobody is defined has not been loaded, so there is no syncable "
+      "account "
+      "for basic account with properties ";
   EXPECT_EQ(log.lines(), (Lines{"ERROR: Could not create the account with class Late and id id",
                                 formatted("%@%@", lost, record("Lost")->properties())}));
   EXPECT_EQ(assertions, Lines());

@@ -1,7 +1,7 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include "roster/account/basic_account.h"
+#include "roster/account/vocabulary.h"
 #include "roster/platform/assertion.h"
 #include "roster/platform/property_list_file.h"
 #include "roster/platform/resources.h"
@@ -16,21 +16,19 @@ class TypeConfiguration : public OwnProcessTest {
   TypeConfiguration() { useOwnResources(); }
 
   void writeTypes() const {
-    const auto type = [](const char* supported) {
-      return Dictionary{{"Supported Dataclasses", dataclassArray(supported)}};
-    };
-    auto mixed =
-        MutableDictionary::copyOf(type("Satchel Notes x.y Mail Calendars Mail com.nimbal.dataclass.mail"));
-    mixed.set("Enable Actions", array("Keep Local Data", "None", "Keep Local Data", 4, "Merge Local Data"));
-    mixed.set("Disable Actions", array("None"));
-    mixed.set("Delete Account Actions", array("Merge Data", 3, "Delete Data"));
-    mixed.set("Show Reminders Separately", true);
+    const Value names = dataclassArray("Satchel Notes x.y Mail Calendars Mail com.nimbal.dataclass.mail");
+    const Dictionary mixed = {
+        {"Supported Dataclasses", names},
+        {"Enable Actions", array("Keep Local Data", "None", "Keep Local Data", 4, "Merge Local Data")},
+        {"Disable Actions", array("None")},
+        {"Delete Account Actions", array("Merge Data", 3, "Delete Data")},
+        {"Show Reminders Separately", true}};
+    const Dictionary alien = {{"Supported Dataclasses", dataclassArray("Notes x.y")}};
     const Dictionary wrong = {
         {"Supported Dataclasses", "Mail"}, {"Enable Actions", 1}, {"Show Reminders Separately", array()}};
-    const Dictionary types = {{"Mixed", mixed},       {"Notes and alien", type("Notes x.y")},
-                              {"Bare", Dictionary()}, {"Wrong", wrong},
-                              {"No entry", "Mail"},   {"", Dictionary()},
-                              {"Yahoo", wrong},       {"CalDAV", wrong}};
+    const Dictionary types = {{"Mixed", mixed}, {"Notes and alien", alien}, {"Bare", Dictionary()},
+                              {"Wrong", wrong}, {"No entry", "Mail"},       {"", Dictionary()},
+                              {"Yahoo", wrong}, {"CalDAV", wrong}};
     writeResource("AccountTypesProperties", types);
   }
   static std::string supported(std::string_view type) {
@@ -118,10 +116,11 @@ TEST_F(TypeConfiguration, ThatIsBrokenIsAssertedAndReadAgainOnceItIsRepaired) {
                                                       {"<plist>", "line 1"},
                                                       {"<plist><array/></plist>", "not hold a dict"}};
   for (const auto& [contents, cause] : rows) {
-    SCOPED_TRACE(contents == nullptr ? "missing" : contents);
-    if (contents != nullptr) device.writeFile(path, contents);
+    const bool isMissing = contents == nullptr;
+    SCOPED_TRACE(isMissing ? "missing" : contents);
+    if (!isMissing) device.writeFile(path, contents);
     // Where the library is installed, its resources stand in for a missing file.
-    if (contents == nullptr && !resourcePath("AccountTypesProperties", "plist").empty()) continue;
+    if (isMissing && !resourcePath("AccountTypesProperties", "plist").empty()) continue;
     std::vector<std::string> reports;
     setAssertionHandler([&](const AssertionReport& report) {
       reports.push_back(report.operation + " " + report.sourceFile + ": " + report.message);
@@ -130,14 +129,12 @@ TEST_F(TypeConfiguration, ThatIsBrokenIsAssertedAndReadAgainOnceItIsRepaired) {
     });
     EXPECT_EQ(supported("Mixed"), "nil") << "a handler that returns leaves a library without types";
     setAssertionHandler({});
-    const std::string asserted = "+[BasicAccount initialize] BasicAccount: Could not ";
-    EXPECT_EQ(reports,
-              std::vector{asserted + (contents == nullptr ? "find AccountTypesProperties.plist"
-                                                          : "load the dataclasses configuration file")});
-    ASSERT_EQ(log.lines().size(), contents == nullptr ? 0U : 1U);
-    for (const std::string& line : log.lines()) {
+    const std::string missing = "find AccountTypesProperties.plist";
+    EXPECT_EQ(reports, std::vector{"+[BasicAccount initialize] BasicAccount: Could not " +
+                                   (isMissing ? missing : "load the dataclasses configuration file")});
+    ASSERT_EQ(log.lines().size(), isMissing ? 0U : 1U);
+    for (const std::string& line : log.lines())
       EXPECT_TRUE(line.find(path) != std::string::npos && line.find(cause) != std::string::npos) << line;
-    }
     EXPECT_THROW(static_cast<void>(BasicAccount::accountWithProperties({})), AssertionFailure);
     log.clear();
   }
@@ -152,15 +149,23 @@ TEST(ShippedConfiguration, KnowsEveryTypeAndDataclassAndNamesThemInEveryLanguage
   EXPECT_EQ(shortNames(types),
             "Subscribed Calendar CalDAV CardDAV BookmarkDAV SMTP Exchange LDAP Mail Nuvola Gmail Yahoo "
             "OnMyDevice IMAPNotes NimbalAccount FjordIMAP");
-  const Dictionary table = BasicAccount::_dataclassesProperties().value_or(Dictionary());
-  for (const std::string& name : dataclasses) EXPECT_TRUE(table.contains(name)) << name;
+  const Dictionary properties = BasicAccount::_dataclassesProperties().value_or(Dictionary());
+  for (const std::string& name : dataclasses) EXPECT_TRUE(properties.contains(name)) << name;
 
   for (const std::string language : {"en", "de", "es", "fr", "ja"}) {
     SCOPED_TRACE(language);
     device.setEnvironment("LC_ALL", language + ".UTF-8");
+    const auto table = [&](const std::string& name) {
+      return *readDictionaryFile(resourcePath("strings/" + language + "/" + name, "plist"));
+    };
+    for (const std::string key :
+         {"ON_MY_DEVICE_TYPE_", "ON_MY_DEVICE_TYPE_MID_SENTENCE_", "ON_YOUR_DEVICE_TYPE_MID_SENTENCE_"}) {
+      for (const char* name : {"VIREO", "VIREO_SIMULATOR", "HANDSET", "TABLET", "LAPTOP", "CONVERTIBLE",
+                               "DESKTOP", "SERVER", "WATCH", "EMBEDDED", "VM", "CONTAINER"})
+        EXPECT_FALSE(table("DeviceLocalAccount").find(key + name).string().isEmpty()) << key << name;
+    }
     // In a text that this file lacks, the library falls back on English.
-    const Dictionary texts =
-        *readDictionaryFile(resourcePath("strings/" + language + "/BasicAccount", "plist"));
+    const Dictionary texts = table("BasicAccount");
     EXPECT_EQ(texts.size(), types.size() + dataclasses.size());
     const auto expectName = [&](const std::string& key, const String& name) {
       EXPECT_FALSE(name.isEmpty() || name.str() == key) << key;
@@ -178,31 +183,22 @@ TEST(ShippedConfiguration, KnowsEveryTypeAndDataclassAndNamesThemInEveryLanguage
   }
 }
 
-// The constants whose text neither a shipped table nor a file shows in any other test.
-constexpr const char* constants = R"(
-kAccountUsername=Username; kAccountPreventRecentsSyncing=Prevent Recents Syncing;
-kCalendarsAccountSubscribedCalendars=Subscribed Calendars; kAccountsFilename=com.nimbal.roster.plist;
-kAccountCalendarsWereMigrated=CalendarsWereMigrated; kDataclassToggleActionNone=None;
-kDataclassToggleActionKeepLocalData=Keep Local Data; kDataclassToggleActionMergeLocalData=Merge Local Data;
-kDataclassToggleActionDeleteLocalData=Delete Local Data;
-kDataclassToggleActionMergeSyncData=Merge Sync Data; kDataclassToggleActionDeleteSyncData=Delete Sync Data;
-kAccountDeleteActionMergeData=Merge Data; kAccountDeleteActionDeleteData=Delete Data;
-)";
-
-TEST(Vocabulary, IsExportedFromTheLibraryUnderExactlyItsNames) {
-  if (dlsym(RTLD_DEFAULT, "__asan_init") != nullptr) {
-    GTEST_SKIP() << "this program has constants of the same names, which the sanitizer takes for a mistake";
-  }
-  void* library = dlopen(ROSTER_TEST_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-  ASSERT_NE(library, nullptr) << dlerror();
-  std::istringstream table(constants);
-  for (std::string name, text; std::getline(table >> std::ws, name, '=') && std::getline(table, text, ';');) {
-    const auto* constant = static_cast<const std::string_view*>(dlsym(library, name.c_str()));
-    ASSERT_NE(constant, nullptr) << dlerror();
-    EXPECT_EQ(*constant, text) << name;
-  }
-  EXPECT_STREQ(static_cast<const char*>(dlsym(library, "kAccountMigrationLockFilename")),
-               "/tmp/AccountMigrationInProgress");
+TEST(Vocabulary, HasTheTextsThatNoShippedTableAndNoFileShows) {
+  const std::pair<std::string_view, std::string_view> constants[] = {
+      {kAccountUsername, "Username"},
+      {kAccountPreventRecentsSyncing, "Prevent Recents Syncing"},
+      {kCalendarsAccountSubscribedCalendars, "Subscribed Calendars"},
+      {kAccountCalendarsWereMigrated, "CalendarsWereMigrated"},
+      {kDataclassToggleActionNone, "None"},
+      {kDataclassToggleActionKeepLocalData, "Keep Local Data"},
+      {kDataclassToggleActionMergeLocalData, "Merge Local Data"},
+      {kDataclassToggleActionDeleteLocalData, "Delete Local Data"},
+      {kDataclassToggleActionMergeSyncData, "Merge Sync Data"},
+      {kDataclassToggleActionDeleteSyncData, "Delete Sync Data"},
+      {kAccountDeleteActionMergeData, "Merge Data"},
+      {kAccountDeleteActionDeleteData, "Delete Data"},
+      {kAccountMigrationLockFilename, "/tmp/AccountMigrationInProgress"}};
+  for (const auto& [constant, text] : constants) EXPECT_EQ(constant, text);
 }
 
 }  // namespace

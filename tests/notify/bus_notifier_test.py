@@ -7,13 +7,14 @@ import re
 import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 from pathlib import Path
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "tools"))
+from rosterctl_test import CALENDARS, CONTACTS, MAIL, Device, account
+
 TIMEOUT = 60  # seconds
 INTERFACE = "com.nimbal.roster.Accounts"
-MAIL, CONTACTS, CALENDARS = (f"com.nimbal.Dataclass.{name}" for name in ("Mail", "Contacts", "Calendars"))
 ADDED, MODIFIED, REMOVED = range(3)
 # The limit on messages is low, but far above what fits into a socket at once.
 CONFIGURATION = """<busconfig><listen>unix:path={folder}/bus</listen><auth>EXTERNAL</auth>
@@ -21,8 +22,8 @@ CONFIGURATION = """<busconfig><listen>unix:path={folder}/bus</listen><auth>EXTER
 </policy><limit name="max_message_size">1000000</limit></busconfig>"""
 
 
-def account(identifier, *enabled):
-    return {"Identifier": identifier, "Type": "Exchange", "Class": "EASAccount", "Enabled Dataclasses": enabled}
+def exchange(identifier, *enabled):
+    return account(identifier, "Exchange", "EASAccount", **{"Enabled Dataclasses": enabled})
 
 
 def record(change, identifier, *original):
@@ -34,14 +35,9 @@ def record(change, identifier, *original):
                      entry("AccountType", 'string "Exchange"'), entry("OriginalDataclasses", f"array [ {names}]"), "]"])
 
 
-class BusNotifierTest(unittest.TestCase):
-    maxDiff = None
-
+class BusNotifierTest(Device):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.root = Path(folder.name)
-        self.registry = self.root / "var/lib/roster/Preferences/com.nimbal.roster.plist"
+        super().setUp()
         self.registry.parent.mkdir(parents=True)
         resources = self.root / "resources"
         shutil.copytree(os.environ["ROSTER_RESOURCES"], resources)
@@ -50,8 +46,8 @@ class BusNotifierTest(unittest.TestCase):
             "Framework": os.path.join(os.path.dirname(os.environ["ROSTER_LIBRARY"]), "plugins/roster-bus-notifier.so"),
             "Class": "RosterBusNotifier", "Supported Dataclasses": [CONTACTS, CALENDARS]}}]
         (resources / "AccountCreators.plist").write_bytes(plistlib.dumps(creators, fmt=plistlib.FMT_BINARY))
-        self.environment = {**os.environ, "ROSTER_ROOT": str(self.root), "ROSTER_RESOURCES": str(resources),
-                            "DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={self.root}/no-bus"}
+        self.environment.update(ROSTER_ROOT=str(self.root), ROSTER_RESOURCES=str(resources),
+                                DBUS_SYSTEM_BUS_ADDRESS=f"unix:path={self.root}/no-bus")
 
     def start(self, *command):
         process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
@@ -96,20 +92,11 @@ class BusNotifierTest(unittest.TestCase):
         self.registry.write_bytes(plistlib.dumps({"Version": 12, "Accounts": accounts}, fmt=plistlib.FMT_BINARY))
 
     def enabled(self):
-        return [stored["Enabled Dataclasses"] for stored in plistlib.loads(self.registry.read_bytes())["Accounts"]]
-
-    def said(self, *command):
-        """What a program says of its work, which must go well."""
-        done = subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=TIMEOUT)
-        self.assertEqual(done.returncode, 0, (command, done.stdout, done.stderr))
-        return done.stderr
-
-    def rosterctl(self, *arguments):
-        return self.said(os.environ["ROSTERCTL"], "--verbose", *arguments)
+        return [stored["Enabled Dataclasses"] for stored in self.accounts()]
 
     def test_each_save_that_concerns_a_registered_dataclass_is_one_signal(self):
         self.start_bus()
-        self.write(account("A", MAIL, CONTACTS, CALENDARS), account("B", MAIL))
+        self.write(exchange("A", MAIL, CONTACTS, CALENDARS), exchange("B", MAIL))
         for arguments, expected in (
                 (["disable", "A", "Contacts"], record(MODIFIED, "A", MAIL, CONTACTS, CALENDARS)),
                 (["disable", "A", "Mail"], None),
@@ -120,23 +107,24 @@ class BusNotifierTest(unittest.TestCase):
                 (["add", "Exchange", "EASAccount", "Identifier=Ä", f'Enabled Dataclasses:=["{CONTACTS}"]'],
                  record(ADDED, "Ä"))):
             with self.subTest(arguments):
-                self.assertEqual(self.rosterctl(*arguments), "")
+                self.assertEqual(self.err("--verbose", *arguments), "")
                 self.assertEqual(self.signals(), [f"array [ {expected} ]"] if expected else [])
-        self.write(account("A", CONTACTS), account("B", MAIL), account("C", CALENDARS, MAIL))
-        self.said(os.path.join(os.environ["ROSTER_TEST_PROGRAMS"], "rename_accounts"), "same")
-        records = record(MODIFIED, "A", CONTACTS), record(MODIFIED, "C", CALENDARS, MAIL)
-        self.assertEqual(self.signals(), [f"array [ {' '.join(records)} ]"], "one signal of all accounts of a save")
+        self.write(exchange("A", CONTACTS), exchange("B", MAIL), exchange("C", CALENDARS, MAIL))
+        subprocess.run([os.path.join(os.environ["ROSTER_TEST_PROGRAMS"], "rename_accounts"), "same"],
+                       env=self.environment, check=True, timeout=TIMEOUT)
+        records = record(MODIFIED, "A", CONTACTS) + " " + record(MODIFIED, "C", CALENDARS, MAIL)
+        self.assertEqual(self.signals(), [f"array [ {records} ]"], "one signal of all accounts of a save")
 
     def test_a_save_succeeds_without_being_heard_and_the_log_says_why(self):
-        self.write(account("A", MAIL, CONTACTS))
+        self.write(exchange("A", MAIL, CONTACTS))
         note = "rosterctl: note: Could not tell the system bus of 1 changed accounts: could not "
-        self.assertEqual(self.rosterctl("disable", "A", "Contacts"),
+        self.assertEqual(self.err("--verbose", "disable", "A", "Contacts"),
                          note + "open the system bus: No such file or directory\n")
         self.assertEqual(self.enabled(), [[MAIL]])
         self.start_bus()
         too_large = "x" * 2_000_000
-        self.write(account("A", too_large, CONTACTS))
-        self.assertRegex(self.rosterctl("disable", "A", "Contacts"),
+        self.write(exchange("A", too_large, CONTACTS))
+        self.assertRegex(self.err("--verbose", "disable", "A", "Contacts"),
                          f"^{note}talk to the system bus: (Connection reset by peer|Broken pipe)\n$")
         self.assertEqual((self.signals(), self.enabled()), ([], [[too_large]]))
 

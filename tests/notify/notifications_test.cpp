@@ -48,6 +48,16 @@ TEST(ChangeDetection, ConcernsWhatWasSwitchedAndWithOtherChangesAllThatIsEnabled
   }
 }
 
+TEST(ChildChanges, TellWhatHappenedToEachChild) {
+  const auto parent = [](const Value& children) { return stored("P", {{"ChildAccounts", children}}); };
+  const AccountChange change{RSAccountChangeTypeModified, parent(array(stored("1"), stored("2"), "odd")),
+                             parent(array(stored("2", {{"x", 1}}), stored("3")))};
+  std::string text;
+  for (const AccountChange& each : childChanges(change))
+    text += std::to_string(each.type) + each.identifier().str() + " ";
+  EXPECT_EQ(text, "21 03 12 ");
+}
+
 Dictionary notifier(const Value& className, const std::string& names, const Value& framework = thisLibrary) {
   return creatorEntry("NotifierAccount", className, framework, dataclassArray(names));
 }
@@ -102,8 +112,10 @@ TEST_F(NotifierTest, AreFoundInACompleteTable) {
   const Dictionary text = creatorEntry("NotifierAccount", "A", {}, dataclass("Mail"));
   const std::string unnamed = malformed + "the name of the class for notificatinos with the type %@";
   const std::string unplaced = malformed + "the path to the framework for the notifier with type %@";
+  const std::string unlisted = malformed + "the information for the type %@";
   const std::tuple<Value, std::string, StringList> rows[] = {
-      {"text", malformed + "the information for the type %@", {}},
+      {Value(), unlisted, {}},
+      {"text", unlisted, {}},
       {array(notifier("A", "Mail", {})), unplaced, {}},
       {array(notifier("A", "Mail", "/no.so")), noFile, {}},
       {array(notifier("A", "Mail"), notifier("", "Notes Mail")), unnamed, {}},
@@ -112,40 +124,41 @@ TEST_F(NotifierTest, AreFoundInACompleteTable) {
        "",
        {"B", "A", "B"}}};
   MutableDictionary table;
-  for (const auto& row : rows) table.set("T" + std::to_string(table.size()), std::get<0>(row));
+  for (std::size_t i = 1; i < std::size(rows); ++i) table.set("T" + std::to_string(i), std::get<0>(rows[i]));
   writeCreators(table);
-  const auto find = &AccountsManager::_notifierClassNamesForAccountTypeDataclass;
-  const std::string finding =
-      "+[AccountsManager _notifierClassNamesForAccountType:dataclass:] AccountsManager: ";
   for (std::size_t i = 0; i < std::size(rows); ++i) {
     const auto& [entries, message, names] = rows[i];
-    const std::string type = "T" + std::to_string(i);
+    const String type = i == 0 ? String() : "T" + std::to_string(i);
     assertions.clear();
-    EXPECT_EQ(find(type, dataclass("Mail")), names) << type;
-    EXPECT_EQ(assertions, message.empty() ? Lines() : Lines{formatted(finding + message, type)});
+    EXPECT_EQ(AccountsManager::_notifierClassNamesForAccountTypeDataclass(type, dataclass("Mail")), names);
+    const std::string finding =
+        "+[AccountsManager _notifierClassNamesForAccountType:dataclass:] AccountsManager: ";
+    EXPECT_EQ(assertions, message.empty() ? Lines() : Lines{formatted(finding + message, type)}) << i;
   }
-  assertions.clear();
-  EXPECT_EQ(find({}, dataclass("Mail")), StringList());
-  EXPECT_EQ(assertions, Lines{finding + malformed + "the information for the type (null)"});
 }
 
 TEST_F(NotifierTest, HearOnceWhateverTheOrderOfAccountsThoughAnotherLibraryIsMissing) {
   setAssertionHandler({});
   const Dictionary both = account("both", "Mail Contacts"), one = account("one", "Contacts");
   const std::string ofBoth = "; 1 T both [Mail Contacts]", ofOne = "; 1 T one [Contacts]";
-  const std::tuple<Dictionary, Dictionary, std::string> rows[] = {{both, one, "A" + ofBoth + ofOne},
-                                                                  {one, both, "A" + ofOne + ofBoth}};
-  for (const auto& [first, second, told] : rows) {
-    const Store store =
-        start(array(notifier("Lost", "Mail", "/no.so"), notifier("A", "Contacts")), first, second);
+  for (const bool isBothFirst : {true, false}) {
+    const Store store = start(array(notifier("Lost", "Mail", "/no.so"), notifier("A", "Contacts")),
+                              isBothFirst ? both : one, isBothFirst ? one : both);
     rename(store, "new");
     log.clear();
     EXPECT_THROW(save(store), AssertionFailure);
-    EXPECT_EQ(heard, Lines{told});
+    EXPECT_EQ(heard, Lines{isBothFirst ? "A" + ofBoth + ofOne : "A" + ofOne + ofBoth});
     EXPECT_EQ(linesWith(log.lines(), "/no.so"), 1U) << "one failure, however many accounts have it";
     EXPECT_EQ(save(store), Lines()) << "nobody hears it twice, and there is nothing left to fail";
   }
 }
+
+/// Saves everything but its secret.
+class SecretiveAccount : public AccountSubclass<SecretiveAccount> {
+ public:
+  using AccountSubclass::AccountSubclass;
+  Dictionary propertiesToSave() const override { return with(properties().deepCopy(), "Secret", {}); }
+};
 
 TEST_F(NotifierTest, HearOnceOfASaveWhatConcernsThem) {
   static_cast<void>(
@@ -158,7 +171,12 @@ TEST_F(NotifierTest, HearOnceOfASaveWhatConcernsThem) {
   const auto store = CustomStore::load({ScriptedFixer([&](const AccountPtr& each) {
     return each->identifier() == rejected ? FixResult::unrepairable : FixResult::nothingDone;
   })});
-  EXPECT_EQ(save(store), Lines());
+  const AccountPtr secretive = SecretiveAccount::accountWithProperties(account("s", "Contacts"));
+  store->insertAccount(secretive);
+  EXPECT_EQ(save(store), (Lines{"A; 0 T s []", "B; 0 T s []"}));
+  secretive->setAccountPropertyForKey("1", "Secret");
+  EXPECT_EQ(save(store), Lines()) << "what is not saved is no change";
+  EXPECT_EQ(AccountsManager::init()->accountWithIdentifier("s")->properties(), account("s", "Contacts"));
   const AccountPtr a = store->accountWithIdentifier("a");
   a->setEnabledForDataclass(false, dataclass("Contacts"));
   EXPECT_EQ(save(store), (Lines{"A; 1 T a [Mail Contacts]", "B; 1 T a [Mail Contacts]"}));
@@ -221,10 +239,8 @@ TEST_F(NotifierTest, AreToldWhateverTheOthersDo) {
   AccountsManager::accountDidChangeForDataclass(a, dataclass("Mail"));
   EXPECT_EQ(heard.back(), "A a com.nimbal.Dataclass.Mail");
   const std::string broken = "ERROR: The notifier Broken failed: no wire";
-  EXPECT_EQ(
-      log.lines(),
-      (Lines{broken, "ERROR: The notifier Mute failed: the class Mute does not answer noteAccountChanges:",
-             broken, broken}));
+  const std::string mute = "ERROR: The notifier Mute failed: the class Mute does not answer ";
+  EXPECT_EQ(log.lines(), (Lines{broken, mute + "noteAccountChanges:", broken, broken}));
   const std::string gone = " AccountsManager: Could not find a class for class name Gone";
   EXPECT_EQ(assertions, (Lines{"-[AccountsManager _sendNotificationsForChangedAccounts]" + gone,
                                "+[AccountsManager accountWillChange:forDataclass:]" + gone,
@@ -245,34 +261,14 @@ TEST_F(NotifierTest, AreToldThatTheyCannotSaveTheStoreThatTellsThem) {
   rename(store, "new");
   EXPECT_EQ(save(store), Lines{"A; 1 T a [Mail]"});
   EXPECT_FALSE(store->lastSaveError());
-  Lines expected;
-  for (const char* operation : {"saveAllAccounts", "_sendNotificationsForChangedAccounts"}) {
-    const std::string name = formatted("-[AccountsManager %s]", operation);
-    expected.push_back(name + " AccountsManager: " + name +
-                       " was called by what a save of the same store calls");
-  }
-  EXPECT_EQ(assertions, expected);
+  const std::string saving = "-[AccountsManager saveAllAccounts]";
+  const std::string telling = "-[AccountsManager _sendNotificationsForChangedAccounts]";
+  const std::string why = " was called by what a save of the same store calls";
+  EXPECT_EQ(assertions, (Lines{saving + " AccountsManager: " + saving + why,
+                               telling + " AccountsManager: " + telling + why}));
   rename(store, "newer");
   store->_sendNotificationsForChangedAccounts();
   EXPECT_EQ(heard.size(), 2U) << "an announcement without a save is one as well";
-}
-
-/// Saves everything but its secret.
-class SecretiveAccount : public AccountSubclass<SecretiveAccount> {
- public:
-  using AccountSubclass::AccountSubclass;
-  Dictionary propertiesToSave() const override { return with(properties().deepCopy(), "Secret", {}); }
-};
-
-TEST_F(NotifierTest, HearOnlyOfWhatAnAccountSaves) {
-  const Store store = start(array(notifier("A", "Mail")));
-  const AccountPtr secretive = SecretiveAccount::accountWithProperties(account("a", "Mail"));
-  secretive->setAccountPropertyForKey("1", "Secret");
-  store->insertAccount(secretive);
-  EXPECT_EQ(save(store), Lines{"A; 0 T a []"});
-  EXPECT_EQ(AccountsManager::init()->accountWithIdentifier("a")->properties(), account("a", "Mail"));
-  secretive->setAccountPropertyForKey("2", "Secret");
-  EXPECT_EQ(save(store), Lines());
 }
 
 }  // namespace

@@ -67,7 +67,7 @@ class HostileRegistryTest : public StoreTest {
   static std::string registryOf(const Value& accounts) { return encoded(Dictionary{{"Accounts", accounts}}); }
 };
 
-TEST_F(HostileRegistryTest, WithoutAnythingToReadIsEmptyAndKept) {
+TEST_F(HostileRegistryTest, OfTheWrongShapeKeepsTheSoundAccountsAndTheFile) {
   const std::string sound = registryOf(array(stored("a")));
   const std::pair<const char*, std::string> rows[] = {
       {"no byte", ""},
@@ -84,13 +84,6 @@ TEST_F(HostileRegistryTest, WithoutAnythingToReadIsEmptyAndKept) {
     expectUsable(row, bytes, "");
   }
   expectUsable("a version alone", encoded(Dictionary{{"Version", "12"}}), "", false);
-  const Value odd = array("one", stored("a"), 2);
-  expectUsable("accounts that are none", registryOf(odd), "a");
-  EXPECT_EQ(Value(*readRegistryAccounts(device.writeFile("odd", registryOf(odd)))), odd);
-  EXPECT_TRUE(readRegistryAccounts(device.path("missing"))->empty());
-}
-
-TEST_F(HostileRegistryTest, WithWrongTypesUnderAnyKeyKeepsTheOtherAccountsAndTheOddValues) {
   const Dictionary odd = stored("odd", {{"ChildAccounts", Dictionary{{"a", 1}}},
                                         {"Enabled Dataclasses", array(1, 2)},
                                         {"Sync Identifier", array()}});
@@ -98,29 +91,24 @@ TEST_F(HostileRegistryTest, WithWrongTypesUnderAnyKeyKeepsTheOtherAccountsAndThe
   expectUsable("wrong types", encoded(Dictionary{{"Version", "new"}, {"Accounts", accounts}}), "odd a",
                false);
   EXPECT_EQ(root().find("Accounts"), array(odd, stored("a")));
+  const Value none = array("one", stored("a"), 2);
+  expectUsable("accounts that are none", registryOf(none), "a");
+  EXPECT_EQ(Value(*readRegistryAccounts(device.writeFile("none", registryOf(none)))), none);
+  EXPECT_TRUE(readRegistryAccounts(device.path("missing"))->empty());
 }
 
-TEST_F(HostileRegistryTest, InXmlWithOneValueThatCannotBeReadLosesThatValue) {
+TEST_F(HostileRegistryTest, InXmlLosesOnlyTheValuesThatCannotBeRead) {
   const std::string bad = "<date>2024-13-01T00:00:00Z</date>";
-  const auto account = [](const std::string& identifier, const std::string& more) {
-    return "<dict><key>Type</key><string>CalDAV</string><key>Class</key><string>X</string>"
-           "<key>Identifier</key><string>" +
-           identifier + "</string>" + more + "</dict>";
-  };
-  const std::string nested =
-      "<key>ChildAccounts</key><array>" + account("c", "<key>On</key>" + bad) + "</array>";
-  const std::tuple<std::string, std::string, Dictionary> rows[] = {
-      {"<key>On</key>" + bad, "", stored("b")},
-      {nested, "", stored("b", {{"ChildAccounts", array(stored("c"))}})},
-      {"<key>On</key><array>" + bad + "<true/></array>", "", stored("b", {{"On", array(true)}})},
-      {"", "<key>On</key>" + bad, stored("b")}};
-  for (const auto& [inside, beside, expected] : rows) {
-    expectUsable(inside + beside,
-                 "<plist><dict><key>Accounts</key><array>" + account("a", "") + account("b", inside) +
-                     "</array>" + beside + "</dict></plist>",
-                 "a b");
-    EXPECT_EQ(storedAccount(1), expected) << inside;
-  }
+  const std::string account =
+      "<dict><key>Type</key><string>CalDAV</string><key>Class</key><string>X</string><key>Identifier</key>";
+  const std::string child = account + "<string>c</string><key>On</key>" + bad + "</dict>";
+  expectUsable("xml",
+               "<plist><dict><key>Accounts</key><array>" + account + "<string>a</string></dict>" + account +
+                   "<string>b</string><key>On</key>" + bad + "<key>List</key><array>" + bad +
+                   "<true/></array><key>ChildAccounts</key><array>" + child + "</array></dict></array>" +
+                   "<key>On</key>" + bad + "</dict></plist>",
+               "a b");
+  EXPECT_EQ(storedAccount(1), stored("b", {{"List", array(true)}, {"ChildAccounts", array(stored("c"))}}));
 }
 
 TEST_F(HostileRegistryTest, DamagedAtAnyByteLosesNothingSilently) {
@@ -173,52 +161,35 @@ TEST_F(HostileRegistryTest, WithPartsWithoutEndKeepsTheRestOfTheAccounts) {
   EXPECT_NE(AccountsManager::init()->accountWithIdentifier("child"), nullptr) << "it is usable itself";
 }
 
-TEST_F(HostileRegistryTest, WhoseSoundAccountsShareALongListLosesNothing) {
-  constexpr std::size_t length = 60'000;
-  Assembly assembly;
-  const std::uint64_t list = assembly.array(std::vector<std::uint64_t>(length, assembly.text("x")));
-  std::vector<std::uint64_t> accounts;
-  std::string expected;
-  for (int i = 0; i < 30; ++i) {
-    const std::string identifier = "a" + std::to_string(i);
-    accounts.push_back(assembly.account(identifier, {{"List", list}}));
-    expected += identifier + " ";
-  }
-  const std::uint64_t cycle = assembly.array({assembly.next()});
-  const auto check = [&](const char* row, const std::string& identifiers, bool isDamaged) {
-    expectUsable(row, Assembly(assembly).registry(accounts), identifiers, isDamaged);
-    const Result<Array> saved = readRegistryAccounts(device.registryPath());
-    ASSERT_TRUE(saved) << errorOf(saved);
-    for (const Value& account : *saved) EXPECT_EQ(account.dictionary()->find("List").array()->size(), length);
-  };
-  check("sound", expected.substr(0, expected.size() - 1), false);
-  accounts.push_back(assembly.account("faulty", {{"Cycle", cycle}, {"List", list}}));
-  check("and one more that is damaged", expected + "faulty", true);
-}
-
-TEST_F(HostileRegistryTest, WhoseAccountsShareHugePartsCostsNoMoreThanItsSize) {
+TEST_F(HostileRegistryTest, WhoseAccountsShareHugePartsLosesNothingAndCostsNoMoreThanItsSize) {
   // Each account alone is within all limits; together they would be hundreds of millions of values.
-  Assembly assembly;
-  const std::uint64_t child = assembly.account("c");
-  const std::uint64_t children = assembly.array(std::vector<std::uint64_t>(100'000, child));
-  const std::uint64_t cycle = assembly.array({assembly.next()});
-  const std::uint64_t faulty = assembly.account("faulty", {{"Cycle", cycle}, {"ChildAccounts", children}});
-  std::vector<std::uint64_t> accounts;
-  for (int i = 0; i < 500; ++i) {
-    accounts.insert(accounts.end(), {faulty, assembly.account("p", {{"ChildAccounts", children}})});
-  }
-  accounts.push_back(assembly.account("last"));
-  device.writeFile(device.registryPath(), assembly.registry(accounts));
   const SystemLogSink own = setSystemLogSink([](std::string_view) {});
-  const Store store = AccountsManager::init();
-  EXPECT_NE(store->accountWithIdentifier("last"), nullptr);
-  store->saveAllAccounts();
-  EXPECT_FALSE(store->lastSaveError());
+  for (const bool isDamaged : {false, true}) {
+    SCOPED_TRACE(isDamaged);
+    Assembly assembly;
+    const std::uint64_t child = assembly.account("c");
+    const std::uint64_t children = assembly.array(std::vector<std::uint64_t>(100'000, child));
+    const std::uint64_t cycle = assembly.array({assembly.next()});
+    const std::uint64_t other =
+        assembly.account("other", isDamaged ? Assembly::Entries{{"Cycle", cycle}, {"ChildAccounts", children}}
+                                            : Assembly::Entries{{"ChildAccounts", children}});
+    std::vector<std::uint64_t> accounts;
+    for (int i = 0; i < 500; ++i)
+      accounts.insert(accounts.end(), {other, assembly.account("p", {{"ChildAccounts", children}})});
+    accounts.push_back(assembly.account("last"));
+    std::filesystem::remove_all(device.path(folder));
+    device.writeFile(device.registryPath(), assembly.registry(accounts));
+    const Store store = AccountsManager::init();
+    EXPECT_NE(store->accountWithIdentifier("last"), nullptr);
+    store->saveAllAccounts();
+    EXPECT_FALSE(store->lastSaveError());
+    EXPECT_EQ(kept().size(), isDamaged ? 1U : 0U);
+    const Result<Array> saved = readRegistryAccounts(device.registryPath());
+    ASSERT_TRUE(saved && saved->size() == accounts.size()) << errorOf(saved);
+    for (std::size_t i = 0; i + 1 < saved->size(); ++i)
+      ASSERT_EQ(saved->at(i).dictionary()->find("ChildAccounts").array()->size(), 100'000U) << i;
+  }
   setSystemLogSink(own);
-  const Result<Array> saved = readRegistryAccounts(device.registryPath());
-  ASSERT_EQ(saved->size(), accounts.size()) << errorOf(saved);
-  for (std::size_t i = 0; i + 1 < saved->size(); ++i)
-    ASSERT_EQ(saved->at(i).dictionary()->find("ChildAccounts").array()->size(), 100'000U) << i;
 }
 
 }  // namespace

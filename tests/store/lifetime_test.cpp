@@ -102,73 +102,55 @@ class LifetimeTest : public CreatorsTableTest, public AccountLoaderProtocol {
 };
 
 TEST_F(LifetimeTest, OfStoreAndRecordsLastsThroughEveryCallWhateverForeignCodeDropsMeanwhile) {
-  const std::pair<const char*, std::function<void()>> acts[] = {
-      {"deletes the account", [&] { store->deleteAccountWithIdentifier("a"); }},
-      {"deletes all accounts", [&] { store->replaceAccountsWithTypesWithAccounts({"T"}, {}); }},
-      {"drops the store", [&] { store.reset(); }},
-      {"replaces the store", [&] { store = load(); }},
-      {"makes the lists grow",
-       [&] {
-         for (int i = 0; i < 40; ++i) store->insertAccount(hooked("n" + std::to_string(i)));
-       }},
+  const auto grow = [&] {
+    for (int i = 0; i < 40; ++i) store->insertAccount(hooked("n" + std::to_string(i)));
+  };
+  const std::function<void()> acts[] = {[&] { store->deleteAccountWithIdentifier("a"); },
+                                        [&] { store->replaceAccountsWithTypesWithAccounts({"T"}, {}); },
+                                        [&] { store.reset(); }, [&] { store = load(); }, grow};
+  const auto replaceMany = [&] {
+    child->setParentAccount(account);
+    store->replaceAccountsWithTypesWithAccounts({"U"}, {account, child});
+  };
+  const auto endFullAccount = [&] {
+    store->fullAccountWithIdentifierLoader("a1", nullptr);
+    dropHandles();
+    store->deleteAccountWithIdentifier("a");
   };
   const auto willChange = &AccountsManager::accountWillChangeForDataclass;
   const auto didChange = &AccountsManager::accountDidChangeForDataclass;
-  struct Call {
-    const char* name;
-    std::function<void()> make;
-    std::vector<const char*> points;
-  };
-  const Call calls[] = {
-      {"full account", [&] { account->fullAccountUsingLoader(this); }, {"loader", "creator", "parent"}},
-      {"full account of", [&] { store->fullAccountWithIdentifierLoader("a", this); }, {"loader", "creator"}},
-      {"full accounts",
-       [&] { static_cast<void>(store->accountsWithTypes({"T"})); },
+  const StringList changing{"ChildAccounts", "set", "identifier"};
+  const std::pair<std::function<void()>, StringList> calls[] = {
+      {[&] { account->fullAccountUsingLoader(this); }, {"loader", "creator", "parent"}},
+      {[&] { store->fullAccountWithIdentifierLoader("a", this); }, {"loader", "creator"}},
+      {[&] { static_cast<void>(store->accountsWithTypes({"T"})); },
        {"Type", "identifier", "creator", "parent"}},
-      {"refresh", [&] { account->refreshContainersForDataclass("d"); }, {"creator", "refresh"}},
-      {"will change", [&] { willChange(account, *dataclassName); }, {"identifier", "notifier"}},
-      {"did change", [&] { didChange(account, *dataclassName); }, {"notifier"}},
-      {"save", [&] { store->saveAllAccounts(); }, {"fixer", "identifier", "to save", "saved", "notifier"}},
-      {"announce", [&] { store->_sendNotificationsForChangedAccounts(); }, {"to save", "notifier"}},
-      {"find", [&] { store->displayAccountWithSyncIdentifier("b2"); }, {"sync"}},
-      {"of types", [&] { static_cast<void>(store->countOfBasicAccountsWithTypes({"T"})); }, {"Type"}},
-      {"children", [&] { static_cast<void>(store->childrenOfAccount(account)); }, {"identifier"}},
-      {"update", [&] { store->updateAccount(account); }, {"identifier", "ChildAccounts"}},
-      {"insert", [&] { store->insertAccount(account); }, {"identifier"}},
-      {"delete", [&] { store->deleteAccount(account); }, {"identifier"}},
-      {"replace",
-       [&] { store->replaceAccountWithAccount(account, account); },
-       {"identifier", "ChildAccounts"}},
-      {"replace many",
-       [&] {
-         child->setParentAccount(account);
-         store->replaceAccountsWithTypesWithAccounts({"U"}, {account, child});
-       },
-       {"Identifier", "Type", "identifier", "ChildAccounts", "set"}},
-      {"add a child",
-       [&] { store->addChildToAccount(child, account); },
-       {"ChildAccounts", "set", "identifier"}},
-      {"remove a child",
-       [&] { store->removeChildWithIdentifierFromAccount("a1", account); },
-       {"ChildAccounts", "set", "identifier"}},
-      {"end of a full account",
-       [&] {
-         store->fullAccountWithIdentifierLoader("a1", nullptr);
-         dropHandles();
-         store->deleteAccountWithIdentifier("a");
-       },
-       {"end"}},
-  };
-  for (const Call& call : calls) {
-    for (const char* point : call.points) {
-      for (const auto& [name, hostile] : acts) {
-        SCOPED_TRACE(formatted("%s: \"%s\" %s", call.name, point, name));
+      {[&] { account->refreshContainersForDataclass("d"); }, {"creator", "refresh"}},
+      {[&] { willChange(account, *dataclassName); }, {"identifier", "notifier"}},
+      {[&] { didChange(account, *dataclassName); }, {"notifier"}},
+      {[&] { store->saveAllAccounts(); }, {"fixer", "identifier", "to save", "saved", "notifier"}},
+      {[&] { store->_sendNotificationsForChangedAccounts(); }, {"to save", "notifier"}},
+      {[&] { store->displayAccountWithSyncIdentifier("b2"); }, {"sync"}},
+      {[&] { static_cast<void>(store->countOfBasicAccountsWithTypes({"T"})); }, {"Type"}},
+      {[&] { static_cast<void>(store->childrenOfAccount(account)); }, {"identifier"}},
+      {[&] { store->updateAccount(account); }, {"identifier", "ChildAccounts"}},
+      {[&] { store->insertAccount(account); }, {"identifier"}},
+      {[&] { store->deleteAccount(account); }, {"identifier"}},
+      {[&] { store->replaceAccountWithAccount(account, account); }, {"identifier", "ChildAccounts"}},
+      {replaceMany, {"Identifier", "Type", "identifier", "ChildAccounts", "set"}},
+      {[&] { store->addChildToAccount(child, account); }, changing},
+      {[&] { store->removeChildWithIdentifierFromAccount("a1", account); }, changing},
+      {endFullAccount, {"end"}}};
+  for (std::size_t call = 0; call < std::size(calls); ++call) {
+    for (const std::string& point : calls[call].second) {
+      for (std::size_t act = 0; act < std::size(acts); ++act) {
+        SCOPED_TRACE("call " + std::to_string(call) + ", " + point + ": act " + std::to_string(act));
         start();
         const std::weak_ptr<AccountsManager> oldStore = store;
         const std::weak_ptr<BasicAccount> oldAccount = account;
-        reach = {point, [&, &act = hostile] { dropHandles(), act(); }};
+        reach = {point, [&] { dropHandles(), acts[act](); }};
         try {
-          call.make();
+          calls[call].first();
         } catch (const EnumerationMutation&) {    // of a walk
         } catch (const std::out_of_range&) {      // the record to replace is not there any more
         } catch (const std::invalid_argument&) {  // nor is the record of a full account

@@ -20,8 +20,7 @@ class RegistryWatchTest : public StoreTest {
     pollfd ready{watch.descriptor(), POLLIN, 0};
     while (poll(&ready, 1, 100) == 1) {
       const Result<bool> done = watch.dispatch([&](const AccountChange& change) {
-        constexpr std::string_view signs = "+*-";
-        text += signs[static_cast<std::size_t>(change.type)] + change.identifier().str() + " ";
+        text += "+*-"[static_cast<std::size_t>(change.type)] + change.identifier().str() + " ";
       });
       if (!done) text += "error ";
     }
@@ -69,16 +68,6 @@ TEST_F(RegistryWatchTest, RefreshesAStoreAndTellsNothingThatTheStoreDid) {
   EXPECT_TRUE(watch->dispatch([&](const AccountChange&) { watch.reset(); }))
       << "the handler may end the watch";
   EXPECT_EQ(identifiers(*store->allBasicAccounts()), "A C");
-}
-
-TEST(ChildChanges, TellWhatHappenedToEachChild) {
-  const auto parent = [](const Value& children) { return stored("P", {{"ChildAccounts", children}}); };
-  const AccountChange change{RSAccountChangeTypeModified, parent(array(stored("1"), stored("2"), "odd")),
-                             parent(array(stored("2", {{"x", 1}}), stored("3")))};
-  std::string text;
-  for (const AccountChange& each : childChanges(change))
-    text += std::to_string(each.type) + each.identifier().str() + " ";
-  EXPECT_EQ(text, "21 03 12 ");
 }
 
 }  // namespace

@@ -2,10 +2,10 @@
 
 #include <filesystem>
 
-#include "roster/platform/linux/file_calls.h"
 #include "roster/store/merge.h"
 #include "roster/store/settings_file.h"
 #include "tests/store/store_test.h"
+#include "tests/store/watched_calls.h"
 
 namespace roster::testing {
 namespace {
@@ -15,47 +15,12 @@ using ::testing::HasSubstr;
 
 constexpr std::string_view failure = "Failed to save accounts to filesystem.";
 
-/// The system's calls, of which one fails while this lives: always, or when it is about the file at a path.
-class FailingCall {
- public:
-  FailingCall(std::string_view call, int errorNumber, std::string path = {}) : override_(calls()) {
-    call_ = call;
-    errorNumber_ = errorNumber;
-    path_ = std::move(path);
-  }
-
- private:
-  static FileCalls calls() {
-    real_ = fileCalls();
-    fd_ = -1;
-    FileCalls calls = real_;
-    calls.openat = [](int folderFd, const char* path, int flags, mode_t mode) {
-      if (path != path_) return real_.openat(folderFd, path, flags, mode);
-      return fails("openat") ? -1 : fd_ = real_.openat(folderFd, path, flags, mode);
-    };
-    calls.fstat = [](int fd, auto... rest) {
-      return fd == fd_ && fails("fstat") ? -1 : real_.fstat(fd, rest...);
-    };
-    calls.read = [](int fd, auto... rest) {
-      return fd == fd_ && fails("read") ? -1 : real_.read(fd, rest...);
-    };
-    calls.close = [](int fd) { return real_.close(fd == fd_ ? std::exchange(fd_, -1) : fd); };
-    calls.write = [](auto... all) { return fails("write") ? -1 : real_.write(all...); };
-    calls.linkat = [](auto... all) { return fails("link") ? -1 : real_.linkat(all...); };
-    calls.renameat = [](auto... all) { return fails("rename") ? -1 : real_.renameat(all...); };
-    return calls;
-  }
-  static bool fails(std::string_view call) {
-    errno = errorNumber_;
-    return call == call_;
-  }
-  static inline FileCalls real_{};
-  static inline std::string path_{};
-  static inline std::string_view call_{};
-  static inline int errorNumber_ = 0;
-  static inline int fd_ = -1;
-  FileCallsOverride override_;
-};
+/// Lets one call fail: always, or when it is about the file at a path.
+WatchedCalls::Watcher failing(const std::string& call, int errorNumber, const std::string& path = {}) {
+  return [=](std::string_view called, const std::string& about) {
+    return called == call && (path.empty() || about == path) ? errorNumber : 0;
+  };
+}
 
 class SavingTest : public StoreTest {
  protected:
@@ -68,49 +33,6 @@ class SavingTest : public StoreTest {
   const Lines onlyTheRegistry = {std::string(fileName)};
 };
 
-TEST_F(SavingTest, InTwoProcessesNeverShowsAHalfWrittenFile) {
-  constexpr int rounds = 100;
-  std::vector<Value> accounts;
-  for (int i = 0; i < 200; ++i) accounts.emplace_back(stored("a" + std::to_string(i)));
-  device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", Array(accounts)}});
-  std::vector<pid_t> writers;
-  for (const char* key : {"First", "Second"}) {
-    writers.push_back(startProcess([&] {
-      const Store store = AccountsManager::init();
-      for (int round = 0; round < rounds && !store->lastSaveError(); ++round) {
-        store->accountWithIdentifier("a7")->setAccountPropertyForKey(round, key);
-        store->saveAllAccounts();
-      }
-      return !store->lastSaveError();
-    }));
-  }
-  for (int round = 0; round < rounds; ++round) {
-    EXPECT_EQ(AccountsManager::init()->count(), accounts.size()) << "round " << round;
-  }
-  for (const pid_t writer : writers) EXPECT_TRUE(endsWell(writer));
-  EXPECT_EQ(files(), onlyTheRegistry);
-  EXPECT_EQ(log.lines(), Lines());
-}
-
-TEST_F(SavingTest, StillWritesWhatAFixerRejectsButFindsItNoMore) {
-  writeRegistry(stored("a"), stored("b", {{"ChildAccounts", array(stored("b1"))}}), stored("c"));
-  bool isLoading = true;
-  Lines calls;
-  const auto fix = [&](const AccountPtr& account) {
-    return !isLoading && account->identifier() == "b" ? FixResult::unrepairable : FixResult::nothingDone;
-  };
-  const auto store =
-      CustomStore::load({ScriptedFixer(fix, [&](const auto& call) { calls.push_back(call); })});
-  isLoading = false;
-  calls.clear();
-  store->saveAllAccounts();
-  EXPECT_EQ(calls, (Lines{"saving accounts c", "saving accounts b", "saving accounts a", "saved"}));
-  EXPECT_EQ(store->accountWithIdentifier("b"), nullptr);
-  EXPECT_EQ(store->accountWithIdentifier("b1"), nullptr);
-  EXPECT_EQ(store->count(), 3U);
-  EXPECT_EQ(storedAccount(1).find("Identifier"), Value("b"));
-}
-
 TEST_F(SavingTest, TellsTheMailApplicationOnceAfterASaveThatRepairedEvenIfItFailed) {
   // Nobody serves the bus here: each broadcast is one line.
   const Dictionary broken{{"Type", "Mail"}, {"Class", "Odd"}, {"AccountPath", "Mail/IMAP-x"}};
@@ -118,7 +40,7 @@ TEST_F(SavingTest, TellsTheMailApplicationOnceAfterASaveThatRepairedEvenIfItFail
   const Store store = AccountsManager::init();
   store->saveAllAccounts();
   EXPECT_EQ(log.lines(), Lines()) << "the load repaired, and a load tells nobody";
-  const FailingCall calls("rename", ENOSPC);
+  const WatchedCalls calls(failing("renameat", ENOSPC));
   for (const AccountPtr& account : *store->allBasicAccounts()) account->setAccountClass("Odd");
   for (int save = 1; save <= 2; ++save) store->saveAllAccounts();
   EXPECT_EQ(linesWith(log.lines(), "Could not tell com.nimbal.inkwell"), 1U);
@@ -127,16 +49,16 @@ TEST_F(SavingTest, TellsTheMailApplicationOnceAfterASaveThatRepairedEvenIfItFail
 TEST_F(SavingTest, AfterAFailureLeavesEverythingAsItWasAndMergesTheSameChangesAgain) {
   const std::string full = "No space left on device";
   const std::string unwritable = "could not serialize the accounts for ";
-  for (const auto& [fault, why] : {std::pair("write", full), {"rename", full}, {"", unwritable}}) {
+  for (const auto& [fault, why] : {std::pair("write", full), {"renameat", full}, {"", unwritable}}) {
     SCOPED_TRACE(why + fault);
     log.clear();
     writeRegistry(stored("a", {{"DisplayName", "old"}, {"Note", 1}}));
     const Store store = AccountsManager::init();
     set(store, why == unwritable ? "\xFF" : "new", "DisplayName");
     const std::string before = registry();
-    std::optional<FailingCall> failing(std::in_place, fault, ENOSPC);
+    std::optional<WatchedCalls> calls(failing(fault, ENOSPC));
     store->saveAllAccounts();
-    failing.reset();
+    calls.reset();
     EXPECT_EQ(registry(), before);
     EXPECT_EQ(files(), onlyTheRegistry);
     EXPECT_EQ(original(store), Value("old"));
@@ -161,12 +83,26 @@ TEST_F(SavingTest, AfterAFailureLeavesEverythingAsItWasAndMergesTheSameChangesAg
   }
 }
 
+TEST_F(SavingTest, WritesInTheEndThoughAnotherProgramComesBetweenEveryTime) {
+  writeRegistry(stored("a"));
+  const Store store = AccountsManager::init();
+  set(store, "new", "DisplayName");
+  int others = 0;
+  const WatchedCalls calls([&](std::string_view call, const std::string& path) {
+    if (call == "fsync" && path.ends_with(".tmp")) writeRegistry(stored("a", {{"Note", ++others}}));
+    return 0;
+  });
+  store->saveAllAccounts();
+  EXPECT_EQ(others, 6);
+  EXPECT_EQ(storedAccount(0), stored("a", {{"DisplayName", "new"}, {"Note", 5}})) << "but for the last time";
+}
+
 TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
   device.writeFile(device.registryPath(), "damaged");
   const Store store = AccountsManager::init();
   EXPECT_EQ(log.lines(), Lines()) << "a load says nothing of it";
-  for (const char* call : {"link", "write", "rename"}) {
-    const FailingCall calls(call, ENOSPC);
+  for (const char* call : {"linkat", "write", "renameat"}) {
+    const WatchedCalls calls(failing(call, ENOSPC));
     store->saveAllAccounts();
     ASSERT_TRUE(store->lastSaveError()) << call;
     EXPECT_EQ(log.lines(), (Lines{store->lastSaveError()->message, std::string(failure)}));
@@ -178,7 +114,6 @@ TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
   ASSERT_EQ(kept().size(), 1U);
   EXPECT_THAT(kept()[0], ::testing::MatchesRegex("com.nimbal.roster.plist.damaged-[0-9]{8}T[0-9]{6}Z"));
   const std::string copy = device.path(std::string(folder) + "/" + kept()[0]);
-  EXPECT_EQ(device.readFile(copy), "damaged");
   EXPECT_EQ(
       linesWith(log.lines(), "Kept the damaged registry " + device.registryPath() + " as " + copy + ": "),
       1U);
@@ -192,55 +127,58 @@ TEST_F(SavingTest, KeepsADamagedFileBesideTheNewOneUnlessTheSaveFails) {
 TEST_F(SavingTest, NeverReplacesAccountsThatItsStoreHasNotSeenWithoutKeepingThem) {
   const std::pair<int, bool> rows[] = {{EMFILE, false}, {ENFILE, false}, {ENOMEM, false},
                                        {EIO, false},    {EACCES, true},  {EPERM, true}};
-  for (const std::string call : {"openat", "fstat", "read"}) {
-    for (const auto& [errorNumber, isFileAtFault] : rows) {
-      SCOPED_TRACE(call + ": " + std::to_string(errorNumber));
-      const auto write = [&] {
-        std::filesystem::remove_all(device.path(folder));
-        writeRegistry(stored("a"), stored("b"));
-        return registry();
-      };
-      const std::string sound = write();
-      std::optional<FailingCall> unreadable;
-      const auto expectError = [&, &number = errorNumber](const std::optional<Error>& error) {
-        ASSERT_TRUE(error);
-        EXPECT_EQ(error->code.value(), number);
-        EXPECT_THAT(error->message, HasSubstr(device.registryPath()));
-      };
-      const auto save = [&, &isKept = isFileAtFault](const Store& store, const std::string& left) {
-        store->saveAllAccounts();
-        unreadable.reset();
-        if (!isKept) {
-          expectError(store->lastSaveError());
-          EXPECT_EQ(log.lines().back(), failure);
-          EXPECT_EQ(registry(), sound);
-          EXPECT_EQ(files(), onlyTheRegistry);
-          return;
-        }
-        EXPECT_FALSE(store->lastSaveError());
-        ASSERT_EQ(kept().size(), 1U);
-        EXPECT_EQ(device.readFile(std::string(folder) + "/" + kept()[0]), sound);
-        EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), left);
-      };
+  for (std::size_t i = 0; i < 3 * std::size(rows); ++i) {
+    const std::string call = std::array{"openat", "fstat", "read"}[i % 3];
+    const auto& [errorNumber, isFileAtFault] = rows[i / 3];
+    SCOPED_TRACE(call + ": " + std::to_string(errorNumber));
+    const WatchedCalls::Watcher unreadable = failing(call, errorNumber, device.registryPath());
+    const auto write = [&] {
+      std::filesystem::remove_all(device.path(folder));
+      writeRegistry(stored("a"), stored("b"));
+      return registry();
+    };
+    const std::string sound = write();
+    const auto expectError = [&, &number = errorNumber](const std::optional<Error>& error) {
+      ASSERT_TRUE(error);
+      EXPECT_EQ(error->code.value(), number);
+      EXPECT_THAT(error->message, HasSubstr(device.registryPath()));
+    };
+    const auto expectSaved = [&, &isKept = isFileAtFault](const Store& store, const std::string& left) {
+      if (!isKept) {
+        expectError(store->lastSaveError());
+        EXPECT_EQ(log.lines().back(), failure);
+        EXPECT_EQ(registry(), sound);
+        EXPECT_EQ(files(), onlyTheRegistry);
+        return;
+      }
+      EXPECT_FALSE(store->lastSaveError());
+      ASSERT_EQ(kept().size(), 1U);
+      EXPECT_EQ(device.readFile(std::string(folder) + "/" + kept()[0]), sound);
+      EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), left);
+    };
 
-      unreadable.emplace(call, errorNumber, device.registryPath());
-      const Store blind = AccountsManager::init();
-      unreadable.reset();
-      EXPECT_EQ(blind->count(), 0U);
-      expectError(blind->loadError());
-      blind->insertAccount(record("c"));
-      for (int i = 1; i <= 2; ++i) save(blind, "c");
-
-      write();
-      const Store seeing = AccountsManager::init();
-      EXPECT_FALSE(seeing->loadError());
-      seeing->insertAccount(record("c"));
-      unreadable.emplace(call, errorNumber, device.registryPath());
-      save(seeing, "a b c");
-      seeing->saveAllAccounts();
-      EXPECT_FALSE(seeing->lastSaveError()) << "the file can be read again";
-      EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), "a b c");
+    std::optional<WatchedCalls> calls(unreadable);
+    const Store blind = AccountsManager::init();
+    calls.reset();
+    EXPECT_EQ(blind->count(), 0U);
+    expectError(blind->loadError());
+    blind->insertAccount(record("c"));
+    for (int save = 1; save <= 2; ++save) {
+      blind->saveAllAccounts();
+      expectSaved(blind, "c");
     }
+
+    write();
+    const Store seeing = AccountsManager::init();
+    EXPECT_FALSE(seeing->loadError());
+    seeing->insertAccount(record("c"));
+    calls.emplace(unreadable);
+    seeing->saveAllAccounts();
+    calls.reset();
+    expectSaved(seeing, "a b c");
+    seeing->saveAllAccounts();
+    EXPECT_FALSE(seeing->lastSaveError()) << "the file can be read again";
+    EXPECT_EQ(identifiers(*AccountsManager::init()->allBasicAccounts()), "a b c");
   }
 }
 

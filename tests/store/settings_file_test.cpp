@@ -1,186 +1,111 @@
 #include "roster/store/settings_file.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <csignal>
 #include <filesystem>
 #include <set>
 
-#include "roster/platform/file_system.h"
-#include "roster/platform/linux/file_calls.h"
 #include "tests/store/store_test.h"
+#include "tests/store/watched_calls.h"
 
 namespace roster::testing {
 namespace {
 
 namespace fs = std::filesystem;
 
-/// What another program does right after the new file has been written, which is the first thing that is
-/// synced.
-std::function<void()> meanwhile;
-unsigned examinations = 0;
-
-FileCalls callsWithAnotherProgram() {
-  FileCalls calls = fileCalls();
-  calls.fsync = [](int) {
-    if (const auto act = std::exchange(meanwhile, nullptr)) act();
-    return 0;
-  };
-  // The kernel's clock stands still for all that is written here.
-  calls.write = [](int fd, const void* bytes, std::size_t size) {
-    const ssize_t count = ::write(fd, bytes, size);
-    const struct timespec times[2] = {};
-    return futimens(fd, times) == 0 ? count : -1;
-  };
-  calls.fstatat = [](int folder, const char* path, struct stat* status, int flags) {
-    ++examinations;
-    return ::fstatat(folder, path, status, flags);
-  };
-  return calls;
-}
-
 TEST_F(StoreTest, ReplacesOnlyTheFileThatWasReadAndTellsWhyNot) {
   const std::string path = device.path("folder/registry");
-  const std::string other = device.writeFile("other", "mine");
+  const std::string other = device.path("other");
   const auto write = [&](std::string_view text) { device.writeFile(path, text); };
   const auto putOther = [&] { fs::rename(other, path); };
-  struct Case {
-    const char* name;
-    bool isThereBefore;
-    std::function<void()> change;
-    bool isReplaced;
-    const char* left;
+  const auto writeAtTheSameTime = [&] {
+    const fs::file_time_type time = fs::last_write_time(path);
+    write("OLD");
+    fs::last_write_time(path, time);
   };
-  const Case cases[] = {{"nothing", true, [] {}, true, "new"},
-                        {"nothing, and there is no file", false, [] {}, true, "new"},
-                        {"another file is in its place", true, putOther, false, "mine"},
-                        {"a file appears", false, putOther, false, "mine"},
-                        {"it is removed", true, [&] { fs::remove(path); }, false, nullptr},
-                        {"it is written in place and its time set back", true,
-                         [&] {
-                           const fs::file_time_type time = fs::last_write_time(path);
-                           write("OLD");
-                           fs::last_write_time(path, time);
-                         },
-                         false, "OLD"},
-                        {"its mode changes, which the new file would not have", true,
-                         [&] { fs::permissions(path, fs::perms(0640)); }, false, "old"},
-                        {"a link leads elsewhere", true,
-                         [&] {
-                           fs::remove(path);
-                           fs::create_symlink(other, path);
-                         },
-                         false, "mine"},
-                        {"its folder is another one", true,
-                         [&] {
-                           fs::rename(device.path("folder"), device.path("former"));
-                           write("old");
-                         },
-                         false, "old"}};
-  for (const Case& row : cases) {
-    for (const bool isDamaged : {false, true}) {
-      SCOPED_TRACE(std::string(row.name) + (isDamaged ? ", to a damaged file" : ""));
-      fs::remove_all(device.path("folder"));
-      fs::remove_all(device.path("former"));
-      device.writeFile(other, "mine");
-      fs::create_directory(device.path("folder"));
-      if (row.isThereBefore) write("old");
-      const SettingsFile file(path);
-      const Registry read = file.read();
-      ASSERT_TRUE(read.stamp);
-      EXPECT_EQ(read.stamp->exists, row.isThereBefore);
-      const FileCallsOverride override(callsWithAnotherProgram());
-      meanwhile = row.change;
-      std::optional<FileStamp> written;
-      const Result<> done = file.replace("new", isDamaged ? read.damage : std::nullopt, read.stamp, &written);
-      EXPECT_EQ(bool(done), row.isReplaced);
-      EXPECT_EQ(!done && isChangedMeanwhile(done.error()), !row.isReplaced);
-      EXPECT_EQ(written.has_value(), row.isReplaced);
-      EXPECT_EQ(fs::exists(path) ? device.readFile(path) : "", row.left == nullptr ? "" : row.left);
-      for (const std::string& name : device.fileNames("folder")) EXPECT_FALSE(name.ends_with(".tmp")) << name;
-    }
+  const auto leadElsewhere = [&] {
+    fs::remove(path);
+    fs::create_symlink(other, path);
+  };
+  const auto exchangeFolders = [&] {
+    fs::rename(device.path("folder"), device.path("former"));
+    write("old");
+  };
+  // What there was, what another program does while the new file is written, and what is there then. Each is
+  // done twice: an odd index is a damaged file.
+  const std::tuple<std::string, std::function<void()>, std::string> rows[] = {
+      {"old", [] {}, "new"},
+      {"", [] {}, "new"},
+      {"old", putOther, "mine"},
+      {"", putOther, "mine"},
+      {"old", [&] { fs::remove(path); }, ""},
+      {"old", writeAtTheSameTime, "OLD"},
+      {"old", [&] { fs::permissions(path, fs::perms(0640)); }, "old"},
+      {"old", leadElsewhere, "mine"},
+      {"old", exchangeFolders, "old"}};
+  for (std::size_t i = 0; i < 2 * std::size(rows); ++i) {
+    const auto& [before, change, left] = rows[i / 2];
+    SCOPED_TRACE(i);
+    const bool isReplaced = left == "new";
+    for (const char* name : {"folder", "former"}) fs::remove_all(device.path(name));
+    device.writeFile(other, "mine");
+    fs::create_directory(device.path("folder"));
+    if (!before.empty()) write(before);
+    const SettingsFile file(path);
+    const Registry read = file.read();
+    ASSERT_TRUE(read.stamp);
+    EXPECT_EQ(read.stamp->exists, !before.empty());
+    const WatchedCalls calls([&, act = change](std::string_view call, auto&) mutable {
+      if (call == "fsync") std::exchange(act, [] {})();
+      return 0;
+    });
+    std::optional<FileStamp> written;
+    const Result<> done = file.replace("new", i % 2 == 0 ? std::nullopt : read.damage, read.stamp, &written);
+    EXPECT_EQ(bool(done), isReplaced);
+    EXPECT_EQ(!done && isChangedMeanwhile(done.error()), !isReplaced);
+    EXPECT_EQ(written.has_value(), isReplaced);
+    EXPECT_EQ(fs::exists(path) ? device.readFile(path) : "", left);
+    for (const std::string& name : device.fileNames("folder")) EXPECT_FALSE(name.ends_with(".tmp")) << name;
   }
 }
 
 TEST_F(StoreTest, KnowsItsOwnWriteWhateverTheClocksTickAndAlsoWhenTheFolderIsNotSynced) {
   const SettingsFile file(device.path("registry"));
-  const FileCallsOverride override(callsWithAnotherProgram());
+  FileCalls calls = fileCalls();
+  // The kernel's clock stands still for all that is written here.
+  calls.write = [](int fd, const void* bytes, std::size_t size) {
+    const struct timespec times[2] = {};
+    const ssize_t count = ::write(fd, bytes, size);
+    return futimens(fd, times) == 0 ? count : -1;
+  };
+  const FileCallsOverride stopped(calls);
+  int examinations = 0;
   std::set<std::int64_t> times;
-  unsigned plain = 0;
+  std::optional<FileStamp> written;
+  std::optional<WatchedCalls> watched(std::in_place, [&](std::string_view call, auto&) {
+    examinations += call == "fstatat" ? 1 : 0;
+    return 0;
+  });
   for (int save = 0; save < 20; ++save) {
     const std::optional<FileStamp> before = file.read().stamp;
-    std::optional<FileStamp> written;
     examinations = 0;
     ASSERT_TRUE(file.replace("text", std::nullopt, before, &written));
-    const unsigned checked = std::exchange(examinations, 0);
+    const int checked = std::exchange(examinations, 0);
     EXPECT_EQ(written, file.read().stamp);
     EXPECT_NE(written, before);
     times.insert(written->modificationTime);
     ASSERT_TRUE(file.replace("text", std::nullopt));
-    plain = examinations;
-    EXPECT_EQ(checked, plain + 2) << "one look before the file is renamed, one after";
+    EXPECT_EQ(checked, examinations + 2) << "one look before the file is renamed, one after";
   }
   EXPECT_EQ(times.size(), 20U) << "a file's number may be that of one that is gone";
 
-  FileCalls calls = fileCalls();
-  calls.fsync = [](int fd) {
-    struct stat status {};
-    errno = EIO;
-    return fstat(fd, &status) == 0 && S_ISDIR(status.st_mode) ? -1 : 0;
-  };
-  const FileCallsOverride failing(calls);
-  std::optional<FileStamp> written;
+  watched.emplace(
+      [](std::string_view call, auto& path) { return call == "fsync" && fs::is_directory(path) ? EIO : 0; });
   EXPECT_EQ(file.replace("text", std::nullopt, {}, &written).error().code, std::errc::io_error);
   EXPECT_EQ(written, file.read().stamp);
 }
-
-/// A process that stops in the middle of a save, when it calls what a test names, until it is told to go on.
-class StoppedWriter {
- public:
-  StoppedWriter(const std::string& path, std::string_view call) {
-    EXPECT_EQ(pipe2(goOn, O_CLOEXEC), 0);
-    EXPECT_EQ(pipe2(isThere, O_CLOEXEC), 0);
-    process_ = startProcess([&] {
-      FileCalls calls = fileCalls();
-      if (call == "write") {
-        calls.write = [](int fd, const void* bytes, std::size_t size) {
-          stop();
-          return ::write(fd, bytes, size);
-        };
-      } else {
-        calls.renameat = [](int oldFolder, const char* oldPath, int newFolder, const char* newPath) {
-          stop();
-          return ::renameat(oldFolder, oldPath, newFolder, newPath);
-        };
-      }
-      const FileCallsOverride override(calls);
-      return bool(SettingsFile(path).replace("its own", std::nullopt));
-    });
-    char byte = 0;
-    EXPECT_EQ(read(isThere[0], &byte, 1), 1);
-  }
-  StoppedWriter(const StoppedWriter&) = delete;
-  StoppedWriter& operator=(const StoppedWriter&) = delete;
-  ~StoppedWriter() {
-    for (const int end : {goOn[0], goOn[1], isThere[0], isThere[1]}) close(end);
-  }
-
-  bool goesOnWell() const { return ::write(goOn[1], "", 1) == 1 && endsWell(process_); }
-  bool diesWell() const { return kill(process_, SIGKILL) == 0 && !endsWell(process_); }
-
- private:
-  static void stop() {
-    char byte = 0;
-    EXPECT_TRUE(::write(isThere[1], &byte, 1) == 1 && read(goOn[0], &byte, 1) == 1);
-  }
-
-  static inline int goOn[2];
-  static inline int isThere[2];
-  pid_t process_ = -1;
-};
 
 TEST_F(StoreTest, RemovesWhatDeadWritersHaveLeftAndNothingThatIsBeingWritten) {
   const std::string path = device.writeFile("folder/registry", "old");
@@ -189,20 +114,22 @@ TEST_F(StoreTest, RemovesWhatDeadWritersHaveLeftAndNothingThatIsBeingWritten) {
     std::erase_if(names, [](const std::string& name) { return !name.starts_with(".roster-"); });
     return names;
   };
-  const auto save = [&] { return bool(SettingsFile(path).replace("new", std::nullopt)); };
-  for (const char* call : {"write", "rename"}) {
-    SCOPED_TRACE(call);
-    const StoppedWriter writer(path, call);
-    EXPECT_TRUE(save());
+  const auto save = [&](const char* text) { return bool(SettingsFile(path).replace(text, std::nullopt)); };
+  for (const char* point : {"write", "renameat"}) {
+    SCOPED_TRACE(point);
+    Pipe isThere;
+    Pipe goOn;
+    const pid_t writer = startProcess([&] {
+      const WatchedCalls calls([&](std::string_view call, auto&) {
+        return call == point && !(isThere.tell('w') && goOn.hear() == 'g') ? EINTR : 0;
+      });
+      return save("its own");
+    });
+    EXPECT_EQ(isThere.hear(), 'w');
+    EXPECT_TRUE(save("new"));
     EXPECT_EQ(temporaries().size(), 1U) << "a living writer's file was taken";
-    EXPECT_TRUE(writer.goesOnWell());
+    EXPECT_TRUE(goOn.tell('g') && endsWell(writer));
     EXPECT_EQ(device.readFile(path), "its own");
-
-    const StoppedWriter dying(path, call);
-    EXPECT_TRUE(dying.diesWell());
-    EXPECT_EQ(temporaries().size(), 1U);
-    EXPECT_TRUE(save());
-    EXPECT_EQ(temporaries(), std::vector<std::string>());
   }
 
   // Another save takes a file that has just been made for a dead writer's: once it is gone already, once not.
@@ -222,23 +149,23 @@ TEST_F(StoreTest, RemovesWhatDeadWritersHaveLeftAndNothingThatIsBeingWritten) {
     return fd;
   };
   const FileCallsOverride override(calls);
-  EXPECT_TRUE(save());
+  EXPECT_TRUE(save("new"));
+  struct stat taken {};
+  EXPECT_TRUE(fstat(thief, &taken) == 0 && taken.st_nlink == 0) << "it was not given up";
   close(thief);
   EXPECT_EQ(temporaries(), std::vector<std::string>());
 
+  // A link, a folder, a pipe, and names that the library does not give.
   const std::string in = device.path("folder/");
-  const std::vector<std::string> others = {".roster-0000000000000001.tmp",  // a link
-                                           ".roster-0000000000000002.tmp",  // a folder
-                                           ".roster-0000000000000003.tmp",  // a pipe
-                                           ".roster-000000000000000.tmp",  ".roster-000000000000000G.tmp",
-                                           ".roster-0000000000000005.tmp~"};
+  const std::vector<std::string> others = {".roster-0000000000000001.tmp", ".roster-0000000000000002.tmp",
+                                           ".roster-0000000000000003.tmp", ".roster-000000000000000.tmp",
+                                           ".roster-000000000000000G.tmp", ".roster-0000000000000005.tmp~"};
   fs::create_symlink(device.writeFile("target", ""), in + others[0]);
   fs::create_directory(in + others[1]);
   ASSERT_EQ(mkfifo((in + others[2]).c_str(), 0600), 0);
-  for (const std::string& name :
-       {others[3], others[4], others[5], std::string(".roster-0123456789abcdef.tmp")})
-    device.writeFile(in + name, "");
-  EXPECT_TRUE(save());
+  for (std::size_t i = 3; i < others.size(); ++i) device.writeFile(in + others[i], "");
+  device.writeFile(in + ".roster-0123456789abcdef.tmp", "");
+  EXPECT_TRUE(save("new"));
   EXPECT_THAT(temporaries(), ::testing::UnorderedElementsAreArray(others));
   EXPECT_TRUE(fs::exists(device.path("target")));
 }
@@ -257,27 +184,23 @@ TEST_F(StoreTest, KeepsOneCopyOfEachDamagedRegistryAndTheNewestEight) {
   };
   const std::vector<std::string> first = saveOver("damaged 1");
   ASSERT_EQ(first.size(), 1U);
-  const std::string copy = device.path("folder/" + first[0]);
   EXPECT_EQ(saveOver("damaged 1"), first);
-  EXPECT_EQ(log.lines(), Lines{"Kept the damaged registry " + path + " as " + copy +
-                               ", which held the same already: why"});
+  EXPECT_EQ(log.lines(), Lines{"Kept the damaged registry " + path + " as " + device.path("folder/") +
+                               first[0] + ", which held the same already: why"});
   EXPECT_EQ(saveOver("damaged 2").size(), 2U) << "of the same size";
   fs::remove_all(device.path("folder"));
 
-  const std::vector<std::string> foreign = {"other.damaged-20200101T000000Z", "registry.damaged-2020",
-                                            "registry.damaged-20200101T000000Z-x",
-                                            "registry.damaged-20200101T000000Z-", "registry.damaged-by-me"};
-  for (const std::string& name : foreign) device.writeFile("folder/" + name, "");
+  std::vector<std::string> left = {"other.damaged-20200101T000000Z", "registry.damaged-2020",
+                                   "registry.damaged-20200101T000000Z-x",
+                                   "registry.damaged-20200101T000000Z-", "registry.damaged-by-me"};
   // These come first, whatever the date is now: the clock was wrong.
   const std::string future = "registry.damaged-99990101T000000Z";
-  for (const char* number : {"", "-2", "-3", "-4", "-5", "-6", "-7", "-8", "-9", "-10"})
-    device.writeFile("folder/" + future + number, number);
-  const std::vector<std::string> left = saveOver("damaged 3");
-  EXPECT_EQ(left.size(), foreign.size() + 8);
-  EXPECT_THAT(left, ::testing::IsSupersetOf(foreign));
-  for (const char* number : {"", "-2", "-3"})
-    EXPECT_THAT(left, ::testing::Not(::testing::Contains(future + number)));
-  EXPECT_THAT(left, ::testing::Contains(future + "-10"));
+  for (const char* number : {"-4", "-5", "-6", "-7", "-8", "-9", "-10"}) left.push_back(future + number);
+  for (const std::string& name : left) device.writeFile("folder/" + name, name);
+  for (const char* number : {"", "-2", "-3"}) device.writeFile("folder/" + future + number, number);
+  const std::vector<std::string> copies = saveOver("damaged 3");
+  EXPECT_EQ(copies.size(), left.size() + 1);
+  EXPECT_THAT(copies, ::testing::IsSupersetOf(left));
   EXPECT_EQ(linesWith(log.lines(), "Kept the damaged registry "), 1U);
 }
 

@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <map>
 
-#include "roster/platform/linux/file_calls.h"
 #include "roster/store/registry_lock.h"
 #include "tests/store/store_test.h"
+#include "tests/store/watched_calls.h"
 
 namespace roster::testing {
 namespace {
@@ -18,63 +18,68 @@ int syncs() { return areTestsLong() ? 500 : 60; }
 
 std::string sharedName(int index) { return "shared-" + std::to_string(index); }
 
-/// A program that changes accounts that all share and some of its own, and knows what must be there in the
+StringList enabledOf(const AccountPtr& account) {
+  return stringList(account->accountPropertyForKey("Enabled Dataclasses")).value_or(StringList());
+}
+
+/// A program that changes accounts that all share and some of its own. What it does follows from its number
+/// and the round alone, so that the test, which replays it without a store, knows what must be there in the
 /// end.
 class Program {
  public:
-  explicit Program(int number) : mark_("p" + std::to_string(number)) {}
+  explicit Program(int number)
+      : mark_("p" + std::to_string(number)), state_(static_cast<unsigned>(std::hash<std::string>()(mark_))) {}
 
-  /// Whether every sync went well. The expectation is written to the file.
-  bool run(const std::string& expectationPath) {
-    for (int round = 0; round < syncs(); ++round) {
-      changeShared(store_->accountWithIdentifier(sharedName(static_cast<int>(draw() % sharedAccounts))),
-                   round);
-      changeOwn(round);
-      const SyncResult result = store_->sync(std::chrono::seconds(60));
-      EXPECT_FALSE(result.error) << result.error->message;
-      if (result.error) return false;
-    }
-    MutableDictionary expected;
-    for (const auto& [name, value] : expected_) expected.set(name, value);
-    const Result<std::string> bytes = binaryPropertyList(expected);
-    return bytes && device_->writeFile(expectationPath, *bytes) == expectationPath;
+  void change(int round, const Store& store) {
+    state_ = state_ * 1664525U + 1013904223U;
+    const std::string name = sharedName(static_cast<int>((state_ >> 8U) % sharedAccounts));
+    Shared& shared = shared_[name];
+    shared = {round, !shared.isOn};
+    if (!store) return;
+    const AccountPtr account = store->accountWithIdentifier(name);
+    account->setAccountPropertyForKey(round, "key " + mark_);
+    StringList enabled = enabledOf(account);
+    std::erase(enabled, mark_);
+    if (shared.isOn) enabled.push_back(mark_);
+    account->setAccountPropertyForKey(arrayValue(enabled), "Enabled Dataclasses");
+    const std::string child = name + " " + mark_;
+    if (shared.isOn) store->addChildToAccount(record(child), account);
+    if (!shared.isOn) store->removeChildWithIdentifierFromAccount(child, account);
+    store->insertAccount(record(ownName(round)));
+    store->deleteAccountWithIdentifier(ownName(round - 3));
   }
-  void useDevice(const TemporaryDevice& device) { device_ = &device; }
+
+  struct Losses {
+    int properties = 0;
+    int accounts = 0;
+  };
+  /// Counts what the store does not have as it should after all rounds.
+  void count(Losses& lost, const AccountsManager& store) const {
+    for (const auto& [name, shared] : shared_) {
+      const AccountPtr account = store.accountWithIdentifier(name);
+      const bool isChild = store.childAccountWithIdentifier(name + " " + mark_) != nullptr;
+      if (!account || account->accountPropertyForKey("key " + mark_) != Value(shared.round))
+        ++lost.properties;
+      if (!account || contains(enabledOf(account), mark_) != shared.isOn) ++lost.properties;
+      if (isChild != shared.isOn) ++lost.accounts;
+    }
+    for (int round = 0; round < syncs(); ++round) {
+      const bool isThere = store.accountWithIdentifier(ownName(round)) != nullptr;
+      if (isThere != (round + 3 >= syncs())) ++lost.accounts;
+    }
+  }
 
  private:
-  unsigned draw() { return state_ = state_ * 1664525U + 1013904223U, state_ >> 8U; }
+  std::string ownName(int round) const { return mark_ + "-" + std::to_string(round); }
 
-  void changeShared(const AccountPtr& account, int round) {
-    const std::string name = account->identifier().str();
-    account->setAccountPropertyForKey(round, "key " + mark_);
-    expected_[name + "|key"] = round;
-    StringList enabled =
-        stringList(account->accountPropertyForKey("Enabled Dataclasses")).value_or(StringList());
-    const bool isOn = std::erase(enabled, mark_) == 0;
-    if (isOn) enabled.push_back(mark_);
-    account->setAccountPropertyForKey(arrayValue(enabled), "Enabled Dataclasses");
-    expected_[name + "|on"] = isOn;
-    const std::string child = name + " " + mark_;
-    const bool isBorn = store_->childAccountWithIdentifier(child) == nullptr;
-    if (isBorn) store_->addChildToAccount(record(child), account);
-    if (!isBorn) store_->removeChildWithIdentifierFromAccount(child, account);
-    expected_[name + "|child"] = isBorn;
-  }
-
-  void changeOwn(int round) {
-    const std::string added = mark_ + "-" + std::to_string(round);
-    store_->insertAccount(record(added));
-    expected_[added + "|own"] = true;
-    const std::string former = mark_ + "-" + std::to_string(round - 3);
-    store_->deleteAccountWithIdentifier(former);
-    if (round >= 3) expected_[former + "|own"] = false;
-  }
-
+  struct Shared {
+    int round = 0;
+    /// A dataclass of the program's and a child, both.
+    bool isOn = false;
+  };
   std::string mark_;
-  unsigned state_ = static_cast<unsigned>(std::hash<std::string>()(mark_));
-  Store store_ = AccountsManager::init();
-  const TemporaryDevice* device_ = nullptr;
-  std::map<std::string, Value> expected_;
+  unsigned state_;
+  std::map<std::string, Shared> shared_{};
 };
 
 class SeveralProgramsTest : public StoreTest {
@@ -86,19 +91,22 @@ class SeveralProgramsTest : public StoreTest {
                              Dictionary{{"Accounts", Array(accounts)}, {"Version", 12}});
   }
 
-  std::string expectationPath(int number) const { return device.path("expected-" + std::to_string(number)); }
-
-  /// Runs the programs, and beside them what else goes on until they have ended. Returns whether all ended
-  /// well.
-  bool run(const std::vector<std::function<bool()>>& beside) const {
-    std::vector<pid_t> running;
-    for (int number = 0; number < programs; ++number) {
-      running.push_back(startProcess([&, number] {
-        Program program(number);
-        program.useDevice(device);
-        return program.run(expectationPath(number));
-      }));
+  static bool runProgram(int number) {
+    const Store store = AccountsManager::init();
+    Program program(number);
+    for (int round = 0; round < syncs(); ++round) {
+      program.change(round, store);
+      const SyncResult result = store->sync(std::chrono::seconds(60));
+      EXPECT_FALSE(result.error) << result.error->message;
+      if (result.error) return false;
     }
+    return true;
+  }
+  /// Runs the programs, and beside them what else goes on until they have ended. Returns what is lost then.
+  Program::Losses lossesBeside(const std::vector<std::function<bool()>>& beside) const {
+    std::vector<pid_t> running;
+    for (int number = 0; number < programs; ++number)
+      running.push_back(startProcess([number] { return runProgram(number); }));
     std::vector<pid_t> others;
     for (const auto& work : beside) {
       others.push_back(startProcess([&] {
@@ -109,33 +117,14 @@ class SeveralProgramsTest : public StoreTest {
         return true;
       }));
     }
-    bool isWell = true;
-    for (const pid_t process : running) isWell = endsWell(process) && isWell;
+    for (const pid_t process : running) EXPECT_TRUE(endsWell(process));
     device.writeFile("stop", "");
-    for (const pid_t process : others) isWell = endsWell(process) && isWell;
-    return isWell;
-  }
-
-  /// What a program expects and the registry does not have, by what it is.
-  std::map<std::string, int> losses() const {
-    const Store store = AccountsManager::init();
-    std::map<std::string, int> lost;
+    for (const pid_t process : others) EXPECT_TRUE(endsWell(process));
+    Program::Losses lost;
     for (int number = 0; number < programs; ++number) {
-      const std::string mark = "p" + std::to_string(number);
-      const Result<Dictionary> expected = readDictionaryFile(expectationPath(number));
-      for (const DictionaryEntry& entry : *expected) {
-        const std::string key = entry.key.str();
-        const std::string name = key.substr(0, key.find('|'));
-        const std::string what = key.substr(key.find('|') + 1);
-        const AccountPtr account = store->accountWithIdentifier(name);
-        Value found = account != nullptr;
-        if (what == "key" && account) found = account->accountPropertyForKey("key " + mark);
-        if (what == "on" && account)
-          found = contains(
-              stringList(account->accountPropertyForKey("Enabled Dataclasses")).value_or(StringList()), mark);
-        if (what == "child") found = store->childAccountWithIdentifier(name + " " + mark) != nullptr;
-        if (!(found == entry.value)) ++lost[what];
-      }
+      Program program(number);
+      for (int round = 0; round < syncs(); ++round) program.change(round, nullptr);
+      program.count(lost, *AccountsManager::init());
     }
     return lost;
   }
@@ -147,8 +136,8 @@ bool readsWell() {
 }
 
 TEST_F(SeveralProgramsTest, NothingIsLostBetweenProgramsThatSync) {
-  EXPECT_TRUE(run({readsWell, readsWell}));
-  EXPECT_EQ(losses(), (std::map<std::string, int>()));
+  const Program::Losses lost = lossesBeside({readsWell, readsWell});
+  EXPECT_EQ(lost.properties + lost.accounts, 0);
   EXPECT_EQ(kept(), std::vector<std::string>()) << "no temporary file, no damaged one";
 }
 
@@ -159,53 +148,16 @@ TEST_F(SeveralProgramsTest, AnOldSaverAmongThemTakesNoMoreThanItAlwaysDid) {
     usleep(5000);
     return !store->lastSaveError();
   };
-  EXPECT_TRUE(run({savesAsEver, readsWell}));
-  std::map<std::string, int> lost = losses();
-  for (const auto& [what, count] : lost) RecordProperty("lost " + what, count);
   // Accounts that others add disappear, and children are one property to it. Properties are lost only when it
   // was kept from writing so often that it wrote over what it had not read.
-  EXPECT_LE(lost["key"] + lost["on"], programs * syncs() / 10);
+  const Program::Losses lost = lossesBeside({savesAsEver, readsWell});
+  RecordProperty("lost properties", lost.properties);
+  RecordProperty("lost accounts", lost.accounts);
+  EXPECT_LE(lost.properties, programs * syncs() / 10);
 }
 
-/// Makes the process die at one of its file operations.
-class Death {
- public:
-  explicit Death(int step) : override_(deadly(step)) {}
-
- private:
-  static inline int left = 0;
-  static FileCalls real() { return fileCalls(); }
-  static inline FileCalls calls{};
-
-  static bool isAlive() {
-    if (left-- == 0) static_cast<void>(raise(SIGKILL));
-    return true;
-  }
-  static FileCalls deadly(int step) {
-    left = step;
-    calls = real();
-    FileCalls dying = calls;
-    dying.openat = [](int folder, const char* path, int flags, mode_t mode) {
-      return isAlive() ? calls.openat(folder, path, flags, mode) : -1;
-    };
-    dying.write = [](int fd, const void* bytes, std::size_t size) {
-      return isAlive() ? calls.write(fd, bytes, size) : -1;
-    };
-    dying.fsync = [](int fd) { return isAlive() ? calls.fsync(fd) : -1; };
-    dying.renameat = [](int from, const char* name, int to, const char* other) {
-      return isAlive() ? calls.renameat(from, name, to, other) : -1;
-    };
-    dying.fstatat = [](int folder, const char* path, struct stat* status, int flags) {
-      return isAlive() ? calls.fstatat(folder, path, status, flags) : -1;
-    };
-    return dying;
-  }
-
-  FileCallsOverride override_;
-};
-
 TEST_F(SeveralProgramsTest, TheNextWriterGoesOnAfterOneThatWasKilled) {
-  const auto addOne = [](const std::string& name) {
+  const auto add = [](const std::string& name) {
     const Store store = AccountsManager::init();
     store->insertAccount(record(name));
     return !store->sync(std::chrono::seconds(2)).error;
@@ -214,12 +166,11 @@ TEST_F(SeveralProgramsTest, TheNextWriterGoesOnAfterOneThatWasKilled) {
   int step = 0;
   for (; !hasEnded && step < 200; ++step) {
     hasEnded = endsWell(startProcess([&] {
-      const Store store = AccountsManager::init();
-      store->insertAccount(record("killed-" + std::to_string(step)));
-      const Death death(step);
-      return !store->sync(std::chrono::seconds(2)).error;
+      const WatchedCalls deadly(
+          [left = step](auto, auto&) mutable { return left-- == 0 ? raise(SIGKILL) : 0; });
+      return add("killed-" + std::to_string(step));
     }));
-    ASSERT_TRUE(addOne("next-" + std::to_string(step))) << step;
+    ASSERT_TRUE(add("next-" + std::to_string(step))) << step;
     ASSERT_EQ(kept(), std::vector<std::string>()) << "leftovers of step " << step;
     ASSERT_FALSE(RegistryLock::holder());
   }

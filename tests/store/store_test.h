@@ -1,10 +1,12 @@
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <functional>
 
 #include "roster/platform/property_list_file.h"
@@ -136,5 +138,26 @@ inline bool endsWell(pid_t process) {
   int status = 0;
   return waitpid(process, &status, 0) == process && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
+
+/// Lines up processes: each end is inherited by those that are started later.
+class Pipe {
+ public:
+  Pipe() { EXPECT_EQ(pipe2(ends_.data(), O_CLOEXEC), 0); }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  ~Pipe() {
+    for (const int end : ends_) close(end);
+  }
+  bool tell(char what) const { return write(ends_[1], &what, 1) == 1; }
+  /// What was told, or nul when all who might tell something are gone.
+  char hear() const {
+    char what = '\0';
+    return read(ends_[0], &what, 1) == 1 ? what : '\0';
+  }
+  void onlyHear() { close(std::exchange(ends_[1], -1)); }
+
+ private:
+  std::array<int, 2> ends_{-1, -1};
+};
 
 }  // namespace roster::testing
