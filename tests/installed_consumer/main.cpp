@@ -16,34 +16,28 @@ void require(bool isSo, const std::string& what) {
 class ConsumersAccount : public roster::AccountSubclass<ConsumersAccount> {
  public:
   using AccountSubclass::AccountSubclass;
-  roster::String displayName() const override {
-    return roster::String("my " + AccountSubclass::displayName().str());
-  }
+  roster::String displayName() const override { return "my " + AccountSubclass::displayName().str(); }
 };
 
 template <class Exception, class Call>
-void requireThrown(const Call& call, const std::string& what) {
+bool throws(const Call& call) {
   try {
     call();
   } catch (const Exception&) {
-    return;  // NOLINT(bugprone-empty-catch): this is what is wanted
+    return true;
   }
-  throw std::runtime_error("not thrown: " + what);
+  return false;
 }
 
 void useValues() {
   static_assert(ROSTER_VERSION_MAJOR + ROSTER_VERSION_MINOR + ROSTER_VERSION_PATCH > 0);
-  require(roster::Value(roster::kMailAccountType) == roster::Value("Mail"),
-          "the vocabulary is the library's");
-  const roster::Array array({1, "two"});
-  requireThrown<std::out_of_range>([&] { static_cast<void>(array.at(2)); }, "an index out of range");
+  require(roster::Value(roster::kMailAccountType) == "Mail", "the vocabulary is the library's");
   roster::MutableDictionary dictionary;
-  dictionary.set("a", array);
-  requireThrown<roster::EnumerationMutation>(
-      [&] {
-        for (const roster::DictionaryEntry& entry : dictionary) dictionary.set(entry.key.str() + "b", 1);
-      },
-      "a change during a walk");
+  dictionary.set("a", roster::Array({1, "two"}));
+  const auto changeDuringWalk = [&] {
+    for (const roster::DictionaryEntry& entry : dictionary) dictionary.set(entry.key.str() + "b", 1);
+  };
+  require(throws<roster::EnumerationMutation>(changeDuringWalk), "a change ends a walk");
   const roster::Result<std::string> bytes = roster::binaryPropertyList(dictionary);
   require(bytes && *roster::parsePropertyList(roster::Bytes(*bytes)) == roster::Value(dictionary),
           "a property list is read as it was written");
@@ -57,15 +51,11 @@ void keepAnAccount() {
   const auto store = roster::AccountsManager::init();
   store->insertAccount(account);
   store->saveAllAccounts();
-  const auto loaded = roster::AccountsManager::init()->accountWithIdentifier("A");
-  require(loaded != nullptr, "the account is in the file");
-  require(account->displayName().str() == "my account", "the subclass's operation is called");
-  requireThrown<roster::AssertionFailure>(
-      [] {
-        roster::AccountsManager::shouldMigrateOldMailAccountsOldTSAccountsNewRoster(nullptr, nullptr,
-                                                                                    nullptr);
-      },
-      "a programming error");
+  require(roster::AccountsManager::init()->accountWithIdentifier("A") != nullptr, "it is in the file");
+  require(account->displayName() == "my account", "the subclass's operation is called");
+  using roster::AccountsManager;
+  const auto ask = &AccountsManager::shouldMigrateOldMailAccountsOldTSAccountsNewRoster;
+  require(throws<roster::AssertionFailure>([&] { ask(nullptr, nullptr, nullptr); }), "errors are thrown");
 }
 
 }  // namespace
