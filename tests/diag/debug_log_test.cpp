@@ -9,8 +9,8 @@ namespace {
 class DebugLog : public OwnProcessTest {};
 
 TEST_F(DebugLog, FollowsThePreferenceAsItWasAtTheFirstMessageUntilTheProcessStartsAnew) {
-  const std::pair<Value, bool> cases[] = {{true, true}, {2, true}, {"no", false}};
-  for (const auto& [value, isOn] : cases) {
+  for (const Value& value : {Value(true), Value(2), Value("no")}) {
+    const bool isOn = value.booleanValue();
     EXPECT_TRUE(endsWell(startProcess([&] {
       const Lines expected = {"Inserting account:", "Mail:{Type = \"Mail\"}",
                               "Merging inmem 1 orig two onDisk (null)"};

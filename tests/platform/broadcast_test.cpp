@@ -1,6 +1,8 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <filesystem>
+
 #include "roster/platform/bus_signals.h"
 #include "roster/platform/linux/system_bus.h"
 #include "tests/store/store_test.h"
@@ -15,8 +17,7 @@ TEST_F(Broadcast, IsGivenUpWithTheSystemsTextWhenTheBusIsMissingOrDoesNotAnswer)
   broadcastPreferencesChanged("com.nimbal.inkwell", "MailAccounts");
   EXPECT_EQ(log.lines(), Lines{"Could not tell com.nimbal.inkwell that its preference MailAccounts changed: "
                                "could not open the system bus: No such file or directory"});
-
-  device.writeFile("run/placeholder", "");
+  std::filesystem::create_directory(device.path("run"));
   sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
   device.busSocket().copy(address.sun_path, sizeof address.sun_path - 1);
   const int mute = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -24,8 +25,7 @@ TEST_F(Broadcast, IsGivenUpWithTheSystemsTextWhenTheBusIsMissingOrDoesNotAnswer)
   ASSERT_EQ(listen(mute, 1), 0);
   broadcastPreferencesChanged("com.nimbal.inkwell", "MailAccounts");
   close(mute);
-  ASSERT_EQ(log.lines().size(), 2U);
-  EXPECT_TRUE(log.lines()[1].ends_with("the system bus does not answer: Connection timed out"));
+  EXPECT_TRUE(log.lines().back().ends_with("the system bus does not answer: Connection timed out"));
 }
 
 TEST_F(Broadcast, ReachesAnyListenerInOrderAndRefusesWhatNoMessageCanCarry) {

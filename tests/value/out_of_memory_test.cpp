@@ -35,8 +35,7 @@ namespace roster::testing {
 namespace {
 
 /// Runs the work with the allocation of that number failing; returns whether there was one.
-template <class Work>
-bool failsAtAllocation(long number, Work&& work) {
+bool failsAtAllocation(long number, const auto& work) {
   allocationsLeft = number;
   try {
     work();
@@ -46,8 +45,6 @@ bool failsAtAllocation(long number, Work&& work) {
   }
   return std::exchange(allocationsLeft, never) == never;
 }
-
-using Change = void (*)(MutableDictionary&);
 
 /// A dictionary with so many entries of its own, one of them erased again, that shares nothing.
 MutableDictionary dictionaryOf(int size) {
@@ -59,7 +56,7 @@ MutableDictionary dictionaryOf(int size) {
 
 TEST(OutOfMemory, ADictionaryThatCannotBeChangedStaysAsItWas) {
   const Dictionary stored = *parse(*binaryPropertyList(dictionaryOf(10)))->dictionary();
-  const Change changes[] = {
+  void (*const changes[])(MutableDictionary&) = {
       [](auto& dictionary) { dictionary.set("a key that is new in it", "and a long enough value"); },
       [](auto& dictionary) { dictionary.set("a long key for entry 3", "another long value"); },
       [](auto& dictionary) { dictionary.remove("a long key for entry 3"); },
@@ -67,7 +64,7 @@ TEST(OutOfMemory, ADictionaryThatCannotBeChangedStaysAsItWas) {
         static const Value live{MutableDictionary()};
         dictionary.set("a key of a live dictionary", live);
       }};
-  for (const Change& change : changes) {
+  for (const auto& change : changes) {
     for (const int size : {0, 10, 15, 16, 31, 32, 200, -1}) {
       const auto make = [&] { return size < 0 ? MutableDictionary::copyOf(stored) : dictionaryOf(size); };
       auto expected = make();
@@ -96,9 +93,8 @@ TEST_F(OutOfMemoryTest, ASaveLosesNothingAndCanBeRepeated) {
   const Value before = array(stored("a"), stored("b", {{"ChildAccounts", array(stored("c"))}}));
   const Value after = array(stored("a", {{"Note", "a text that is long enough"}}), stored("b"),
                             stored("d", {{"ChildAccounts", array(stored("e"))}}));
-  bool hasFailed = true;
-  for (long number = 0; hasFailed; ++number) {
-    SCOPED_TRACE("allocation " + std::to_string(number));
+  for (auto [number, hasFailed] = std::pair(0L, true); hasFailed; ++number) {
+    SCOPED_TRACE(number);
     device.writePropertyList(device.registryPath(), Dictionary{{"Accounts", before}, {"Version", 12}});
     const Store store = AccountsManager::init();
     store->accountWithIdentifier("a")->setAccountPropertyForKey("a text that is long enough", "Note");
