@@ -31,6 +31,8 @@ Dictionary fromFile(const Dictionary& dictionary) {
 // What would compile into something else than it says.
 static_assert(!std::is_constructible_v<Value, std::nullptr_t> && !std::is_constructible_v<Value, int*>);
 static_assert(!std::is_constructible_v<Value, void (*)()> && !std::is_constructible_v<Value, int Date::*>);
+static_assert(!std::is_constructible_v<Value, const wchar_t*> &&
+              !std::is_constructible_v<String, std::nullptr_t>);
 static_assert(!std::is_constructible_v<MutableDictionary, const MutableDictionary&>);
 static_assert(!std::is_constructible_v<MutableDictionary, const Dictionary&>);
 static_assert(!std::is_assignable_v<MutableDictionary&, const MutableDictionary&>);
@@ -118,7 +120,7 @@ TEST(MutableDictionary, CopiesShareEntriesUntilOneOfThemChanges) {
     return entries;
   };
   const Dictionary base = fromFile({{"a0", 1}, {"a1", 2}, {"a2", 3}});
-  for (const unsigned keys : {4U, 6U, 17U, 400U}) {
+  for (const unsigned keys : {4U, 5U, 6U, 17U, 40U, 400U}) {
     std::mt19937 random(keys);
     std::vector<std::pair<MutableDictionary, Plain>> live;
     std::vector<std::pair<Dictionary, Plain>> copies(3, {base, {{"a0", 1}, {"a1", 2}, {"a2", 3}}});
