@@ -155,6 +155,17 @@ TEST(MutableDictionary, CopiesShareEntriesUntilOneOfThemChanges) {
   }
 }
 
+TEST(MutableDictionary, StaysLiveWhereItIsPutButNotInASnapshot) {
+  MutableDictionary child;
+  auto parent = MutableDictionary::copyOf(fromFile({{"a", 1}}));
+  parent.set("ChildAccounts", array(child));
+  const Dictionary shallow = MutableDictionary::copyOf(parent);
+  const Dictionary nested = parent.deepCopy();
+  child.set("Identifier", "C");
+  EXPECT_EQ(shallow.find("ChildAccounts"), array(Dictionary{{"Identifier", "C"}}));
+  EXPECT_EQ(nested.find("ChildAccounts"), array(Dictionary()));
+}
+
 TEST(MutableDictionary, ChangesEndAWalk) {
   const Dictionary base = fromFile({{"a", 1}, {"b", 2}, {"c", 3}});
   const auto walk = [&base](void (*change)(MutableDictionary&, const String& key)) {
