@@ -4,6 +4,7 @@
 
 #include <csignal>
 
+#include "roster/platform/assertion.h"
 #include "roster/value/value_description.h"
 
 namespace roster::testing {
@@ -44,6 +45,14 @@ TEST_F(DetectionTest, LooksAtTheRegistryOnlyWhenThereIsNothingOlder) {
   fs::create_symlink("nowhere", mail);
   migrationNeed();
   EXPECT_EQ(log.lines(), (Lines{needsMigration(1, 0, 0), needsMigration(1, 1, 0), needsMigration(0, 1, 0)}));
+}
+
+TEST_F(DetectionTest, RequiresAllThreePointers) {
+  bool flag = false;
+  const auto ask = &AccountsManager::shouldMigrateOldMailAccountsOldTSAccountsNewRoster;
+  EXPECT_THROW(ask(&flag, nullptr, nullptr), AssertionFailure);
+  EXPECT_EQ(linesWith(log.lines(), ", AccountsManager.cpp:"), 1U);
+  EXPECT_EQ(linesWith(log.lines(), ": migrateOldTSAccounts cannot be nil"), 1U);
 }
 
 TEST_F(MigrationTest, IsWaitedForAndDoneByTheNextWhenItsProcessIsKilledInTheMiddle) {

@@ -22,6 +22,12 @@ TEST(NamedLockTest, HasTheAccessOfItsModelAlsoWhenThatChanges) {
     EXPECT_TRUE(takeNamedLock("Turn", model));
     EXPECT_EQ(fs::status(device.path("var/lib/roster/Turn")).permissions(), fs::perms(mode));
   }
+  if (geteuid() != 0) GTEST_SKIP() << "cannot give a file away";
+  ASSERT_EQ(chown(model.c_str(), 65534, 65534), 0);
+  EXPECT_TRUE(takeNamedLock("Turn", model));
+  struct stat status {};
+  EXPECT_EQ(stat(device.path("var/lib/roster/Turn").c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, 65534U);
 }
 
 TEST(NamedLockTest, IsThatOfTheFileAtItsPathThoughThatIsReplacedWhileItIsTaken) {
