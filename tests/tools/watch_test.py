@@ -88,6 +88,14 @@ class WatchTest(ChangedDevice):
         self.assertEqual(json.loads(machine.line())["displayName"], None)
         self.assertEqual((human.end(), machine.end()), (("", "", 0), ("", "", 0)))
 
+    def test_a_registry_behind_a_relative_link_is_followed(self):
+        self.put_accounts("A")
+        target = self.registry.rename(self.registry.with_name("target"))
+        self.registry.symlink_to(target.name)
+        watch = Watch(self)
+        target.unlink()
+        self.assertEqual(watch.line().split()[:2], ["removed", "A"])
+
     def test_a_registry_that_cannot_be_read_counts_as_unchanged(self):
         self.put(b"")
         watch = Watch(self)
