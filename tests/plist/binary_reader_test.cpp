@@ -27,38 +27,32 @@ TEST(BinaryPropertyList, ReadsWhatItsOwnWriterSpellsOtherwise) {
     const std::vector<std::string> objects = {dictionaryObject({1, 2, 3, 4}, width), textObject("key"),
                                               textObject("list"), "\x09", arrayObject({3, 1}, width)};
     const Result<Value> value = parse(assemble(objects, {width, 9 - width}));
-    EXPECT_EQ(*value, (Dictionary{{"key", true}, {"list", array(true, "key")}}))
-        << "references of " << width << " bytes";
+    EXPECT_EQ(*value, (Dictionary{{"key", true}, {"list", array(true, "key")}})) << width;
   }
   for (const unsigned width : {1U, 2U, 4U, 8U}) {
     const std::string set = marker(0xC, 2, width) + references({1, 1}, 1);
-    const Result<Value> value = parse(assemble({set, marker(5, 2, width) + "ab", "a part nobody refers to"}));
-    EXPECT_EQ(*value, array("ab", "ab")) << "a set with a length of " << width << " bytes";
+    EXPECT_EQ(*parse(assemble({set, marker(5, 2, width) + "ab", "nobody's part"})), array("ab", "ab"))
+        << width;
   }
 }
 
 TEST(BinaryPropertyList, SaysWhatHasNoPlaceAndKeepsTheRest) {
   const std::tuple<const char*, std::string, Fault> cases[] = {
       {"a null object", "\0"s, Fault::unknownObject},
-      {"a date of four bytes", "\x32" + bigEndian(1, 4), Fault::unknownObject},
       {"an integer of 32 bytes", "\x15" + bigEndian(1, 32), Fault::badNumber},
-      {"an integer beyond 64 bits", "\x14\x01" + bigEndian(0, 15), Fault::badNumber},
       {"an integer below 64 bits", "\x14" + std::string(8, '\xFF') + bigEndian(1, 8), Fault::badNumber},
       {"a real of two bytes", "\x21" + bigEndian(1, 2), Fault::badNumber},
       {"a length that is no integer", "\x5F" + textObject("a"), Fault::badNumber},
       {"a length of sixteen bytes", "\x5F\x14" + bigEndian(1, 16) + "a", Fault::badNumber},
       {"a lone high surrogate", "\x61\xD8\x3C", Fault::badText},
-      {"a lone low surrogate", "\x61\xDF\x88", Fault::badText},
       {"text that reaches into the next object", marker(5, 6) + "one", Fault::overlaps},
       {"text longer than the file", marker(5, 0x7FFFFFFFFFFFFFFF), Fault::outOfBounds},
       {"the largest count of elements", marker(0xA, ~0ULL), Fault::outOfBounds},
-      {"the largest count of entries", marker(0xD, 1ULL << 63U), Fault::outOfBounds},
       {"a reference to nothing", arrayObject({2, nowhere}), Fault::badReference},
       {"a key that is nowhere", dictionaryObject({nowhere, 2}), Fault::badReference},
       {"a number as key", dictionaryObject({3, 2}), Fault::badKey},
       {"a dictionary as its own key", dictionaryObject({1, 2}), Fault::badKey},
       {"unreadable text as key", dictionaryObject({4, 2}), Fault::badText},
-      {"an array in itself", arrayObject({2, 1}), Fault::containsItself},
       {"two that contain each other", dictionaryObject({2, 0}), Fault::containsItself},
   };
   for (const auto& [name, object, fault] : cases) {
@@ -81,34 +75,22 @@ TEST(BinaryPropertyList, ReadsObjectsInAnyOrderButNotOnTopOfEachOther) {
   std::string unordered = assemble({arrayObject({1, 2}), textObject("one"), textObject("two")});
   std::swap_ranges(unordered.end() - 40, unordered.end() - 36, unordered.end() - 36);
   EXPECT_EQ(*parse(unordered), array("two", "one"));
-
+  // Ten thousand long texts that are all the same bytes.
   std::string endless = "bplist00" + marker(6, 20000) + std::string(40000, 'x');
   const std::size_t table = endless.size();
-  endless += references(std::vector<std::uint64_t>(10000, 8), 4) + std::string(6, '\0') + "\x04\x02";
-  endless += references({10000, 0, table}, 8);
-  EXPECT_EQ(parse(endless, Soundness::inspected).error().message,
-            "the binary property list is damaged: its objects overlap");
+  endless += references(std::vector<std::uint64_t>(10000, 8), 4) + std::string(6, '\0') + "\x04\x02" +
+             references({10000, 0, table}, 8);
+  EXPECT_FALSE(parse(endless, Soundness::inspected));
 }
 
 TEST(BinaryPropertyList, TheLastOfRepeatedKeysCounts) {
   // The other "a"s are objects of their own, so that only their text gives them away.
   const std::string file =
-      assemble({dictionaryObject({1, 2, 3, 4, 1, 5, 6, 7, 8, 9}), textObject("a"), textObject("b"),
-                textObject("a"), "\x61\0a"s, "\x10\x01", "\x10\x02", "\x10\x03", "\x10\x04", "\x10\x05"});
-  const Dictionary expected{{"a", 5}, {"b", 2}};
-  EXPECT_TRUE(*parse(file) == expected && Value(expected) == *parse(file));
+      assemble({dictionaryObject({1, 2, 3, 4, 5, 6, 7, 8}), textObject("a"), textObject("b"), textObject("a"),
+                "\x61\0a"s, "\x10\x01", "\x10\x02", "\x10\x03", "\x10\x04"});
+  EXPECT_EQ(*parse(file), (Dictionary{{"a", 4}, {"b", 2}}));
   EXPECT_EQ(parse(file)->dictionary()->size(), 2U);
   exercise(file);
-}
-
-TEST(BinaryPropertyList, LongDictionariesAreSearchedFast) {
-  MutableDictionary forward;
-  MutableDictionary backward;
-  for (int i = 0; i < 100'000; ++i) {
-    forward.set(std::to_string(i), i);
-    backward.set(std::to_string(99'999 - i), 99'999 - i);
-  }
-  EXPECT_TRUE(*parse(*binaryPropertyList(forward)) == *parse(*binaryPropertyList(backward)));
 }
 
 TEST(BinaryPropertyList, BoundsDepthAndUnfolding) {
@@ -119,21 +101,18 @@ TEST(BinaryPropertyList, BoundsDepthAndUnfolding) {
     return assemble(objects, {.referenceWidth = 3});
   };
   for (const std::size_t levels : {limits::maximumDepth, limits::maximumDepth + 1, std::size_t{100'000}}) {
-    SCOPED_TRACE(std::to_string(levels) + " levels");
     const bool isTooDeep = parse(chain(levels), Soundness::inspected)->fault() == Fault::tooDeep;
-    EXPECT_EQ(isTooDeep, levels > limits::maximumDepth);
+    EXPECT_EQ(isTooDeep, levels > limits::maximumDepth) << levels;
     exercise(chain(levels));
   }
   for (const bool hasDictionaries : {false, true}) {
-    SCOPED_TRACE(hasDictionaries ? "shared dictionaries" : "shared arrays");
     std::vector<std::string> objects = {arrayObject({1, 2, 63})};
-    for (std::uint64_t i = 2; i < 62; ++i) {
+    for (std::uint64_t i = 2; i < 62; ++i)
       objects.push_back(hasDictionaries ? dictionaryObject({62, 63, i, i}) : arrayObject({i, i}));
-    }
     for (const char* text : {"leaf", "left", "good"}) objects.push_back(textObject(text));
     const std::string bomb = assemble(objects);
     const Result<Value> value = parse(bomb, Soundness::inspected);
-    EXPECT_EQ(value->fault(), Fault::tooLarge);
+    EXPECT_EQ(value->fault(), Fault::tooLarge) << (hasDictionaries ? "dictionaries" : "arrays");
     EXPECT_EQ(value->array()->at(2), "good");
     EXPECT_FALSE(*value == *parse(bomb, Soundness::inspected));
     exercise(bomb);

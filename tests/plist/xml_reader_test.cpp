@@ -2,8 +2,9 @@
 
 #include <cmath>
 
-#include "roster/base/base64.h"
 #include "roster/base/limits.h"
+#include "roster/platform/system_log.h"
+#include "roster/value/value_description.h"
 #include "tests/support/binary_assembler.h"
 #include "tests/support/values.h"
 
@@ -49,18 +50,6 @@ TEST(XmlPropertyList, ReadsElementsInEverySpelling) {
     EXPECT_EQ(*parse(document), true) << document;
 }
 
-TEST(XmlPropertyList, ReadsDataOfEveryLengthAsItIsWrittenInBase64) {
-  std::string bytes;
-  for (int size = 0; size < 20; ++size) {
-    const Value data = bytesValue(bytes);
-    std::string text = base64Text(*data.bytes());
-    EXPECT_EQ(*parseElement("<data>" + text + "</data>"), data) << text;
-    text.insert(text.size() / 2, "=");
-    EXPECT_FALSE(bytesFromBase64(text)) << text;
-    bytes += static_cast<char>(37 * size + 251);
-  }
-}
-
 TEST(XmlPropertyList, SaysWhatIsWrongAndWhere) {
   const std::pair<const char*, const char*> cases[] = {
       {"<dict><key>a</key></dict>", "a key without a value"},
@@ -79,6 +68,7 @@ TEST(XmlPropertyList, SaysWhatIsWrongAndWhere) {
       {"<date>123-2-28T00:00:00Z</date>", "\"123-2-28T00:00:00Z\" is not a date"},
       {"<date>2023-02-28T00:00:00.5Z</date>", "\"2023-02-28T00:00:00.5Z\" is not a date"},
       {"<data>YQ==YQ==</data>", "data that is not base64"},
+      {"<data>YQ=</data>", "data that is not base64"},
       {"<string>\xC3</string>", "not well-formed (invalid token)"},
   };
   for (const auto& [text, error] : cases)
@@ -88,20 +78,16 @@ TEST(XmlPropertyList, SaysWhatIsWrongAndWhere) {
 }
 
 TEST(XmlPropertyList, InspectedLeavesOutWhatCannotBeReadAndKeepsTheRest) {
-  for (const char* leaf : {"<date>2023-13-01T00:00:00Z</date>", "<integer>18446744073709551616</integer>",
-                           "<data>YQ==YQ==</data>", "<real>1e999</real>", "<integer/>"}) {
-    SCOPED_TRACE(leaf);
-    const std::string file = "<dict><key>list</key><array>" + std::string(leaf) +
+  for (const std::string leaf :
+       {"<date>2023-13-01T00:00:00Z</date>", "<integer/>", "<data>YQ==YQ==</data>", "<real>1e999</real>"}) {
+    const std::string file = "<dict><key>list</key><array>" + leaf +
                              "<true/></array><key>a</key><true/><key>a</key>" + leaf +
                              "<key>z</key><string>kept</string></dict>";
     const Result<Value> value = parse(file, Soundness::inspected);
     ASSERT_TRUE(value) << errorOf(value);
     EXPECT_EQ(value->fault(), Fault::badScalar);
-    const Dictionary root = *value->dictionary();
-    EXPECT_EQ(root.find("list").fault(), Fault::badScalar);
-    EXPECT_EQ(root.find("list").array()->size(), 1U);
-    EXPECT_EQ(root.find("z"), "kept");
-    EXPECT_FALSE(root.contains("a")) << "of a repeated key the last counts";
+    EXPECT_EQ(value->dictionary()->find("list").fault(), Fault::badScalar);
+    EXPECT_EQ(describe(*value), "{list = [true]; z = \"kept\"}") << "of a repeated key the last counts";
     EXPECT_FALSE(parse(file));
     EXPECT_FALSE(parse(leaf, Soundness::inspected)) << "nothing is left without it";
   }
@@ -109,25 +95,20 @@ TEST(XmlPropertyList, InspectedLeavesOutWhatCannotBeReadAndKeepsTheRest) {
 
 TEST(XmlPropertyList, RefusesDeclaredEntitiesAndFetchesNone) {
   std::string laughs = "[<!ENTITY a0 \"" + repeated("ha", 50) + "\">";
-  for (std::string name = "a0"; name != "a9"; ++name[1]) {
-    laughs += std::string("<!ENTITY a") + static_cast<char>(name[1] + 1) + " '" +
-              repeated("&" + name + ";", 10) + "'>";
-  }
+  for (int i = 0; i < 9; ++i)
+    laughs += formatted("<!ENTITY a%d '%s'>", i + 1, repeated(formatted("&a%d;", i), 10));
   const std::string attributes = "[<!ATTLIST plist " + repeated("a CDATA 'x' ", 100) + ">]";
-  const std::tuple<const char*, std::string, const char*, const char*> cases[] = {
-      {"a growing entity in a text", laughs + "]", "<string>&a9;</string>",
-       "an entity that XML does not define: &a9;"},
-      {"a growing entity in an attribute", laughs + "]", "<true a='&a9;'/>",
+  const std::tuple<std::string, const char*, const char*> cases[] = {
+      {laughs + "]", "<string>&a9;</string>", "an entity that XML does not define: &a9;"},
+      {laughs + "]", "<true a='&a9;'/>",
        "limit on input amplification factor (from DTD and entities) breached"},
-      {"an entity that another file may declare", "SYSTEM \"x.dtd\"", "<string>&a;</string>",
-       "an entity that XML does not define: &a;"},
-      {"another file as an entity", "[<!ENTITY a SYSTEM \"/etc/hostname\">]", "<string>&a;</string>",
-       "an entity outside the file"},
-      {"many attributes", attributes, "<true/>", "a document type with too many attributes"},
+      {"SYSTEM \"x.dtd\"", "<string>&a;</string>", "an entity that XML does not define: &a;"},
+      {"[<!ENTITY a SYSTEM \"/etc/hostname\">]", "<string>&a;</string>", "an entity outside the file"},
+      {attributes, "<true/>", "a document type with too many attributes"},
   };
-  for (const auto& [name, type, element, error] : cases) {
-    const std::string text = "<!DOCTYPE plist " + type + "><plist>" + element + "</plist>";
-    EXPECT_EQ(parse(text).error().message, "line 1: " + std::string(error)) << name;
+  for (const auto& [type, element, error] : cases) {
+    EXPECT_EQ(errorOf(parse("<!DOCTYPE plist " + type + "><plist>" + element + "</plist>")),
+              "line 1: " + std::string(error));
   }
 }
 

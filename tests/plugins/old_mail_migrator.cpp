@@ -33,9 +33,8 @@ class OldMailMigrator : public AccountMigrationProtocol {
     const std::shared_ptr<AccountsManager> store = AccountsManager::initInsideOfMigration();
     const Result<Dictionary> read = readDictionaryFile(mailAccountsPath());
     const Dictionary list = read ? *read : Dictionary();
-    const Array accounts = list.find("MailAccounts").array().value_or(Array());
-    for (const Value& element : accounts) {
-      const Dictionary old = element.dictionary().value_or(Dictionary());
+    for (const Value& element : list.find("MailAccounts").array().value_or(Array())) {
+      const Dictionary old = *element.dictionary();
       store->insertAccount(BasicAccount::accountWithProperties({{"Type", "Mail"},
                                                                 {"Class", "IMAPAccount"},
                                                                 {"Identifier", old.find("UniqueID")},

@@ -1,11 +1,5 @@
 #include "roster/platform/plugin.h"
 
 extern "C" void rosterTestNobodyDefinesThis();
-
-namespace {
-
-void registerClasses(roster::PluginClasses&) { rosterTestNobodyDefinesThis(); }
-
-}  // namespace
-
+static void registerClasses(roster::PluginClasses&) { rosterTestNobodyDefinesThis(); }
 ROSTER_PLUGIN(registerClasses)

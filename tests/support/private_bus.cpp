@@ -18,12 +18,6 @@ int require(int result, const char* operation) {
   return result;
 }
 
-std::string configuration(const std::string& socket) {
-  return "<busconfig><listen>unix:path=" + socket +
-         "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow user=\"*\"/><allow own=\"*\"/>"
-         "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/></policy></busconfig>";
-}
-
 std::vector<std::string> contents(sd_bus_message* message) {
   std::vector<std::string> parts{sd_bus_message_get_path(message), sd_bus_message_get_member(message)};
   const char* text = nullptr;
@@ -34,14 +28,18 @@ std::vector<std::string> contents(sd_bus_message* message) {
 }  // namespace
 
 PrivateBus::PrivateBus(const TemporaryDevice& device) {
-  const std::string file = device.writeFile("run/bus.conf", configuration(device.busSocket()));
+  const std::string file = device.writeFile(
+      "run/bus.conf", "<busconfig><listen>unix:path=" + device.busSocket() +
+                          "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow user=\"*\"/>"
+                          "<allow own=\"*\"/><allow send_destination=\"*\" eavesdrop=\"true\"/>"
+                          "<allow eavesdrop=\"true\"/></policy></busconfig>");
   // The bus prints its process identifier once it listens.
   const std::string command = "exec dbus-daemon --nofork --print-pid=1 --config-file='" + file + "'";
   output_ = popen(command.c_str(), "re");  // NOLINT(cert-env33-c): the path is the test's own
   std::array<char, 32> line{};
-  if (output_ != nullptr && std::fgets(line.data(), line.size(), output_) != nullptr)
-    daemon_ = std::stoi(line.data());
-  if (daemon_ <= 0) throw std::runtime_error("could not start dbus-daemon");
+  if (output_ == nullptr || std::fgets(line.data(), line.size(), output_) == nullptr)
+    throw std::runtime_error("could not start dbus-daemon");
+  daemon_ = std::stoi(line.data());
 }
 
 PrivateBus::~PrivateBus() {

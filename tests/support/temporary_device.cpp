@@ -22,7 +22,6 @@ std::optional<std::string> variable(const std::string& name) {
   const char* value = std::getenv(name.c_str());
   return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
 }
-
 void setVariable(const std::string& name, const std::optional<std::string>& value) {
   value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
 }

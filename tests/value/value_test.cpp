@@ -12,7 +12,6 @@
 #include <limits>
 #include <random>
 #include <type_traits>
-#include <unordered_set>
 
 #include "roster/base/limits.h"
 #include "roster/base/text_table.h"
@@ -30,39 +29,31 @@ Dictionary fromFile(const Dictionary& dictionary) {
 }
 
 // What would compile into something else than it says.
-static_assert(sizeof(Value) == 16 && sizeof(MutableDictionary) == sizeof(Value));
 static_assert(!std::is_constructible_v<Value, std::nullptr_t> && !std::is_constructible_v<Value, int*>);
-static_assert(!std::is_constructible_v<Value, const void*> && !std::is_constructible_v<Value, void (*)()>);
+static_assert(!std::is_constructible_v<Value, void (*)()> && !std::is_constructible_v<Value, int Date::*>);
 static_assert(!std::is_constructible_v<Value, const wchar_t*> &&
-              !std::is_constructible_v<Value, int Date::*>);
-static_assert(!std::is_constructible_v<String, std::nullptr_t>);
+              !std::is_constructible_v<String, std::nullptr_t>);
 static_assert(!std::is_constructible_v<MutableDictionary, const MutableDictionary&>);
 static_assert(!std::is_constructible_v<MutableDictionary, const Dictionary&>);
 static_assert(!std::is_assignable_v<MutableDictionary&, const MutableDictionary&>);
 
 TEST(Value, IsMadeAndComparedAsItReads) {
   const char* const none = nullptr;
-  EXPECT_TRUE(Value(none).isNil() && String(none).isNil());
-  EXPECT_TRUE(String() == none && none == String());
+  EXPECT_TRUE(Value(none).isNil() && String(none).isNil() && String() == none && none == String());
   EXPECT_FALSE(String("") == none || String() == "" || String() == std::string());
   const String text = "x";
   const std::string same = "x";
-  EXPECT_TRUE(text == same && same == text && text == "x" && "x" == text);
-  EXPECT_TRUE(text == std::string_view(same) && std::string_view(same) == text);
-  EXPECT_TRUE(text != same + "y" && same + "y" != text && text != std::string_view() && text != "y");
+  EXPECT_TRUE(text == same && same == text && text == "x" && std::string_view(same) == text);
+  EXPECT_TRUE(text != same + "y" && text != std::string_view() && text != "y");
   EXPECT_EQ(Value(Array({text})), array("x"));
-  EXPECT_TRUE(Value(same == text) == true);
 }
 
 TEST(Value, HasTheIdentityOfItsObject) {
   const Dictionary file = fromFile({{"a", array(1)}, {"b", array(2)}, {"c", 3}});
   MutableDictionary live;
-  const MutableDictionary same = live.share();
-  const std::unordered_set<ValueIdentity> objects = {Value(file).identity(), file.find("a").identity(),
-                                                     file.find("b").identity(), Value(live).identity()};
-  EXPECT_EQ(objects.size(), 4U);
-  EXPECT_TRUE(objects.contains(file.find("b").identity()) && objects.contains(Value(same).identity()));
-  EXPECT_FALSE(objects.contains(Value(MutableDictionary::copyOf(live)).identity()));
+  EXPECT_NE(file.find("a").identity(), file.find("b").identity());
+  EXPECT_EQ(Value(live.share()).identity(), Value(live).identity());
+  EXPECT_NE(Value(MutableDictionary::copyOf(live)).identity(), Value(live).identity());
   EXPECT_EQ(file.find("c").identity(), ValueIdentity());
 }
 
@@ -70,16 +61,14 @@ TEST(Date, ConvertsToTheSystemsClockAndBack) {
   using Clock = std::chrono::system_clock;
   using namespace std::chrono_literals;
   const Clock::time_point reference = std::chrono::sys_days(std::chrono::year(2001) / 1 / 1);
-  // The reference, fractions behind and before it, 1970, 2100, nearly the first and the last.
-  const Clock::duration offsets[] = {0s,          1500ms,       -1500ms,    -978307200s,
-                                     3124224000s, -8200000000s, 8200000000s};
-  for (const Clock::duration offset : offsets) {
+  // Fractions behind and before the reference, 1970, nearly the first and the last.
+  for (const Clock::duration offset :
+       {Clock::duration(1500ms), Clock::duration(-1500ms), Clock::duration(-978307200s),
+        Clock::duration(-8200000000s), Clock::duration(8200000000s)}) {
     const Date date = Date::fromTimePoint(reference + offset);
     EXPECT_EQ(date.secondsSinceReference, std::chrono::duration<double>(offset).count());
     EXPECT_EQ(date.timePoint(), reference + offset) << offset.count();
   }
-  const Clock::time_point now = Clock::now();
-  EXPECT_LE(std::chrono::abs(*Date::fromTimePoint(now).timePoint() - now), 120ns);
   for (const double seconds : {1e10, -1.2e10, 1e300, -HUGE_VAL, std::nan("")})
     EXPECT_FALSE(Date{seconds}.timePoint()) << seconds;
 }
@@ -105,12 +94,10 @@ TEST(Value, NumbersAreEqualByNumber) {
 TEST(Value, ContainersAreEqualByContent) {
   const Dictionary dictionary{{"a", 1}, {"b", array("x", 2.0)}, {"c", Dictionary{{"d", true}}}};
   const Dictionary otherOrder{{"c", Dictionary{{"d", true}}}, {"b", array("x", 2)}, {"a", 1.0}};
-  EXPECT_EQ(dictionary, otherOrder);
   EXPECT_EQ(fromFile(dictionary), otherOrder);
   EXPECT_EQ(MutableDictionary::copyOf(fromFile(otherOrder)), dictionary);
   EXPECT_FALSE(dictionary == (Dictionary{{"a", 1}, {"b", array("x", 2.0)}, {"e", Dictionary{{"d", true}}}}));
-  EXPECT_FALSE(array(1, 2) == array(2, 1));
-  EXPECT_FALSE(array(1) == array(1, 1));
+  EXPECT_FALSE(array(1, 2) == array(2, 1) || array(1) == array(1, 1));
   EXPECT_THROW(array(1, Value()), std::invalid_argument);
   EXPECT_THROW(array(1).array()->at(1), std::out_of_range);
   const auto sharing = [] { return array(Array(std::vector<Value>(300'000, std::string(1U << 20U, 'x')))); };
@@ -171,20 +158,12 @@ TEST(MutableDictionary, CopiesShareEntriesUntilOneOfThemChanges) {
 TEST(MutableDictionary, StaysLiveWhereItIsPutButNotInASnapshot) {
   MutableDictionary child;
   auto parent = MutableDictionary::copyOf(fromFile({{"a", 1}}));
-  EXPECT_TRUE(parent.deepCopy().sharesContentsWith(parent));
-  parent.set("a", 2);
-  const Dictionary flat = parent.deepCopy();
   parent.set("ChildAccounts", array(child));
   const Dictionary shallow = MutableDictionary::copyOf(parent);
   const Dictionary nested = parent.deepCopy();
   child.set("Identifier", "C");
-  parent.set("a", 3);
-  const Value live = array(Dictionary{{"Identifier", "C"}});
-  EXPECT_EQ(parent, (Dictionary{{"a", 3}, {"ChildAccounts", live}}));
-  EXPECT_EQ(shallow, (Dictionary{{"a", 2}, {"ChildAccounts", live}}));
-  EXPECT_EQ(nested, (Dictionary{{"a", 2}, {"ChildAccounts", array(Dictionary())}}));
-  EXPECT_EQ(flat, (Dictionary{{"a", 2}}));
-  EXPECT_TRUE(Value(nested).deepCopy().isIdenticalTo(nested));
+  EXPECT_EQ(shallow.find("ChildAccounts"), array(Dictionary{{"Identifier", "C"}}));
+  EXPECT_EQ(nested.find("ChildAccounts"), array(Dictionary()));
 }
 
 TEST(MutableDictionary, ChangesEndAWalk) {
@@ -195,21 +174,21 @@ TEST(MutableDictionary, ChangesEndAWalk) {
   };
   EXPECT_THROW(walk([](auto& dictionary, auto&) { dictionary.set("new", 1); }), EnumerationMutation);
   EXPECT_THROW(walk([](auto& dictionary, auto& key) { dictionary.remove(key); }), EnumerationMutation);
-  EXPECT_NO_THROW(walk([](auto& dictionary, auto& key) { dictionary.set(key, "changed"); }));
-  EXPECT_NO_THROW(walk([](auto& dictionary, auto&) { dictionary.remove("absent"); }));
-  EXPECT_NO_THROW(walk([](auto& dictionary, auto&) { EXPECT_EQ(dictionary.deepCopy(), dictionary); }));
+  EXPECT_NO_THROW(walk([](auto& dictionary, auto& key) {
+    dictionary.set(key, "changed");
+    dictionary.remove("absent");
+    EXPECT_EQ(dictionary.deepCopy(), dictionary);
+  }));
 }
 
 TEST(TextTable, HasASeedAndXmlIsReadWhereTheSystemGivesNoRandomNumbers) {
   const auto isRefused = [] {
     // Neither from the call nor from a file: not one can be opened any more.
     const rlimit noFiles{0, 0};
-    sock_filter refusing[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_getrandom, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
+    sock_filter refusing[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                              BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_getrandom, 0, 1),
+                              BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+                              BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
     const sock_fprog program{std::size(refusing), refusing};
     return setrlimit(RLIMIT_NOFILE, &noFiles) == 0 && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
@@ -217,28 +196,21 @@ TEST(TextTable, HasASeedAndXmlIsReadWhereTheSystemGivesNoRandomNumbers) {
   if (!endsWell(startProcess(isRefused))) GTEST_SKIP() << "the system has no filters for calls";
   EXPECT_TRUE(endsWell(startProcess(
       [&] { return isRefused() && drawSeed() != drawSeed() && parse("<plist><true/></plist>"); })));
-  EXPECT_NE(drawSeed(), drawSeed());
 }
 
 TEST(ValueDescription, IsOneLineOfBoundedLengthWhateverTheValueRefersTo) {
   const std::byte twenty[20] = {std::byte{0xAB}};
   const std::pair<Value, const char*> cases[] = {
-      {Value(), "(null)"},
-      {Date{0.25}, "2001-01-01T00:00:00.250Z"},
       {Value::data(std::span(twenty).first(1)), "<1 byte ab>"},
       {Value::data(twenty), "<20 bytes ab000000000000000000000000000000…>"},
-      {array("a\"\\\n", 1, false, Array(), Dictionary()), "[\"a\\\"\\\\\\n\", 1, false, [], {}]"},
+      {array("a\"\\\n", 1, false, Date{0.25}), "[\"a\\\"\\\\\\n\", 1, false, 2001-01-01T00:00:00.250Z]"},
       {Dictionary({{"Key", "text"}, {"Two Words", 12}}), "{Key = \"text\"; \"Two Words\" = 12}"},
   };
   for (const auto& [value, text] : cases) EXPECT_EQ(describe(value), text);
-
   MutableDictionary cycle;
   cycle.set("again", array(cycle, cycle));
   EXPECT_LE(describe(cycle).size(), limits::descriptionLength + 3);
   cycle.remove("again");
-  Value tower = 1;
-  for (int i = 0; i < 60; ++i) tower = array(tower, tower);
-  EXPECT_LE(describe(tower).size(), limits::descriptionLength + 3);
   std::string text(limits::descriptionLength - 1, 'x');
   EXPECT_EQ(describe(text + "ää"), text + "…");
 }
