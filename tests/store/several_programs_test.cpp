@@ -43,7 +43,8 @@ class Program {
     if (shared.isOn) enabled.push_back(mark_);
     account->setAccountPropertyForKey(arrayValue(enabled), "Enabled Dataclasses");
     const std::string child = name + " " + mark_;
-    if (shared.isOn) store->addChildToAccount(record(child), account);
+    const bool isBorn = shared.isOn && store->childAccountWithIdentifier(child) == nullptr;
+    if (isBorn) store->addChildToAccount(record(child), account);
     if (!shared.isOn) store->removeChildWithIdentifierFromAccount(child, account);
     store->insertAccount(record(ownName(round)));
     store->deleteAccountWithIdentifier(ownName(round - 3));
