@@ -164,7 +164,7 @@ std::string World::changeChildren(Program& program, const AccountPtr& account, c
     return "removes " + child->identifier().str() + " from " + parent;
   }
   std::vector<Value> elements;
-  for (const Value& element : *account->accountPropertyForKey(kAccountChildAccounts).array()) {
+  for (const Value& element : elementsOf(account->accountPropertyForKey(kAccountChildAccounts))) {
     elements.push_back(element);
     const std::optional<Dictionary> properties = element.dictionary();
     if (!properties || !(properties->find(kAccountIdentifier).string() == child->identifier())) continue;

@@ -61,7 +61,7 @@ inline Account accountOf(const Value& value, const Names& names) {
       account.id = names.named(entry.value.string().str());
     } else if (key == kAccountChildAccounts) {
       account.children.emplace();
-      for (const Value& child : *entry.value.array()) account.children->push_back(accountOf(child, names));
+      for (const Value& child : elementsOf(entry.value)) account.children->push_back(accountOf(child, names));
     } else if (key == kAccountEnabledDataclasses || key == kAccountProvisionedDataclasses) {
       account.properties[key == kAccountEnabledDataclasses ? "enabled" : "provisioned"] =
           shortNames(stringList(entry.value));
@@ -309,7 +309,7 @@ class World {
     require(bool(root) == !(file_.isMissing || file_.isGarbage), "the file is not as it should be");
     if (!root) return;
     Registry accounts;
-    for (const Value& account : *root->find("Accounts").array())
+    for (const Value& account : elementsOf(root->find("Accounts")))
       accounts.push_back(accountOf(account, names_));
     compare(file_.accounts, accounts, "the file");
     if (hasDuplicates(accounts)) file_.accounts = accounts;

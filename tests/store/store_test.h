@@ -117,6 +117,9 @@ class StoreTest : public ::testing::Test {
   CapturedLog log;
 };
 
+/// The elements of a list, none of any other value.
+inline Array elementsOf(const Value& list) { return list.array().value_or(Array()); }
+
 /// Whether tests that play many rounds are to play as many as before a merge.
 inline bool areTestsLong() { return std::getenv("ROSTER_LONG_TESTS") != nullptr; }
 
