@@ -86,10 +86,11 @@ void Session::save(const AccountPtr& changed) {
   const SyncResult result = store_->sync(std::chrono::seconds(0), {.replacesDamagedRegistry = true});
   if (result.error && !result.isWritten)
     throw CommandError("could not save the registry", result.error->message);
-  if (!result.damagedCopy.empty())
+  if (!result.damagedCopy.empty()) {
     warn("not everything in the registry could be used, and what could not is gone from it; it is kept as " +
              result.damagedCopy,
          store_->loadError() ? store_->loadError()->message : "it was damaged meanwhile");
+  }
   if (result.error) warn("the change is saved, but " + result.error->message);
 }
 

@@ -145,7 +145,7 @@ Result<bool> InotifyWatch::watchFolder(const std::string& folder, const std::str
 Result<bool> InotifyWatch::takeEvents() {
   eventfd_t calls = 0;
   const bool isWoken = eventfd_read(wakeUp_.fd(), &calls) == 0;
-  const Result<bool> isPathConcerned = takeQueued();
+  Result<bool> isPathConcerned = takeQueued();
   if (!isPathConcerned) return isPathConcerned;
   isConcerned_ = isConcerned_ || isWoken || *isPathConcerned;
   if (*isPathConcerned || isLost_) {
