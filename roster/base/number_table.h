@@ -25,11 +25,22 @@ class NumberTable {
     return none;
   }
 
-  /// Adds a number that is not there yet.
-  void add(std::uint64_t hash, std::uint32_t number) {
+  /// The number that `find` finds; else adds the one that `make` makes, unless that is `none`, and returns
+  /// it. `make` must not use the table.
+  template <class IsSame, class Make>
+  std::uint32_t findOrAdd(std::uint64_t hash, const IsSame& isSame, const Make& make) {
     if (2 * (count_ + 1) > slots_.size()) grow();
-    insert({number, static_cast<std::uint32_t>(hash)});
+    const std::size_t mask = slots_.size() - 1;
+    const auto tag = static_cast<std::uint32_t>(hash);
+    std::size_t index = tag & mask;
+    for (; slots_[index].number != none; index = (index + 1) & mask) {
+      if (slots_[index].tag == tag && isSame(slots_[index].number)) return slots_[index].number;
+    }
+    const std::uint32_t number = make();
+    if (number == none) return none;
+    slots_[index] = {number, tag};
     ++count_;
+    return number;
   }
 
  private:

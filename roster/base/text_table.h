@@ -69,9 +69,9 @@ inline std::uint64_t hashText(std::string_view text, std::uint64_t seed) {
   return detail::multiplyAndFold(state ^ low ^ first, high ^ salt ^ start);
 }
 
-/// A hasher for numbers out of a registry: the standard one is the number itself, so that chosen numbers would
-/// all fall into one slot. Two steps, since numbers that differ in a few bits only, as dates do, may leave the
-/// first one alike.
+/// A hasher for numbers out of a registry: the standard one is the number itself, so that chosen numbers
+/// would all fall into one slot. Two steps, since numbers that differ in a few bits only, as dates do, may
+/// leave the first one alike.
 struct SeededNumberHash {
   std::uint64_t seed = textHashSeed();
   std::size_t operator()(std::uint64_t number) const noexcept {
@@ -121,9 +121,8 @@ class TextTable {
   template <class TextOf>
   bool add(std::uint32_t object, TextOf&& textOf) {
     const std::string_view text = textOf(object);
-    if (find(text, textOf) != none) return false;
-    numbers_.add(hashText(text, seed_), object);
-    return true;
+    const auto isSame = [&](std::uint32_t number) { return areEqualTexts(textOf(number), text); };
+    return numbers_.findOrAdd(hashText(text, seed_), isSame, [object] { return object; }) == object;
   }
 
  private:

@@ -1,110 +1,186 @@
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "roster/base/limits.h"
-#include "roster/plist/numbered_objects.h"
+#include "roster/plist/binary_property_list.h"
 #include "roster/plist/property_list.h"
 
 namespace roster {
 
 namespace {
 
+constexpr std::string_view magic = "bplist00";
+
 /// How many bytes a number needs.
 unsigned widthOf(std::uint64_t largest) {
   return std::max(1U, (static_cast<unsigned>(std::bit_width(largest)) + 7U) / 8U);
 }
 
-/// Writes numbered objects into one buffer of the size that they need.
-class ObjectEncoding {
+/// Gathers bytes into pieces that stay in the cache and gives those to a sink. After the sink's first failure
+/// it gets no more.
+class PieceWriter {
  public:
-  explicit ObjectEncoding(const NumberedObjects& objects)
-      : objects_(objects), referenceWidth_(widthOf(objects.objects().size() - 1)) {}
+  explicit PieceWriter(const ByteSink& sink)
+      : sink_(sink), buffer_(std::make_unique_for_overwrite<char[]>(pieceSize)), position_(buffer_.get()) {}
 
-  Result<std::string> encode() {
-    const std::uint64_t tableOffset =
-        BinaryLayout::headerSize + objects_.size() + objects_.references() * referenceWidth_;
-    const std::size_t count = objects_.objects().size();
-    if (tableOffset + count + BinaryLayout::trailerSize >= limits::maximumFileSize) return tooLarge();
-    std::vector<std::uint32_t> offsets;
-    offsets.reserve(count);
-    bytes_.resize(tableOffset + count * widthOf(tableOffset) + BinaryLayout::trailerSize);
-    position_ = bytes_.data();
-    append("bplist00");
-    for (const NumberedObjects::Object& object : objects_.objects()) {
-      offsets.push_back(static_cast<std::uint32_t>(position_ - bytes_.data()));
-      appendObject(object);
-    }
-    appendTableAndTrailer(offsets, tableOffset);
-    bytes_.resize(static_cast<std::size_t>(position_ - bytes_.data()));
-    if (bytes_.size() >= limits::maximumFileSize) return tooLarge();
-    return std::move(bytes_);
-  }
-
- private:
-  static Error tooLarge() { return {std::errc::file_too_large, "the property list is larger than 4 GiB"}; }
+  std::uint64_t written() const { return flushed_ + buffered(); }
 
   void append(std::string_view bytes) {
-    std::memcpy(position_, bytes.data(), bytes.size());
+    if (bytes.size() > pieceSize - buffered()) flush();
+    if (bytes.size() > pieceSize) return give(bytes);
+    if (!bytes.empty()) std::memcpy(position_, bytes.data(), bytes.size());
     position_ += bytes.size();
   }
 
-  /// Stores eight bytes whatever the width: what follows overwrites the rest, and the trailer is longer.
+  void append(char byte) {
+    if (buffered() == pieceSize) flush();
+    *position_++ = byte;
+  }
+
+  /// Stores eight bytes whatever the width; what follows overwrites the rest.
   void appendNumber(std::uint64_t number, unsigned width) {
     std::uint64_t word = number << (64U - 8U * width);
     if constexpr (std::endian::native == std::endian::little) word = __builtin_bswap64(word);
+    if (pieceSize - buffered() < sizeof word) flush();
     std::memcpy(position_, &word, sizeof word);
     position_ += width;
   }
 
-  void appendObject(const NumberedObjects::Object& object) {
+  Result<> finish() {
+    flush();
+    return std::move(done_);
+  }
+
+ private:
+  static constexpr std::size_t pieceSize = std::size_t{1} << 18;
+
+  std::size_t buffered() const { return static_cast<std::size_t>(position_ - buffer_.get()); }
+
+  void flush() {
+    const std::size_t size = buffered();
+    position_ = buffer_.get();
+    if (size > 0) give({buffer_.get(), size});
+  }
+
+  void give(std::string_view bytes) {
+    flushed_ += bytes.size();
+    if (done_) done_ = sink_(std::as_bytes(std::span(bytes)));
+  }
+
+  const ByteSink& sink_;
+  std::unique_ptr<char[]> buffer_;
+  char* position_;
+  std::uint64_t flushed_ = 0;
+  Result<> done_;
+};
+
+/// Encodes numbered objects.
+class ObjectEncoding {
+ public:
+  ObjectEncoding(const NumberedObjects& objects, unsigned referenceWidth, PieceWriter& writer)
+      : objects_(objects), referenceWidth_(referenceWidth), writer_(writer) {}
+
+  void append(const NumberedObjects::Object& object) {
     switch (object.kind) {
       case StoredKind::scalar:
-        append(EncodedScalar(objects_.scalar(object)).bytes());
+        writer_.append(EncodedScalar(objects_.scalar(object)).bytes());
         break;
       case StoredKind::data:
       case StoredKind::asciiText:
       case StoredKind::wideText: {
         const std::string_view contents = objects_.contents(object);
-        const std::size_t unit = object.kind == StoredKind::wideText ? 2 : 1;
-        append(EncodedHeader(object.kind, contents.size() / unit).bytes());
-        append(contents);
+        appendHeader(object.kind, contents.size() / (object.kind == StoredKind::wideText ? 2 : 1));
+        writer_.append(contents);
         break;
       }
       case StoredKind::array:
       case StoredKind::dictionary:
-        append(EncodedHeader(object.kind, objects_.length(object)).bytes());
-        objects_.forEachPart(object, [this](std::uint32_t part) { appendNumber(part, referenceWidth_); });
+        appendHeader(object.kind, objects_.length(object));
+        objects_.forEachPart(object,
+                             [this](std::uint32_t part) { writer_.appendNumber(part, referenceWidth_); });
         break;
     }
   }
 
-  void appendTableAndTrailer(const std::vector<std::uint32_t>& offsets, std::uint64_t tableOffset) {
-    const unsigned offsetWidth = widthOf(offsets.back());
-    for (const std::uint32_t offset : offsets) appendNumber(offset, offsetWidth);
-    appendNumber(0, 6);
-    appendNumber(offsetWidth, 1);
-    appendNumber(referenceWidth_, 1);
-    appendNumber(offsets.size(), 8);
-    appendNumber(0, 8);
-    appendNumber(tableOffset, 8);
+ private:
+  void appendHeader(StoredKind kind, std::uint64_t length) {
+    if (length < EncodedHeader::lengthFollows) {
+      writer_.append(static_cast<char>(static_cast<unsigned>(kind) << 4U | length));
+    } else {
+      writer_.append(EncodedHeader(kind, length).bytes());
+    }
   }
 
   const NumberedObjects& objects_;
   unsigned referenceWidth_;
-  std::string bytes_;
-  char* position_ = nullptr;
+  PieceWriter& writer_;
 };
 
 }  // namespace
 
-Result<std::string> binaryPropertyList(const Value& value) {
+BinaryPropertyList::BinaryPropertyList(std::unique_ptr<const Value> value, NumberedObjects objects)
+    : value_(std::move(value)), objects_(std::move(objects)) {
+  const std::size_t count = objects_.objects().size();
+  referenceWidth_ = widthOf(count - 1);
+  tableOffset_ = magic.size() + objects_.size() + objects_.references() * referenceWidth_;
+  offsetWidth_ = widthOf(tableOffset_ - objects_.sizeOfLast(referenceWidth_));
+  size_ = tableOffset_ + count * offsetWidth_ + BinaryLayout::trailerSize;
+}
+
+Result<BinaryPropertyList> BinaryPropertyList::ofUnchanging(Value value) {
   if (value.isNil()) return Error(std::errc::invalid_argument, "there is no value");
-  const Result<NumberedObjects> objects = NumberedObjects::of(value);
+  auto kept = std::make_unique<const Value>(std::move(value));
+  Result<NumberedObjects> objects = NumberedObjects::of(*kept);
   if (!objects) return objects.error();
-  return ObjectEncoding(*objects).encode();
+  BinaryPropertyList list(std::move(kept), *std::move(objects));
+  if (list.size() >= limits::maximumFileSize)
+    return Error(std::errc::file_too_large, "the property list is larger than 4 GiB");
+  return list;
+}
+
+Result<BinaryPropertyList> BinaryPropertyList::of(const Value& value) {
+  Value copy = value.deepCopy();
+  // What cannot be copied cannot be written either: the attempt tells why, and where.
+  return ofUnchanging(copy.isNil() ? value : std::move(copy));
+}
+
+Result<> BinaryPropertyList::write(const ByteSink& sink) const {
+  PieceWriter writer(sink);
+  ObjectEncoding encoding(objects_, referenceWidth_, writer);
+  std::vector<std::uint32_t> offsets;
+  offsets.reserve(objects_.objects().size());
+  writer.append(magic);
+  for (const NumberedObjects::Object& object : objects_.objects()) {
+    offsets.push_back(static_cast<std::uint32_t>(writer.written()));
+    encoding.append(object);
+  }
+  for (const std::uint32_t offset : offsets) writer.appendNumber(offset, offsetWidth_);
+  writer.appendNumber(0, 6);
+  writer.appendNumber(offsetWidth_, 1);
+  writer.appendNumber(referenceWidth_, 1);
+  writer.appendNumber(offsets.size(), 8);
+  writer.appendNumber(0, 8);
+  writer.appendNumber(tableOffset_, 8);
+  return writer.finish();
+}
+
+Result<std::string> binaryPropertyList(const Value& value) {
+  const Result<BinaryPropertyList> list = BinaryPropertyList::ofUnchanging(value);
+  if (!list) return list.error();
+  std::string bytes;
+  bytes.reserve(list->size());
+  const Result<> done = list->write([&bytes](std::span<const std::byte> piece) -> Result<> {
+    bytes.append(reinterpret_cast<const char*>(piece.data()), piece.size());
+    return {};
+  });
+  if (!done) return done.error();
+  return bytes;
 }
 
 }  // namespace roster

@@ -20,11 +20,6 @@ std::string_view textOf(std::span<const std::byte> bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-/// Of one, two, four and eight bytes the smallest that a number fits into, as the power of two.
-unsigned exponentOf(std::uint64_t number) {
-  return number < 0x100 ? 0 : number < 0x10000 ? 1 : number < 0x100000000 ? 2 : 3;
-}
-
 char* storeBigEndian(char* position, std::uint64_t number, unsigned width) {
   for (unsigned index = width; index-- > 0;) *position++ = static_cast<char>(number >> (8U * index));
   return position;
@@ -40,7 +35,8 @@ void EncodedScalar::append(unsigned marker, std::uint64_t number, unsigned width
 
 void EncodedScalar::appendInteger(std::int64_t number) {
   const auto bits = static_cast<std::uint64_t>(number);
-  append(integerMarker | exponentOf(bits), bits, 1U << exponentOf(bits));
+  const unsigned exponent = EncodedHeader::exponentOf(bits);
+  append(integerMarker | exponent, bits, 1U << exponent);
 }
 
 void EncodedScalar::appendReal(double real) {
@@ -70,7 +66,6 @@ EncodedScalar::EncodedScalar(const Value& scalar) {
 }
 
 EncodedHeader::EncodedHeader(StoredKind kind, std::uint64_t length) {
-  constexpr unsigned lengthFollows = 0xF;
   const auto marker = static_cast<unsigned>(kind) << 4U;
   if (length < lengthFollows) {
     bytes_[0] = static_cast<char>(marker | length);
@@ -83,15 +78,10 @@ EncodedHeader::EncodedHeader(StoredKind kind, std::uint64_t length) {
   size_ = 2 + (std::size_t{1} << exponent);
 }
 
-std::string_view NumberedObjects::contents(const Object& object) const {
+std::string_view NumberedObjects::ownContents(const Object& object) const {
   if (object.home == inTexts) return texts_[object.index];
-  if (object.home == inValues) {
-    const Value& value = *values_[object.index].value;
-    return value.isString() ? ValueAccess::text(value) : textOf(*value.bytes());
-  }
-  const Document& document = *documents_[object.home]->document;
-  const std::size_t unit = object.kind == StoredKind::wideText ? 2 : 1;
-  return textOf({document.contents(object.index), document.header(object.index).count * unit});
+  const Value& value = *values_[object.index].value;
+  return value.isString() ? ValueAccess::text(value) : textOf(*value.bytes());
 }
 
 Value NumberedObjects::scalar(const Object& object) const {

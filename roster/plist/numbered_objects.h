@@ -48,8 +48,17 @@ class EncodedHeader {
   EncodedHeader(StoredKind kind, std::uint64_t length);
   std::string_view bytes() const { return {bytes_.data(), size_}; }
 
+  static constexpr std::uint64_t lengthFollows = 0xF;
+  static constexpr std::size_t sizeFor(std::uint64_t length) {
+    return length < lengthFollows ? 1 : 2 + (std::size_t{1} << exponentOf(length));
+  }
+  /// Of one, two, four and eight bytes the smallest that a number fits into, as the power of two.
+  static constexpr unsigned exponentOf(std::uint64_t number) {
+    return number < 0x100 ? 0 : number < 0x10000 ? 1 : number < 0x100000000 ? 2 : 3;
+  }
+
  private:
-  std::array<char, 10> bytes_{};
+  std::array<char, 10> bytes_;
   std::size_t size_ = 1;
 };
 
@@ -106,8 +115,16 @@ class NumberedObjects {
   /// How many bytes the objects take without their references.
   std::uint64_t size() const { return size_; }
 
+  /// How many bytes the last object takes, with references of this width.
+  std::uint64_t sizeOfLast(unsigned referenceWidth) const {
+    return sizeOfLast_ + referencesOfLast_ * referenceWidth;
+  }
+
   /// The bytes of a text or of data.
-  std::string_view contents(const Object& object) const;
+  std::string_view contents(const Object& object) const {
+    return object.home < documents_.size() ? storedContents(*documents_[object.home]->document, object)
+                                           : ownContents(object);
+  }
   Value scalar(const Object& object) const;
   /// Elements of an array, entries of a dictionary.
   std::size_t length(const Object& container) const;
@@ -149,6 +166,13 @@ class NumberedObjects {
 
   NumberedObjects() = default;
 
+  static std::string_view storedContents(const Document& document, const Object& object) {
+    const ObjectHeader& header = document.header(object.index);
+    const std::size_t unit = header.type == ObjectClass::wideText ? 2 : 1;
+    return {reinterpret_cast<const char*>(document.contents(object.index)), header.count * unit};
+  }
+  std::string_view ownContents(const Object& object) const;
+
   std::vector<Object> objects_;
   std::vector<std::unique_ptr<DocumentSource>> documents_;
   std::vector<ValueSource> values_;
@@ -158,6 +182,8 @@ class NumberedObjects {
   std::vector<std::string> texts_;
   std::uint64_t references_ = 0;
   std::uint64_t size_ = 0;
+  std::uint64_t sizeOfLast_ = 0;
+  std::uint64_t referencesOfLast_ = 0;
 };
 
 }  // namespace roster

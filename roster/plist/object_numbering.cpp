@@ -45,8 +45,7 @@ class ObjectNumbering {
   Result<NumberedObjects> run(const Value& root) {
     place(root, 0);
     if (fault_ != Fault::none) return unwritableValue(root, stepsToFault_, fault_);
-    const std::uint64_t limit =
-        limits::unfoldingAllowance + limits::unfoldingFactor * result_.references_;
+    const std::uint64_t limit = limits::unfoldingAllowance + limits::unfoldingFactor * result_.references_;
     if (largest_.unfolded <= limit) return std::move(result_);
     return unwritableValue(root, stepsTo(largest_.object), Fault::tooLarge);
   }
@@ -90,13 +89,16 @@ class ObjectNumbering {
 
   std::uint32_t fail(Fault fault) {
     fault_ = fault;
-    return 0;
+    return none;
   }
 
-  std::uint32_t append(const Object& object, std::uint64_t size) {
+  std::uint32_t append(const Object& object, std::uint64_t size, std::uint64_t references = 0) {
     if (result_.objects_.size() >= none - 1) return fail(Fault::tooLarge);
     result_.objects_.push_back(object);
     result_.size_ += size;
+    result_.sizeOfLast_ = size;
+    result_.references_ += references;
+    result_.referencesOfLast_ = references;
     return static_cast<std::uint32_t>(result_.objects_.size() - 1);
   }
 
@@ -104,8 +106,11 @@ class ObjectNumbering {
 
   std::uint32_t place(const Value& given, std::size_t depth) {
     const Value& value = given.isDictionary() ? ValueAccess::contents(given) : given;
-    if (ValueAccess::isInDocument(value))
-      return placeStored(sourceOf(ValueAccess::document(value)), ValueAccess::object(value), depth);
+    if (ValueAccess::isInDocument(value)) {
+      DocumentSource& source = sourceOf(ValueAccess::document(value));
+      const std::uint32_t known = source.numbers.of(ValueAccess::object(value));
+      return known != none ? known : placeStored(source, ValueAccess::object(value), depth);
+    }
     switch (value.kind()) {
       case Value::Kind::array:
       case Value::Kind::dictionary:
@@ -142,7 +147,7 @@ class ObjectNumbering {
   std::uint32_t placeData(const Value& value) {
     const std::size_t size = value.bytes()->size();
     return placeNode(value, [&] {
-      return append(objectOf(value, StoredKind::data), sizeOf(StoredKind::data, size) + size);
+      return append(objectOf(value, StoredKind::data), EncodedHeader::sizeFor(size) + size);
     });
   }
 
@@ -151,19 +156,16 @@ class ObjectNumbering {
   std::uint32_t placeNode(const Value& value, const Append& appendNew) {
     const Node* node = ValueAccess::node(value);
     const std::uint64_t hash = hashNumber_(std::bit_cast<std::uintptr_t>(node));
-    const std::uint32_t known = nodes_.find(hash, [&](std::uint32_t number) {
+    const auto isSame = [&](std::uint32_t number) {
       return ValueAccess::node(*valueOf(result_.objects_[number]).value) == node;
-    });
-    if (known != none) return known;
-    const std::uint32_t number = appendNew();
-    if (fault_ == Fault::none) nodes_.add(hash, number);
-    return number;
+    };
+    return nodes_.findOrAdd(hash, isSame, appendNew);
   }
 
   NumberedObjects::ValueSource& valueOf(const Object& object) { return result_.values_[object.index]; }
 
   std::uint32_t placeContainer(const Value& value, std::size_t depth) {
-    if (!mayEnter(value.fault(), depth)) return 0;
+    if (!mayEnter(value.fault(), depth)) return none;
     const bool isArray = value.isArray();
     const std::size_t length = isArray ? value.array()->size() : value.dictionary()->size();
     bool isNew = false;
@@ -171,7 +173,7 @@ class ObjectNumbering {
       isNew = true;
       return appendContainer(objectOf(value, isArray ? StoredKind::array : StoredKind::dictionary), length);
     });
-    if (fault_ != Fault::none) return 0;
+    if (fault_ != Fault::none) return none;
     if (!isNew) return valueOf(result_.objects_[number]).isInProgress ? fail(Fault::containsItself) : number;
     NumberedObjects::ValueSource& source = valueOf(result_.objects_[number]);
     source = {&value, result_.parts_.size(), isArray ? length : 2 * length, true};
@@ -198,8 +200,7 @@ class ObjectNumbering {
     const auto& entries = ValueAccess::dictionaryNode(dictionary).entries;
     std::size_t index = 0;
     for (const auto& entry : entries) {
-      const std::uint32_t key =
-          entry.key.isNil() ? fail(Fault::badKey) : place(entry.key.value(), depth + 1);
+      const std::uint32_t key = entry.key.isNil() ? fail(Fault::badKey) : place(entry.key.value(), depth + 1);
       if (!refer(number, sum, index, key, depth)) return;
       if (!refer(number, sum, entries.size() + index, place(entry.value, depth + 1), depth)) return;
       ++index;
@@ -218,6 +219,8 @@ class ObjectNumbering {
     if (lastDocument_ != nullptr && lastDocument_->document == &document) return *lastDocument_;
     const auto [known, isNew] = documents_.try_emplace(&document, nullptr);
     if (isNew) {
+      // Of a registry's document most objects are written again.
+      if (documents_.size() == 1) result_.objects_.reserve(document.objectCount());
       const auto number = static_cast<std::uint32_t>(result_.documents_.size());
       result_.documents_.push_back(std::make_unique<DocumentSource>(
           DocumentSource{&document, number, ObjectNumbers(document.objectCount())}));
@@ -228,7 +231,6 @@ class ObjectNumbering {
   }
 
   std::uint32_t placeStored(DocumentSource& source, std::uint32_t index, std::size_t depth) {
-    if (const std::uint32_t known = source.numbers.of(index); known != none) return known;
     const ObjectHeader& header = source.document->header(index);
     if (header.isContainer()) return placeStoredContainer(source, index, depth);
     if (header.fault != Fault::none) return fail(Fault::unknownObject);
@@ -252,7 +254,7 @@ class ObjectNumbering {
       case ObjectClass::data: {
         object.kind = StoredKind::data;
         const std::size_t size = result_.contents(object).size();
-        return append(object, sizeOf(StoredKind::data, size) + size);
+        return append(object, EncodedHeader::sizeFor(size) + size);
       }
       default:
         return placeScalar(document.value(index), [&] { return object; });
@@ -262,21 +264,19 @@ class ObjectNumbering {
 
   std::uint32_t placeStoredContainer(DocumentSource& source, std::uint32_t index, std::size_t depth) {
     const Document& document = *source.document;
-    if (!mayEnter(document.fault(index), depth)) return 0;
+    if (!mayEnter(document.fault(index), depth)) return none;
     const bool isArray = document.header(index).type == ObjectClass::array;
     const std::size_t length = document.count(index);
-    const Object object{.home = source.number,
-                        .index = index,
-                        .kind = isArray ? StoredKind::array : StoredKind::dictionary};
+    const Object object{
+        .home = source.number, .index = index, .kind = isArray ? StoredKind::array : StoredKind::dictionary};
     const std::uint32_t number = appendContainer(object, length);
-    if (fault_ != Fault::none) return 0;
+    if (fault_ != Fault::none) return none;
     source.numbers.set(index, number);
     Sum sum;
     if (isArray) {
       std::size_t element = 0;
-      document.forEachPart(index, [&](std::uint64_t part) {
-        return addStored(source, sum, element++, part, depth);
-      });
+      document.forEachPart(
+          index, [&](std::uint64_t part) { return addStored(source, sum, element++, part, depth); });
     } else {
       addEntries(source, sum, index, depth);
     }
@@ -305,8 +305,11 @@ class ObjectNumbering {
   bool addStored(DocumentSource& source, Sum& sum, std::size_t index, std::uint64_t reference,
                  std::size_t depth) {
     const auto object = static_cast<std::uint32_t>(reference);
-    const std::uint32_t part = placeStored(source, object, depth + 1);
-    if (!isPlaced(index)) return false;
+    std::uint32_t part = source.numbers.of(object);
+    if (part == none) {
+      part = placeStored(source, object, depth + 1);
+      if (!isPlaced(index)) return false;
+    }
     if (source.document->header(object).isContainer()) return addPart(sum, index, part, depth);
     ++sum.unfolded;
     return true;
@@ -314,22 +317,16 @@ class ObjectNumbering {
 
   // ---- Both
 
-  static std::uint64_t sizeOf(StoredKind kind, std::size_t length) {
-    return EncodedHeader(kind, length).bytes().size();
-  }
-
   template <class MakeObject>
   std::uint32_t placeText(StoredKind kind, std::string_view bytes, const MakeObject& makeObject) {
     const std::uint64_t hash = hashText(bytes, hashNumber_.seed);
-    const std::uint32_t known = texts_.find(hash, [&](std::uint32_t number) {
+    const std::size_t length = kind == StoredKind::wideText ? bytes.size() / 2 : bytes.size();
+    const auto isSame = [&](std::uint32_t number) {
       const Object& object = result_.objects_[number];
       return object.kind == kind && areEqualTexts(result_.contents(object), bytes);
-    });
-    if (known != none) return known;
-    const std::size_t length = kind == StoredKind::wideText ? bytes.size() / 2 : bytes.size();
-    const std::uint32_t number = append(makeObject(), sizeOf(kind, length) + bytes.size());
-    if (fault_ == Fault::none) texts_.add(hash, number);
-    return number;
+    };
+    return texts_.findOrAdd(
+        hash, isSame, [&] { return append(makeObject(), EncodedHeader::sizeFor(length) + bytes.size()); });
   }
 
   /// A text that its home has in another form.
@@ -344,13 +341,11 @@ class ObjectNumbering {
   template <class MakeObject>
   std::uint32_t placeScalar(const Value& scalar, const MakeObject& makeObject) {
     const std::uint64_t hash = hashNumber_(bitsOf(scalar) + static_cast<std::uint64_t>(scalar.kind()));
-    const std::uint32_t known = scalars_.find(hash, [&](std::uint32_t number) {
+    const auto isSame = [&](std::uint32_t number) {
       return result_.scalar(result_.objects_[number]).isIdenticalTo(scalar);
-    });
-    if (known != none) return known;
-    const std::uint32_t number = append(makeObject(), EncodedScalar(scalar).bytes().size());
-    if (fault_ == Fault::none) scalars_.add(hash, number);
-    return number;
+    };
+    return scalars_.findOrAdd(hash, isSame,
+                              [&] { return append(makeObject(), EncodedScalar(scalar).bytes().size()); });
   }
 
   bool mayEnter(Fault fault, std::size_t depth) {
@@ -361,8 +356,8 @@ class ObjectNumbering {
 
   std::uint32_t appendContainer(Object object, std::size_t length) {
     object.height = 1;
-    result_.references_ += object.kind == StoredKind::dictionary ? 2 * length : length;
-    return append(object, sizeOf(object.kind, length));
+    const std::uint64_t references = object.kind == StoredKind::dictionary ? 2 * length : length;
+    return append(object, EncodedHeader::sizeFor(length), references);
   }
 
   /// False, with one more step noted on the way back to the root, once there is a fault.
