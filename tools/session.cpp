@@ -94,15 +94,15 @@ void Session::save(const AccountPtr& changed) {
   if (result.error) warn("the change is saved, but " + result.error->message);
 }
 
-std::string shortName(std::string_view dataclass) {
+std::string_view shortName(std::string_view dataclass) {
   if (dataclass.starts_with(dataclassPrefix)) dataclass.remove_prefix(dataclassPrefix.size());
-  return std::string(dataclass);
+  return dataclass;
 }
 
 std::vector<std::string> shortNames(const std::vector<std::string>& dataclasses) {
   std::vector<std::string> names;
   names.reserve(dataclasses.size());
-  for (const std::string& dataclass : dataclasses) names.push_back(shortName(dataclass));
+  for (const std::string& dataclass : dataclasses) names.emplace_back(shortName(dataclass));
   return names;
 }
 
