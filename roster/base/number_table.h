@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -11,6 +12,11 @@ namespace roster {
 class NumberTable {
  public:
   static constexpr std::uint32_t none = 0xFFFFFFFFU;
+
+  /// Makes room for so many numbers.
+  void reserve(std::size_t count) {
+    if (slots_.size() < 2 * count) resize(std::bit_ceil(2 * count));
+  }
 
   /// The number that was added with this hash and that `isSame` says yes to, or `none`.
   template <class IsSame>
@@ -56,8 +62,10 @@ class NumberTable {
     slots_[index] = slot;
   }
 
-  void grow() {
-    std::vector<Slot> old(slots_.empty() ? 64 : 2 * slots_.size());
+  void grow() { resize(slots_.empty() ? 64 : 2 * slots_.size()); }
+
+  void resize(std::size_t slots) {
+    std::vector<Slot> old(slots);
     old.swap(slots_);
     for (const Slot& slot : old) {
       if (slot.number != none) insert(slot);

@@ -15,9 +15,10 @@ namespace roster {
 class BinaryPropertyList {
  public:
   /// Fails as `binaryPropertyList` does. Later changes of live dictionaries do not reach what is written.
-  static Result<BinaryPropertyList> of(const Value& value);
+  /// Memory for the expected number of objects is taken at once.
+  static Result<BinaryPropertyList> of(const Value& value, std::size_t expectedObjects);
   /// The same for a value that will not change as long as the property list lives.
-  static Result<BinaryPropertyList> ofUnchanging(Value value);
+  static Result<BinaryPropertyList> ofUnchanging(Value value, std::size_t expectedObjects = 0);
 
   std::uint64_t size() const { return size_; }
   /// Gives the bytes to the sink. Fails only where the sink fails.

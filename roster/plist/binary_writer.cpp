@@ -133,10 +133,10 @@ BinaryPropertyList::BinaryPropertyList(std::unique_ptr<const Value> value, Numbe
   size_ = tableOffset_ + count * offsetWidth_ + BinaryLayout::trailerSize;
 }
 
-Result<BinaryPropertyList> BinaryPropertyList::ofUnchanging(Value value) {
+Result<BinaryPropertyList> BinaryPropertyList::ofUnchanging(Value value, std::size_t expectedObjects) {
   if (value.isNil()) return Error(std::errc::invalid_argument, "there is no value");
   auto kept = std::make_unique<const Value>(std::move(value));
-  Result<NumberedObjects> objects = NumberedObjects::of(*kept);
+  Result<NumberedObjects> objects = NumberedObjects::of(*kept, expectedObjects);
   if (!objects) return objects.error();
   BinaryPropertyList list(std::move(kept), *std::move(objects));
   if (list.size() >= limits::maximumFileSize)
@@ -144,10 +144,10 @@ Result<BinaryPropertyList> BinaryPropertyList::ofUnchanging(Value value) {
   return list;
 }
 
-Result<BinaryPropertyList> BinaryPropertyList::of(const Value& value) {
+Result<BinaryPropertyList> BinaryPropertyList::of(const Value& value, std::size_t expectedObjects) {
   Value copy = value.deepCopy();
   // What cannot be copied cannot be written either: the attempt tells why, and where.
-  return ofUnchanging(copy.isNil() ? value : std::move(copy));
+  return ofUnchanging(copy.isNil() ? value : std::move(copy), expectedObjects);
 }
 
 Result<> BinaryPropertyList::write(const ByteSink& sink) const {

@@ -107,7 +107,7 @@ class NumberedObjects {
   };
 
   /// Fails, naming the fault and where it is, on a tree that cannot be written.
-  static Result<NumberedObjects> of(const Value& root);
+  static Result<NumberedObjects> of(const Value& root, std::size_t expectedObjects);
 
   const std::vector<Object>& objects() const { return objects_; }
   /// How many references the containers hold.

@@ -42,6 +42,12 @@ std::uint64_t bitsOf(const Value& scalar) {
 /// where it was.
 class ObjectNumbering {
  public:
+  /// Most objects of a registry are texts.
+  explicit ObjectNumbering(std::size_t expectedObjects) {
+    result_.objects_.reserve(expectedObjects);
+    texts_.reserve(expectedObjects / 2);
+  }
+
   Result<NumberedObjects> run(const Value& root) {
     place(root, 0);
     if (fault_ != Fault::none) return unwritableValue(root, stepsToFault_, fault_);
@@ -219,8 +225,6 @@ class ObjectNumbering {
     if (lastDocument_ != nullptr && lastDocument_->document == &document) return *lastDocument_;
     const auto [known, isNew] = documents_.try_emplace(&document, nullptr);
     if (isNew) {
-      // Of a registry's document most objects are written again.
-      if (documents_.size() == 1) result_.objects_.reserve(document.objectCount());
       const auto number = static_cast<std::uint32_t>(result_.documents_.size());
       result_.documents_.push_back(std::make_unique<DocumentSource>(
           DocumentSource{&document, number, ObjectNumbers(document.objectCount())}));
@@ -400,6 +404,8 @@ class ObjectNumbering {
   std::vector<std::size_t> stepsToFault_;
 };
 
-Result<NumberedObjects> NumberedObjects::of(const Value& root) { return ObjectNumbering().run(root); }
+Result<NumberedObjects> NumberedObjects::of(const Value& root, std::size_t expectedObjects) {
+  return ObjectNumbering(expectedObjects).run(root);
+}
 
 }  // namespace roster

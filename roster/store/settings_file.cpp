@@ -156,9 +156,11 @@ Registry readForLoad(const SettingsFile& file) {
 }
 
 Result<BinaryPropertyList> registryOf(std::vector<Value> accounts, const SettingsFile& file) {
+  constexpr std::size_t objectsOfAccount = 12;
+  const std::size_t expectedObjects = accounts.size() * objectsOfAccount;
   const Dictionary root{{kPlistAccountsKey, Array(std::move(accounts))},
                         {kPlistVersionKey, currentRegistryVersion}};
-  Result<BinaryPropertyList> registry = BinaryPropertyList::of(root);
+  Result<BinaryPropertyList> registry = BinaryPropertyList::of(root, expectedObjects);
   if (registry) return registry;
   const Error& error = registry.error();
   return Error(error.code, "could not serialize the accounts for " + file.path() + ": " + error.message);
