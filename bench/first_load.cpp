@@ -112,13 +112,16 @@ std::vector<FirstLoad> measureFirstLoads() {
     Order order{.accounts = accounts};
     const std::string root = std::getenv("ROSTER_ROOT");
     root.copy(order.root.data(), order.root.size() - 1);
-    constexpr int turns = 201;
-    std::vector<double> cold, warm;
+    constexpr int turns = 501;
+    std::vector<double> cold;
+    std::vector<double> warm;
+    std::vector<double> beyond;
     for (int turn = 0; turn < turns; ++turn) {
       cold.push_back(coldOrigin.timeOf(order));
       warm.push_back(warmOrigin.timeOf(order));
+      beyond.push_back(cold.back() - warm.back());
     }
-    measured.push_back({accounts, median(cold), median(warm)});
+    measured.push_back({accounts, median(cold), median(warm), median(beyond)});
   }
   return measured;
 }

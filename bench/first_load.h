@@ -11,6 +11,9 @@ struct FirstLoad {
   std::size_t accounts;
   double cold;
   double warm;
+  /// Of what a first load took more than the later one of the same turn: a machine that slows down slows
+  /// both.
+  double beyond;
 };
 
 /// Measures registries of ten and a hundred accounts. To be called before this process has used the library.
