@@ -12,6 +12,7 @@
 
 #include "bench/baselines.h"
 #include "bench/bench_plugins.h"
+#include "bench/first_load.h"
 #include "bench/generated_registry.h"
 #include "bench/iteration_timer.h"
 #include "bench/report.h"
@@ -230,6 +231,7 @@ int run(int argc, char** argv) {
   int count = static_cast<int>(arguments.size());
   benchmark::Initialize(&count, arguments.data());
   if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 2;
+  const std::vector<FirstLoad> firstLoads = measureFirstLoads();
   const BenchPlugins plugins;
   registerAll();
   registerPluginBenchmarks();
@@ -238,7 +240,7 @@ int run(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks(&medians);
   std::map<std::size_t, double> peaks;
   for (const std::size_t accounts : {1'000UL, 10'000UL, 100'000UL}) peaks[accounts] = peakOfLoad(accounts);
-  return printTable(medians, peaks, syncsOfSave()) ? 0 : 1;
+  return printTable(medians, firstLoads, peaks, syncsOfSave()) ? 0 : 1;
 }
 
 }  // namespace

@@ -97,7 +97,8 @@ void addToolRows(Table& table, const MedianReporter& medians) {
 
 }  // namespace
 
-bool printTable(const MedianReporter& medians, const std::map<std::size_t, double>& peaks, int syncs) {
+bool printTable(const MedianReporter& medians, const std::vector<FirstLoad>& firstLoads,
+                const std::map<std::size_t, double>& peaks, int syncs) {
   Table table;
   const auto ratio = [&](const char* what, const char* name, const char* baseline, std::size_t accounts,
                          double limit) {
@@ -108,6 +109,10 @@ bool printTable(const MedianReporter& medians, const std::map<std::size_t, doubl
   };
   const auto sizes = {10UL, 100UL, 1'000UL, 10'000UL, 100'000UL};
   for (const std::size_t n : sizes) ratio("load / read fresh", "load", "read fresh", n, n >= 100 ? 5 : 0);
+  for (const FirstLoad& load : firstLoads) {
+    table.row("first load beyond a later one, us", load.accounts, timeText(load.cold), timeText(load.warm),
+              load.beyond * 1e6, 80);
+  }
   for (const std::size_t n : sizes)
     ratio("save / durable write", "save", "durable write", n, n == 100 ? 1.75 : 0);
   for (const std::size_t n : sizes) ratio("sync / durable write", "sync", "durable write", n, 0);

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "bench/first_load.h"
+
 namespace roster::bench {
 
 /// Collects the time of every repetition of every benchmark, and answers medians.
@@ -24,6 +26,7 @@ class MedianReporter : public benchmark::BenchmarkReporter {
 
 /// Prints the table: each measured figure, its baseline from the same run, their ratio and the limit. Returns
 /// whether all figures that were measured keep to their limits.
-bool printTable(const MedianReporter& medians, const std::map<std::size_t, double>& peaks, int syncs);
+bool printTable(const MedianReporter& medians, const std::vector<FirstLoad>& firstLoads,
+                const std::map<std::size_t, double>& peaks, int syncs);
 
 }  // namespace roster::bench

@@ -1,7 +1,8 @@
 #include <sys/auxv.h>
 
 #include <CLI/CLI.hpp>
-#include <clocale>
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <iostream>
 
@@ -16,7 +17,8 @@ namespace {
 
 constexpr const char* description =
     "Shows and changes the registry of a device's user accounts.\n"
-    "A change keeps a copy of what it would lose, and is refused while a migration is due.\n"
+    "A change leaves alone what the library cannot use, and is refused while a migration is due. Where the\n"
+    "registry itself is damaged, a copy of it is kept.\n"
     "Exit status: 0 done, if only with a warning; 1 failed or not found; 2 wrong usage.";
 
 constexpr const char* globalOptions =
@@ -64,7 +66,8 @@ void unshield(std::string& word) {
 /// The parser, the options it fills, and the command that was chosen.
 class CommandLine {
  public:
-  CommandLine() : app_(description, "rosterctl") {
+  CommandLine(int count, const char* const* arguments) : app_(description, "rosterctl") {
+    for (int index = count - 1; index > 0; --index) words_.push_back(shielded(arguments[index]));
     app_.footer(globalOptions);  // of each command: they inherit it when they are added
     app_.require_subcommand(1);
     app_.fallthrough();
@@ -75,18 +78,17 @@ class CommandLine {
     app_.add_flag("--json", options_.isJson, "Print JSON");
     app_.add_flag("--verbose", options_.isVerbose, "Print the library's log lines on the standard error");
     app_.set_version_flag("--version", "rosterctl " ROSTERCTL_VERSION);
-    addQueries();
-    addChanges();
-    addFiles();
-    addMigration();
+    // Making a command takes longer than to see that it cannot be meant. Help names them all.
+    const bool isHelpAsked = isHelpGiven();
+    for (const Command& command : commands) {
+      if (isHelpAsked || isGiven(command.name)) addCommand(command);
+    }
     app_.footer(examples);
   }
 
   /// Throws CLI::ParseError.
-  void parse(int count, const char* const* arguments) {
-    std::vector<std::string> words;
-    for (int index = count - 1; index > 0; --index) words.push_back(shielded(arguments[index]));
-    app_.parse(std::move(words));
+  void parse() {
+    app_.parse(std::move(words_));
     for (std::string* text : {&root_, &options_.identifier, &options_.type, &options_.accountClass,
                               &options_.parent, &options_.file}) {
       unshield(*text);
@@ -105,7 +107,7 @@ class CommandLine {
 
   int run() const {
     if (options_.isVerbose) setSystemLogSink(&note);
-    return command_(options_);
+    return run_(options_);
   }
 
   int exit(const CLI::ParseError& error) const {
@@ -126,10 +128,29 @@ class CommandLine {
   }
 
  private:
-  using Command = int (*)(const Options&);
+  struct Command {
+    const char* name;
+    const char* help;
+    int (*run)(const Options&);
+    void (CommandLine::*describe)(CLI::App& command);
+  };
+  static const std::array<Command, 16> commands;
 
-  CLI::App& command(const char* name, const char* help, Command function) {
-    return *app_.add_subcommand(name, help)->callback([this, function] { command_ = function; });
+  bool isGiven(std::string_view word) const {
+    return std::find(words_.begin(), words_.end(), word) != words_.end();
+  }
+
+  /// Whether one of the words asks for help.
+  bool isHelpGiven() const {
+    return std::any_of(words_.begin(), words_.end(), [](const std::string& word) {
+      return word.starts_with("-h") || word.starts_with("--help");
+    });
+  }
+
+  void addCommand(const Command& command) {
+    CLI::App& added = *app_.add_subcommand(command.name, command.help);
+    added.callback([this, run = command.run] { run_ = run; });
+    (this->*command.describe)(added);
   }
 
   static CLI::Option& required(CLI::App& command, const char* name, std::string& value, const char* help) {
@@ -140,71 +161,104 @@ class CommandLine {
     return *command.add_option(name, options_.words, help)->type_name("");
   }
 
-  CLI::App& accountCommand(const char* name, const char* help, Command function) {
-    CLI::App& made = command(name, help, function);
-    required(made, "ID", options_.identifier, "The account's identifier");
-    return made;
+  void addForce(CLI::App& command) { command.add_flag("--force", options_.isForced, force); }
+
+  // What each command takes beside the options of all.
+
+  void nothing(CLI::App& /*command*/) {}
+
+  void account(CLI::App& command) {
+    required(command, "ID", options_.identifier, "The account's identifier");
   }
 
-  void addQueries() {
-    CLI::App& listing = command("list", "List the accounts, each followed by its children", &list);
-    listing.add_option("--type", options_.types, "Only accounts of this type; may be repeated")
+  void accountTypes(CLI::App& command) {
+    command.add_option("--type", options_.types, "Only accounts of this type; may be repeated")
         ->allow_extra_args(false)
         ->type_name("TYPE");
-    accountCommand("show", "Show the stored properties of one account", &show);
-    command("watch", "Print each change to the registry as it happens, until it is interrupted", &watch);
-    command("types", "List the account types and what they can do", &types);
-    command("dataclasses", "List the dataclasses and how they behave", &dataclasses);
-    command("creators", "List the plug-in classes that serve each account type, and whether they work",
-            &creators)
-        .add_option("TYPE", options_.type, "Only those of this type")
+  }
+
+  void creatorsType(CLI::App& command) {
+    command.add_option("TYPE", options_.type, "Only those of this type")->type_name("");
+  }
+
+  void newAccount(CLI::App& command) {
+    required(command, "TYPE", options_.type, "The account's type, as 'rosterctl types' lists them");
+    required(command, "CLASS", options_.accountClass, "The name of the class that implements the account");
+    command.footer(std::string(values) + globalOptions);
+    words(command, "PROPERTY", "KEY=TEXT or KEY:=JSON");
+    command.add_option("--parent", options_.parent, "Make it a child of this account")->type_name("ID");
+    addForce(command);
+  }
+
+  void assignments(CLI::App& command) {
+    account(command);
+    command.footer(std::string(values) + globalOptions);
+    words(command, "PROPERTY", "KEY=TEXT or KEY:=JSON").required();
+    addForce(command);
+  }
+
+  void keys(CLI::App& command) {
+    account(command);
+    words(command, "KEY", "The property's key").required();
+    addForce(command);
+  }
+
+  void dataclassNames(CLI::App& command) {
+    account(command);
+    words(command, "DATACLASS", "A dataclass, as \"Mail\" or in full").required();
+    addForce(command);
+  }
+
+  void doomedAccount(CLI::App& command) {
+    account(command);
+    addForce(command);
+  }
+
+  void file(CLI::App& command) {
+    required(command, "FILE", options_.file, "The property list; - is the standard input");
+  }
+
+  void registry(CLI::App& command) {
+    command.add_option("FILE", options_.file, "The registry; that of the device if there is none")
         ->type_name("");
   }
 
-  void addChanges() {
-    CLI::App& adding = command("add", "Add an account and print its new identifier", &add);
-    required(adding, "TYPE", options_.type, "The account's type, as 'rosterctl types' lists them");
-    required(adding, "CLASS", options_.accountClass, "The name of the class that implements the account");
-    adding.footer(std::string(values) + globalOptions);
-    words(adding, "PROPERTY", "KEY=TEXT or KEY:=JSON");
-    adding.add_option("--parent", options_.parent, "Make it a child of this account")->type_name("ID");
-
-    CLI::App& setting = accountCommand("set", "Set properties of an account", &set);
-    setting.footer(std::string(values) + globalOptions);
-    words(setting, "PROPERTY", "KEY=TEXT or KEY:=JSON").required();
-    words(accountCommand("unset", "Remove properties of an account", &unset), "KEY", "The property's key")
-        .required();
-    constexpr const char* names = "A dataclass, as \"Mail\" or in full";
-    words(accountCommand("enable", "Switch dataclasses of an account on", &enable), "DATACLASS", names)
-        .required();
-    words(accountCommand("disable", "Switch dataclasses of an account off", &disable), "DATACLASS", names)
-        .required();
-    accountCommand("delete", "Delete an account with its children, or one child", &deleteAccount);
-    for (const char* name : {"add", "set", "unset", "enable", "disable", "delete"}) {
-      app_.get_subcommand(name)->add_flag("--force", options_.isForced, force);
-    }
+  void rehearsal(CLI::App& command) {
+    command.add_flag("--dry-run", options_.isDryRun, "Only tell what would be done, and why");
   }
 
-  void addFiles() {
-    CLI::App& dumping = command("dump", "Print any property list, binary or XML", &dump);
-    required(dumping, "FILE", options_.file, "The property list; - is the standard input");
-    CLI::App& checking =
-        command("check", "Tell what loading a registry would drop, repair or ignore, and why", &check);
-    checking.add_option("FILE", options_.file, "The registry; that of the device if there is none")
-        ->type_name("");
-  }
-
-  void addMigration() {
-    command("migrate", "Bring accounts that older system versions left into the registry", &migrate)
-        .add_flag("--dry-run", options_.isDryRun, "Only tell what would be done, and why");
-    command("wait-for-migration", "Return when no migration is running any more", &waitForMigration);
-  }
-
+  /// The arguments, the last one first, as the parser takes them.
+  std::vector<std::string> words_;
   CLI::App app_;
   Options options_;
   std::string root_;
-  Command command_ = nullptr;
+  int (*run_)(const Options&) = nullptr;
 };
+
+const std::array<CommandLine::Command, 16> CommandLine::commands = {{
+    {"list", "List the accounts, each followed by its children", &list, &CommandLine::accountTypes},
+    {"show", "Show the stored properties of one account", &show, &CommandLine::account},
+    {"watch", "Print each change to the registry as it happens, until it is interrupted", &watch,
+     &CommandLine::nothing},
+    {"types", "List the account types and what they can do", &types, &CommandLine::nothing},
+    {"dataclasses", "List the dataclasses and how they behave", &dataclasses, &CommandLine::nothing},
+    {"creators", "List the plug-in classes that serve each account type, and whether they work", &creators,
+     &CommandLine::creatorsType},
+    {"add", "Add an account and print its new identifier", &add, &CommandLine::newAccount},
+    {"set", "Set properties of an account", &set, &CommandLine::assignments},
+    {"unset", "Remove properties of an account", &unset, &CommandLine::keys},
+    {"enable", "Switch dataclasses of an account on", &enable, &CommandLine::dataclassNames},
+    {"disable", "Switch dataclasses of an account off", &disable, &CommandLine::dataclassNames},
+    {"delete", "Delete an account with its children, or one child", &deleteAccount,
+     &CommandLine::doomedAccount},
+    {"dump", "Print any property list, binary or XML", &dump, &CommandLine::file},
+    {"check", "Tell what loading a registry would drop, repair or ignore, and why", &check,
+     &CommandLine::registry},
+    {"migrate", "Bring accounts that older system versions left into the registry", &migrate,
+     &CommandLine::rehearsal},
+    {"wait-for-migration", "Return when no migration is running any more", &waitForMigration,
+     &CommandLine::nothing},
+}};
 
 int report(const std::string& message, int status) {
   std::cerr << "rosterctl: " << singleLine(message) << '\n';
@@ -214,9 +268,9 @@ int report(const std::string& message, int status) {
 /// Runs the command that the arguments name and returns the program's exit status.
 int runCommandLine(int argumentCount, const char* const* arguments) {
   try {
-    CommandLine line;
+    CommandLine line(argumentCount, arguments);
     try {
-      line.parse(argumentCount, arguments);
+      line.parse();
     } catch (const CLI::ParseError& error) {
       return line.exit(error);
     }
@@ -235,9 +289,5 @@ int runCommandLine(int argumentCount, const char* const* arguments) {
 }  // namespace roster::tool
 
 int main(int argumentCount, char** arguments) {
-  // Character widths need a UTF-8 locale: all text here is UTF-8, whatever the user's locale. Without it
-  // columns are less straight, which is no reason to stop.
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread has started
-  static_cast<void>(std::setlocale(LC_CTYPE, "C.UTF-8"));
   return roster::tool::runCommandLine(argumentCount, arguments);
 }

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <clocale>
 #include <cstdlib>
 #include <cwchar>
 #include <iostream>
@@ -25,6 +26,16 @@ bool isColourful() {
   return answer;
 }
 
+/// How many columns of a terminal a character takes.
+std::size_t columnsOf(char32_t codePoint) {
+  // All text here is UTF-8, whatever the user's locale. Most commands never ask, and reading a locale's
+  // tables takes a while. Without them columns are less straight, which is no reason to stop.
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the tool has one thread
+  static const char* const locale = std::setlocale(LC_CTYPE, "C.UTF-8");
+  const int columns = locale == nullptr ? 1 : wcwidth(static_cast<wchar_t>(codePoint));
+  return columns > 0 ? static_cast<std::size_t>(columns) : 0;
+}
+
 }  // namespace
 
 std::string singleLine(std::string_view text) {
@@ -46,8 +57,7 @@ std::size_t displayWidth(std::string_view line) {
       ++width;
       continue;
     }
-    const int columns = wcwidth(static_cast<wchar_t>(*codePoint));
-    if (columns > 0) width += static_cast<std::size_t>(columns);
+    width += columnsOf(*codePoint);
   }
   return width;
 }

@@ -25,12 +25,8 @@ constexpr std::size_t hashedTableSize = 17;
 constexpr std::string_view nameTable = "BasicAccount";
 constexpr std::string_view dataclassPrefix = "com.nimbal.Dataclass.";
 
-/// The types that the library knows, as the device is configured.
-struct TypeTable {
-  OrderedMap<Dictionary> entries;
-  /// The names of the entries, in canonical order.
-  StringList names;
-};
+/// What is configured for the types that the library knows, by their names.
+using TypeTable = OrderedMap<Dictionary>;
 
 /// The type configuration of this process: built under the lock, then only read, and never released.
 struct TypeConfiguration {
@@ -59,37 +55,42 @@ TypeConfiguration& typeConfiguration() {
   return configuration;
 }
 
-/// Those of the configured entries that name a known dataclass.
-std::vector<Value> knownDataclasses(const Value& configured, bool isMultitasking) {
-  std::vector<Value> kept;
-  for (const std::string& entry : stringList(configured).value_or(StringList())) {
-    if (!contains(BasicAccount::allSupportedDataclasses(), entry)) continue;
-    // Notes sync in the background, which takes a device that can run more than one program.
-    if (entry == kAccountDataclassNotes && !isMultitasking) continue;
-    kept.emplace_back(entry);
-  }
-  return kept;
+/// Whether the library knows the dataclass and the device can sync it.
+bool isUsable(std::string_view dataclass, bool isMultitasking) {
+  // Notes sync in the background, which takes a device that can run more than one program.
+  if (dataclass == kAccountDataclassNotes && !isMultitasking) return false;
+  return contains(BasicAccount::allSupportedDataclasses(), dataclass);
 }
 
-OrderedMap<Dictionary> rewrittenEntries(const Dictionary& resource, bool isMultitasking) {
-  OrderedMap<Dictionary> entries;
-  entries.reserve(std::max(resource.size(), hashedTableSize));
+/// What is configured for a type, with the usable dataclasses alone. A type of which nothing would be left
+/// keeps what it lists, so that it does not turn into a type without dataclasses.
+Dictionary usableEntry(const Dictionary& configured, bool isMultitasking) {
+  const Array listed = configured.find(kPropertiesSupportedDataclasses).array().value_or(Array());
+  std::vector<Value> usable;
+  usable.reserve(listed.size());
+  for (const Value& dataclass : listed) {
+    if (isUsable(dataclass.string(), isMultitasking)) usable.push_back(dataclass);
+  }
+  // As it is with every type of the table that is shipped, unless the device is a small one.
+  if (usable.empty() || usable.size() == listed.size()) return configured;
+  auto entry = MutableDictionary::copyOf(configured);
+  entry.set(kPropertiesSupportedDataclasses, Array(std::move(usable)));
+  return entry.deepCopy();
+}
+
+TypeTable typeTable(const Dictionary& resource, bool isMultitasking) {
+  TypeTable types;
+  types.reserve(std::max(resource.size(), hashedTableSize));
   for (const DictionaryEntry& entry : resource) {
-    const std::optional<Dictionary> configured = entry.value.dictionary();
-    if (!configured) continue;
-    auto rewritten = MutableDictionary::copyOf(*configured);
-    std::vector<Value> known =
-        knownDataclasses(configured->find(kPropertiesSupportedDataclasses), isMultitasking);
-    // A type of which nothing is left keeps what it listed, so that it does not turn into a type without
-    // dataclasses.
-    if (!known.empty()) rewritten.set(kPropertiesSupportedDataclasses, Array(std::move(known)));
-    entries.set(entry.key, rewritten.deepCopy());
+    if (const auto configured = entry.value.dictionary()) {
+      types.append(entry.key, usableEntry(*configured, isMultitasking));
+    }
   }
-  return entries;
+  return types;
 }
 
-/// The names under which the resource describes types: those of the vocabulary first, in its order.
-StringList typeNames(const Dictionary& resource) {
+/// The names of the types: those of the vocabulary first, in its order.
+StringList typeNames(const TypeTable& types) {
   const std::array canonical = {kSubscribedCalendarAccountType,
                                 kCalDAVAccountType,
                                 kCardDAVAccountType,
@@ -107,12 +108,11 @@ StringList typeNames(const Dictionary& resource) {
                                 kFjordIMAPAccountType};
   StringList names;
   for (const std::string_view name : canonical) {
-    if (resource.find(name).isDictionary()) names.emplace_back(name);
+    if (types.contains(name)) names.emplace_back(name);
   }
-  for (const DictionaryEntry& entry : resource) {
+  for (const TypeTable::Entry& entry : types) {
     const std::string_view name = entry.key;
-    const bool isType = !name.empty() && entry.value.isDictionary();
-    if (isType && !contains(names, name)) names.emplace_back(name);
+    if (!name.empty() && !contains(names, name)) names.emplace_back(name);
   }
   return names;
 }
@@ -134,7 +134,7 @@ std::optional<Dictionary> typeTableResource() {
 Dictionary typeEntry(std::string_view type) {
   BasicAccount::initialize();
   const TypeTable* table = typeConfiguration().table.load(std::memory_order_acquire);
-  const Dictionary* entry = table == nullptr ? nullptr : table->entries.find(type);
+  const Dictionary* entry = table == nullptr ? nullptr : table->find(type);
   return entry == nullptr ? Dictionary() : *entry;
 }
 
@@ -175,8 +175,7 @@ void BasicAccount::initialize(bool (*isMultitaskingEnabledInClass)()) {
   if (configuration.isLoading || configuration.table.load(std::memory_order_relaxed) != nullptr) return;
   const LoadInProgress inProgress(configuration);
   if (const std::optional<Dictionary> resource = typeTableResource()) {
-    auto table = std::make_unique<const TypeTable>(
-        TypeTable{rewrittenEntries(*resource, isMultitaskingEnabledInClass()), typeNames(*resource)});
+    auto table = std::make_unique<const TypeTable>(typeTable(*resource, isMultitaskingEnabledInClass()));
     configuration.table.store(table.release(), std::memory_order_release);
   }
 }
@@ -252,14 +251,16 @@ bool BasicAccount::_isValidAccountType(std::string_view type) {
   if (type.empty()) return false;
   initialize();
   const TypeTable* table = typeConfiguration().table.load(std::memory_order_acquire);
-  return table != nullptr && table->entries.contains(type);
+  return table != nullptr && table->contains(type);
 }
 
 const StringList& BasicAccount::allAccountTypes() {
   static const StringList& none = immortal(StringList());
   initialize();
   const TypeTable* table = typeConfiguration().table.load(std::memory_order_acquire);
-  return table == nullptr ? none : table->names;
+  if (table == nullptr) return none;
+  static const StringList& names = immortal(typeNames(*table));
+  return names;
 }
 
 String BasicAccount::localizedNameForAccountType(std::string_view type) {

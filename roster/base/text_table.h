@@ -13,7 +13,7 @@ namespace roster {
 std::uint64_t textHashSeed();
 
 /// A number that others cannot foresee. Where the system gives no random numbers, one that they can hardly
-/// guess.
+/// guess. Only the system has any, so platform/linux/hash_seed.cpp implements it.
 std::uint64_t drawSeed();
 
 namespace detail {

@@ -10,7 +10,8 @@ namespace roster {
 /// Runs the calling thread's event loop, its default sd-event loop, until one of its sources has been
 /// handled, the process with the identifier has ended, or the timeout is over, whichever is first. The
 /// caller's own sources fire meanwhile. Where the loop cannot be run, as when the caller is in the middle of
-/// handling one of its sources, this only waits for the process or the timeout.
+/// handling one of its sources, or the system has no libsystemd, this only waits for the process or the
+/// timeout.
 void runEventLoop(std::chrono::microseconds timeout, std::int32_t watchedProcess);
 
 // The host's web engine has one lock per process for the threads that use it. Running a thread's event loop

@@ -121,6 +121,13 @@ class BusNotifierTest(Device):
         self.assertEqual(self.err("--verbose", "disable", "A", "Contacts"),
                          note + "open the system bus: No such file or directory\n")
         self.assertEqual(self.enabled(), [[MAIL]])
+        library = self.root / "libsystemd.so.0"
+        library.write_text("none")
+        self.environment["LD_LIBRARY_PATH"] = str(self.root)
+        self.assertEqual(self.err("--verbose", "enable", "A", "Contacts"),
+                         f"{note}open the system bus: {library}: file too short\n")
+        del self.environment["LD_LIBRARY_PATH"]
+        self.assertEqual(self.enabled(), [[MAIL, CONTACTS]])
         self.start_bus()
         too_large = "x" * 2_000_000
         self.write(exchange("A", too_large, CONTACTS))

@@ -1,4 +1,5 @@
-"""Another property-list library and this one read what the other wrote, with nothing lost on the way."""
+"""Another property-list library and this one read what the other wrote, with nothing lost on the way: through the
+program that compiles the resource tables."""
 
 import datetime
 import os
@@ -9,7 +10,8 @@ import tempfile
 import unittest
 from pathlib import Path
 
-COPY = Path(os.environ["ROSTER_TEST_PROGRAMS"]) / "plist_copy"
+COMPILE = Path(os.environ["ROSTER_BUILD_DIR"], "resources/compile_tables")
+SOURCES = Path(os.environ["ROSTER_SOURCE_DIR"], "resources")
 
 FORMATS = (plistlib.FMT_XML, plistlib.FMT_BINARY)
 SCALARS = [
@@ -62,10 +64,9 @@ class PropertyListPeers(unittest.TestCase):
     def copied(data):
         """What our program makes of the bytes, as bytes."""
         with tempfile.TemporaryDirectory() as folder:
-            source, target = Path(folder, "from.plist"), Path(folder, "to.plist")
-            source.write_bytes(data)
-            subprocess.run([COPY, source, target], check=True)
-            return target.read_bytes()
+            Path(folder, "table").write_bytes(data)
+            subprocess.run([COMPILE, folder, Path(folder, "to"), "table"], check=True)
+            return Path(folder, "to/table").read_bytes()
 
     def test_the_standard_library_reads_back_what_it_wrote(self):
         for name, value, formats in self.rows():
@@ -74,6 +75,16 @@ class PropertyListPeers(unittest.TestCase):
                     data = self.copied(plistlib.dumps(value, fmt=file_format, sort_keys=False))
                     back = plistlib.loads(data, fmt=plistlib.FMT_BINARY)
                     self.assertEqual(typed(back), typed(value))
+
+    def test_the_tables_beside_the_library_are_those_of_the_source_tree(self):
+        tables = [path.relative_to(SOURCES) for path in SOURCES.rglob("*.plist")]
+        self.assertGreater(len(tables), 10)
+        for table in tables:
+            with self.subTest(table):
+                data = Path(os.environ["ROSTER_RESOURCES"], table).read_bytes()
+                source = plistlib.loads((SOURCES / table).read_bytes())
+                self.assertEqual(data.startswith(b"bplist00"), table.name != "AccountCreators.plist")
+                self.assertEqual(typed(plistlib.loads(data)), typed(source))
 
 
 if __name__ == "__main__":

@@ -50,7 +50,6 @@ class DictionaryCache {
   /// Fails once for each state of a file that cannot be used; that state counts as empty from then on.
   Result<Dictionary> contents(const std::string& path) {
     const std::lock_guard guard(lock_);
-    const FileTime now = std::chrono::system_clock::now().time_since_epoch();
     const FileStamp stamp = stampOf(path);
     if (stamp.isMissing()) {
       entries_.erase(path);
@@ -60,6 +59,8 @@ class DictionaryCache {
     const bool isSameStamp = known != entries_.end() && known->second.stamp == stamp;
     if (isSameStamp && known->second.isSettled) return known->second.contents;
 
+    // Taken before the file is read: what changes it after that moment, not before, must change the stamp.
+    const FileTime now = std::chrono::system_clock::now().time_since_epoch();
     Result<Dictionary> file = readDictionaryFile(path);
     const Dictionary contents = file ? *file : Dictionary();
     if (entries_.size() >= maximumEntries) entries_.clear();

@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 #include <poll.h>
 #include <sys/epoll.h>
-#include <systemd/sd-event.h>
 
 #include <memory>
 #include <mutex>
@@ -11,18 +10,12 @@
 
 #include "roster/base/process_wide.h"
 #include "roster/platform/linux/system_calls.h"
+#include "roster/platform/linux/systemd_library.h"
 #include "roster/platform/resources.h"
 
 namespace roster {
 
 namespace {
-
-struct LoopReleaser {
-  void operator()(sd_event* loop) const { sd_event_unref(loop); }
-};
-struct SourceReleaser {
-  void operator()(sd_event_source* source) const { sd_event_source_disable_unref(source); }
-};
 
 int noteNothing(sd_event_source* /*source*/, int /*fd*/, std::uint32_t /*events*/, void* /*unused*/) {
   return 0;
@@ -30,15 +23,19 @@ int noteNothing(sd_event_source* /*source*/, int /*fd*/, std::uint32_t /*events*
 
 /// False when the loop could not be run.
 bool runOnce(std::chrono::microseconds timeout, const FileDescriptor& process) {
+  const Result<const SystemdFunctions*> library = systemdFunctions();
+  if (!library) return false;
+  const SystemdFunctions& systemd = **library;
   sd_event* found = nullptr;
-  if (sd_event_default(&found) < 0) return false;
-  const std::unique_ptr<sd_event, LoopReleaser> loop(found);
+  if (systemd.eventDefault(&found) < 0) return false;
+  const std::unique_ptr<sd_event, decltype(systemd.eventUnref)> loop(found, systemd.eventUnref);
   sd_event_source* added = nullptr;
-  if (process && sd_event_add_io(loop.get(), &added, process.fd(), EPOLLIN, &noteNothing, nullptr) < 0) {
+  if (process && systemd.eventAddIo(loop.get(), &added, process.fd(), EPOLLIN, &noteNothing, nullptr) < 0) {
     return false;
   }
-  const std::unique_ptr<sd_event_source, SourceReleaser> source(added);
-  return sd_event_run(loop.get(), static_cast<std::uint64_t>(timeout.count())) >= 0;
+  const std::unique_ptr<sd_event_source, decltype(systemd.eventSourceDisableUnref)> source(
+      added, systemd.eventSourceDisableUnref);
+  return systemd.eventRun(loop.get(), static_cast<std::uint64_t>(timeout.count())) >= 0;
 }
 
 /// The engine's library and its functions, each found at its first use and then kept. A failure is not kept.

@@ -2,7 +2,11 @@
 
 #include <dlfcn.h>
 #include <link.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <climits>
 #include <filesystem>
 #include <map>
 #include <mutex>
@@ -18,26 +22,38 @@ namespace roster {
 
 namespace {
 
-/// The folder of the file that this code was loaded from; empty when the loader does not know.
-std::filesystem::path ownFolder() {
-  static const int anchor = 0;
-  Dl_info object{};
-  void* extra = nullptr;
-  if (dladdr1(&anchor, &object, &extra, RTLD_DL_LINKMAP) == 0 || object.dli_fname == nullptr) return {};
-  // When the code is part of the program, the loader only knows how the program was called.
-  const auto* map = static_cast<const link_map*>(extra);
-  const bool isProgram = map != nullptr && map->l_name != nullptr && *map->l_name == '\0';
+/// The running program's file. The loader only knows how the program was called.
+std::string ownProgram() {
+  std::array<char, PATH_MAX> path{};
+  const ssize_t size = readlink("/proc/self/exe", path.data(), path.size());
+  return {path.data(), static_cast<std::size_t>(std::max(size, ssize_t{0}))};
+}
+
+/// The file that this code was loaded from; empty when the loader does not know.
+std::string ownFile() {
+  static int anchor = 0;
+  // dladdr would go through all of the library's symbols.
+  dl_find_object object{};
+  if (_dl_find_object(&anchor, &object) != 0) return {};
+  std::string file = object.dlfo_link_map->l_name;
+  if (file.starts_with('/')) return file;
+  if (file.empty()) return ownProgram();
   std::error_code error;
-  const std::filesystem::path file = isProgram ? std::filesystem::read_symlink("/proc/self/exe", error)
-                                               : std::filesystem::absolute(object.dli_fname, error);
-  return error ? std::filesystem::path() : file.parent_path();
+  const std::filesystem::path found = std::filesystem::absolute(file, error);
+  return error ? std::string() : found.string();
+}
+
+/// The folder beside the library; empty when it is not known where that is.
+std::string folderBesideLibrary() {
+  const std::string file = ownFile();
+  return file.empty() ? std::string() : joinPath(folderOf(file), "roster");
 }
 
 /// The folders that may hold the library's resources, first choice first.
 std::vector<std::string> resourceFolders() {
   // Settled at the first call: a library loaded by a relative path is relative to the working folder of that
   // time.
-  static const std::string besideLibrary = ownFolder().empty() ? "" : ownFolder() / "roster";
+  static const std::string& besideLibrary = immortal(folderBesideLibrary());
   std::vector<std::string> folders{trustedEnvironment("ROSTER_RESOURCES"), besideLibrary};
 #ifdef ROSTER_INSTALL_RESOURCES
   folders.emplace_back(ROSTER_INSTALL_RESOURCES);

@@ -1,11 +1,11 @@
 #include "roster/platform/linux/system_bus.h"
 
-#include <systemd/sd-bus.h>
-
 #include <cerrno>
 #include <chrono>
 #include <string>
 #include <system_error>
+
+#include "roster/platform/linux/systemd_library.h"
 
 namespace roster {
 
@@ -23,19 +23,17 @@ Error busError(std::string_view operation, int result) {
   return {code, std::string(operation) + ": " + code.message()};
 }
 
-struct MessageCloser {
-  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+/// Whether the bus has replied to a call.
+struct Reply {
+  const SystemdFunctions* systemd = nullptr;
+  bool hasCome = false;
 };
 
-struct SlotCloser {
-  void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
-};
-
-/// Notes that the bus has replied to a call. When the connection ends, sd-bus itself replies to all open
-/// calls; that does not count.
-int noteAnswer(sd_bus_message* answer, void* isAnswered, sd_bus_error* /*unused*/) {
-  if (sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NO_REPLY) <= 0)
-    *static_cast<bool*>(isAnswered) = true;
+/// Notes that the bus has replied. When the connection ends, sd-bus itself replies to all open calls; that
+/// does not count.
+int noteReply(sd_bus_message* message, void* context, sd_bus_error* /*unused*/) {
+  auto& reply = *static_cast<Reply*>(context);
+  if (reply.systemd->busMessageIsMethodError(message, SD_BUS_ERROR_NO_REPLY) <= 0) reply.hasCome = true;
   return 0;
 }
 
@@ -49,29 +47,31 @@ void BusArguments::text(std::string_view text) {
   } else if (text.find('\0') != std::string_view::npos) {
     result_ = -EINVAL;  // It would end there.
   } else {
-    result_ = sd_bus_message_append_basic(message_, 's', std::string(text).c_str());
+    result_ = systemd_.busMessageAppendBasic(message_, 's', std::string(text).c_str());
   }
 }
 
 void BusArguments::number(std::int32_t number) {
-  if (result_ >= 0) result_ = sd_bus_message_append_basic(message_, 'i', &number);
+  if (result_ >= 0) result_ = systemd_.busMessageAppendBasic(message_, 'i', &number);
 }
 
 void BusArguments::open(char type, const char* contents) {
-  if (result_ >= 0) result_ = sd_bus_message_open_container(message_, type, contents);
+  if (result_ >= 0) result_ = systemd_.busMessageOpenContainer(message_, type, contents);
 }
 
 void BusArguments::close() {
-  if (result_ >= 0) result_ = sd_bus_message_close_container(message_);
+  if (result_ >= 0) result_ = systemd_.busMessageCloseContainer(message_);
 }
 
-void SystemBus::Closer::operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
-
 Result<SystemBus> SystemBus::open() {
+  constexpr const char* operation = "could not open the system bus";
+  const Result<const SystemdFunctions*> systemd = systemdFunctions();
+  if (!systemd)
+    return Error(systemd.error().code, std::string(operation).append(": ").append(systemd.error().message));
   sd_bus* bus = nullptr;
-  const int result = sd_bus_open_system(&bus);
-  if (result < 0) return busError("could not open the system bus", result);
-  return SystemBus(bus);
+  const int result = (*systemd)->busOpenSystem(&bus);
+  if (result < 0) return busError(operation, result);
+  return SystemBus(**systemd, Connection(bus, (*systemd)->busCloseUnref));
 }
 
 Result<> SystemBus::send(const BusSignal& signal, const std::function<void(BusArguments&)>& append) {
@@ -82,13 +82,15 @@ Result<> SystemBus::send(const BusSignal& signal, const std::function<void(BusAr
 
 Result<> SystemBus::queue(const BusSignal& signal, const std::function<void(BusArguments&)>& append) {
   sd_bus_message* created = nullptr;
-  int result = sd_bus_message_new_signal(bus_.get(), &created, signal.path, signal.interface, signal.member);
-  const std::unique_ptr<sd_bus_message, MessageCloser> message(created);
-  BusArguments arguments(message.get(), result);
+  int result =
+      systemd_->busMessageNewSignal(bus_.get(), &created, signal.path, signal.interface, signal.member);
+  const std::unique_ptr<sd_bus_message, decltype(systemd_->busMessageUnref)> message(
+      created, systemd_->busMessageUnref);
+  BusArguments arguments(*systemd_, message.get(), result);
   append(arguments);
   result = arguments.result_;
   if (result < 0) return busError("could not make the signal", result);
-  result = sd_bus_send(bus_.get(), message.get(), nullptr);
+  result = systemd_->busSend(bus_.get(), message.get(), nullptr);
   if (result < 0) return busError("could not send to the system bus", result);
   return {};
 }
@@ -100,20 +102,20 @@ Result<> SystemBus::deliver() {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point deadline = Clock::now() + timeout;
   constexpr const char* bus = "org.freedesktop.DBus";
-  bool isAnswered = false;
+  Reply reply{.systemd = systemd_};
   sd_bus_slot* created = nullptr;
-  int result = sd_bus_call_method_async(bus_.get(), &created, bus, "/org/freedesktop/DBus", bus, "GetId",
-                                        &noteAnswer, &isAnswered, "");
-  const std::unique_ptr<sd_bus_slot, SlotCloser> slot(created);
+  int result = systemd_->busCallMethodAsync(bus_.get(), &created, bus, "/org/freedesktop/DBus", bus, "GetId",
+                                            &noteReply, &reply, "");
+  const std::unique_ptr<sd_bus_slot, decltype(systemd_->busSlotUnref)> slot(created, systemd_->busSlotUnref);
   if (result < 0) return busError("could not send to the system bus", result);
   while (true) {
-    result = sd_bus_process(bus_.get(), nullptr);
+    result = systemd_->busProcess(bus_.get(), nullptr);
     if (result < 0) return busError("could not talk to the system bus", result);
-    if (isAnswered) return {};
+    if (reply.hasCome) return {};
     const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now());
     if (left.count() <= 0) return busError("the system bus does not answer", -ETIMEDOUT);
     if (result > 0) continue;
-    result = sd_bus_wait(bus_.get(), static_cast<std::uint64_t>(left.count()));
+    result = systemd_->busWait(bus_.get(), static_cast<std::uint64_t>(left.count()));
     if (result < 0 && result != -EINTR) return busError("could not wait for the system bus", result);
   }
 }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "roster/base/result.h"
 
@@ -12,6 +13,8 @@ struct sd_bus;
 struct sd_bus_message;
 
 namespace roster {
+
+struct SystemdFunctions;
 
 /// Which signal is sent.
 struct BusSignal {
@@ -46,7 +49,8 @@ class BusArguments {
 
  private:
   friend class SystemBus;
-  BusArguments(sd_bus_message* message, int result) : message_(message), result_(result) {}
+  BusArguments(const SystemdFunctions& systemd, sd_bus_message* message, int result)
+      : systemd_(systemd), message_(message), result_(result) {}
 
   template <class Append>
   void container(char type, const char* contents, const Append& append) {
@@ -57,6 +61,7 @@ class BusArguments {
   void open(char type, const char* contents);
   void close();
 
+  const SystemdFunctions& systemd_;
   sd_bus_message* message_;
   int result_;
   std::size_t textSize_ = 0;
@@ -75,15 +80,14 @@ class SystemBus {
   Result<> send(const BusSignal& signal, const std::function<void(BusArguments&)>& append);
 
  private:
-  struct Closer {
-    void operator()(sd_bus* bus) const;
-  };
-  explicit SystemBus(sd_bus* bus) : bus_(bus) {}
+  using Connection = std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)>;
+  SystemBus(const SystemdFunctions& systemd, Connection bus) : systemd_(&systemd), bus_(std::move(bus)) {}
 
   Result<> queue(const BusSignal& signal, const std::function<void(BusArguments&)>& append);
   Result<> deliver();
 
-  std::unique_ptr<sd_bus, Closer> bus_;
+  const SystemdFunctions* systemd_;
+  Connection bus_;
 };
 
 }  // namespace roster

@@ -1,6 +1,5 @@
 #include "roster/platform/linux/system_calls.h"
 
-#include <dlfcn.h>
 #include <sys/random.h>
 #include <sys/syscall.h>
 #include <syslog.h>
@@ -39,11 +38,6 @@ std::string trustedEnvironment(const char* name) {
 std::string environment(const char* name) {
   const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nothing in this library changes it
   return value != nullptr ? value : "";
-}
-
-std::string loaderError() {
-  const char* text = dlerror();  // NOLINT(concurrency-mt-unsafe): each thread has its own
-  return text == nullptr ? "the loader does not say why" : text;
 }
 
 bool drawRandomBytes(std::span<std::byte> bytes) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <dlfcn.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -35,7 +37,10 @@ std::string trustedEnvironment(const char* name);
 std::string environment(const char* name);
 
 /// The loader's own text about what has just failed in this thread.
-std::string loaderError();
+inline std::string loaderError() {
+  const char* text = dlerror();  // NOLINT(concurrency-mt-unsafe): each thread has its own
+  return text == nullptr ? "the loader does not say why" : text;
+}
 
 /// Fills the bytes with fresh ones of the kernel's. False when it gives none; the bytes are then as they
 /// were, or partly filled.
