@@ -1,11 +1,8 @@
 #include <benchmark/benchmark.h>
-#include <malloc.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <exception>
-#include <map>
 #include <memory>
 #include <optional>
 #include <unordered_map>
@@ -15,6 +12,7 @@
 #include "bench/first_load.h"
 #include "bench/generated_registry.h"
 #include "bench/iteration_timer.h"
+#include "bench/peak_memory.h"
 #include "bench/report.h"
 #include "bench/tool_benchmarks.h"
 #include "roster/platform/linux/file_calls.h"
@@ -156,33 +154,6 @@ void accountWithIdentifier(benchmark::State& state) {
   }
 }
 
-/// How much the peak of a process grows by loading, measured in a process that does nothing else.
-double peakOfLoad(std::size_t accounts) {
-  const std::string& bytes = registryOf(accounts).bytes;
-  const BenchDevice device(bytes);
-  { const auto warm = AccountsManager::initWithAccounsInfoArray(Array()); }
-  int ends[2];
-  if (pipe(ends) != 0) return 0;
-  const pid_t child = fork();
-  if (child == 0) {
-    // Memory that the benchmarks have freed would be used again, and their peak would hide that of the load.
-    malloc_trim(0);
-    forgetPeakMemory();
-    const std::size_t before = currentMemory();
-    const auto store = AccountsManager::init();
-    const std::size_t grown = peakMemory() - before;
-    const bool isTold = write(ends[1], &grown, sizeof grown) == static_cast<ssize_t>(sizeof grown);
-    _exit(isTold && store->count() == accounts ? 0 : 1);
-  }
-  std::size_t grown = 0;
-  const bool isHeard = read(ends[0], &grown, sizeof grown) == static_cast<ssize_t>(sizeof grown);
-  int status = 1;
-  waitpid(child, &status, 0);
-  close(ends[0]);
-  close(ends[1]);
-  return isHeard && status == 0 ? static_cast<double>(grown) / static_cast<double>(bytes.size()) : 0;
-}
-
 int syncs = 0;
 
 /// How often one save asks the disk to sync.
@@ -238,9 +209,7 @@ int run(int argc, char** argv) {
   registerToolBenchmarks();
   MedianReporter medians;
   benchmark::RunSpecifiedBenchmarks(&medians);
-  std::map<std::size_t, double> peaks;
-  for (const std::size_t accounts : {1'000UL, 10'000UL, 100'000UL}) peaks[accounts] = peakOfLoad(accounts);
-  return printTable(medians, firstLoads, peaks, syncsOfSave()) ? 0 : 1;
+  return printTable(medians, firstLoads, measurePeakMemory(), syncsOfSave()) ? 0 : 1;
 }
 
 }  // namespace

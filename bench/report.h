@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bench/first_load.h"
+#include "bench/peak_memory.h"
 
 namespace roster::bench {
 
@@ -27,6 +28,6 @@ class MedianReporter : public benchmark::BenchmarkReporter {
 /// Prints the table: each measured figure, its baseline from the same run, their ratio and the limit. Returns
 /// whether all figures that were measured keep to their limits.
 bool printTable(const MedianReporter& medians, const std::vector<FirstLoad>& firstLoads,
-                const std::map<std::size_t, double>& peaks, int syncs);
+                const std::vector<PeakMemory>& peaks, int syncs);
 
 }  // namespace roster::bench
