@@ -16,6 +16,7 @@
 #include "bench/generated_registry.h"
 #include "bench/iteration_timer.h"
 #include "bench/report.h"
+#include "bench/tool_benchmarks.h"
 #include "roster/platform/linux/file_calls.h"
 #include "roster/store/accounts_manager.h"
 
@@ -234,6 +235,7 @@ int run(int argc, char** argv) {
   const BenchPlugins plugins;
   registerAll();
   registerPluginBenchmarks();
+  registerToolBenchmarks();
   MedianReporter medians;
   benchmark::RunSpecifiedBenchmarks(&medians);
   std::map<std::size_t, double> peaks;

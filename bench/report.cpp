@@ -68,6 +68,33 @@ double exponent(const MedianReporter& medians, const char* name) {
   return std::log(medians.median(name, 100'000) / medians.median(name, 1'000)) / std::log(100.0);
 }
 
+/// Whole processes of the tool, without what every program's start costs.
+void addToolRows(Table& table, const MedianReporter& medians) {
+  constexpr std::size_t n = 10'000;
+  const double start = medians.median("rosterctl", 0);
+  const double least = medians.median("true", 0);
+  if (start != 0 && least != 0) {
+    table.row("rosterctl --version beyond true, ms", 0, timeText(start), timeText(least),
+              (start - least) * 1e3, 0.8);
+  }
+  const double change = medians.median("rosterctl set", n) - start;
+  const double inLibrary = medians.median("library change", n) - medians.median("library change", 0);
+  if (start != 0 && change > 0 && inLibrary > 0) {
+    table.row("rosterctl set / load + sync", n, timeText(change), timeText(inLibrary), change / inLibrary,
+              1.15);
+  }
+  // Both load the registry; `show` prints one account of it.
+  const double load = medians.median("rosterctl show", n);
+  const auto list = [&](const char* what, const char* name, double limit) {
+    const double measured = medians.median(name, n);
+    if (measured == 0 || load == 0) return;
+    table.row(what, n, timeText(measured), timeText(load), (measured - load) * 1e6 / n, limit);
+  };
+  list("list beyond show, us/account", "rosterctl list", 3);
+  list("list --json beyond show, us/account", "rosterctl list --json", 3);
+  list("list into a pipe, us/account", "rosterctl list, read", 0);
+}
+
 }  // namespace
 
 bool printTable(const MedianReporter& medians, const std::vector<FirstLoad>& firstLoads,
@@ -121,6 +148,7 @@ bool printTable(const MedianReporter& medians, const std::vector<FirstLoad>& fir
   for (const auto& [n, peak] : peaks) {
     if (peak > 0) table.row("peak memory of a load / file size", n, "", "", peak, 4);
   }
+  addToolRows(table, medians);
   table.row("syncs of one save", 100, "", "", syncs, 2);
   return table.isAllReached();
 }

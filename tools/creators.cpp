@@ -161,7 +161,7 @@ void addRows(const TypeTrial& trial, Table& table) {
   std::string type = trial.type;
   for (const Trial& entry : trial.entries) {
     const StringList dataclasses = shortNames(entry.dataclasses.value_or(StringList()));
-    table.addRow({std::move(type), orDash(entry.kind), orDash(entry.className), orDash(entry.library),
+    table.addRow({type, orDash(entry.kind), orDash(entry.className), orDash(entry.library),
                   joined(dataclasses, "-"), verdict(entry.problem)});
     type.clear();
   }

@@ -8,8 +8,8 @@ namespace roster::tool {
 
 namespace {
 
-bool areEqualIgnoringCase(const std::string& left, const std::string& right) {
-  return strcasecmp(left.c_str(), right.c_str()) == 0;
+bool areEqualIgnoringCase(std::string_view left, std::string_view right) {
+  return left.size() == right.size() && strncasecmp(left.data(), right.data(), left.size()) == 0;
 }
 
 /// The dataclass with this name, full or short, in upper or lower case.

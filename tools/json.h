@@ -1,6 +1,5 @@
 #pragma once
 
-#include <iosfwd>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -33,13 +32,6 @@ bool isReservedKey(std::string_view key);
 
 /// Spaces by which a document's containers are indented.
 inline constexpr int jsonIndent = 2;
-
-/// Writes the value, no part of which may be faulty, in this notation, as it goes through it: the memory that
-/// takes does not grow with the document.
-void writeJson(std::ostream& output, const Value& value);
-
-/// Writes an object with exactly the keys of the dictionary, reserved or not; their values in this notation.
-void writeJsonEntries(std::ostream& output, const Dictionary& dictionary);
 
 /// A value that is no container in this notation.
 nlohmann::ordered_json jsonFromScalar(const Value& value);

@@ -1,8 +1,9 @@
+#include "tools/json_writer.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <ostream>
 
 #include "roster/base/base64.h"
 #include "roster/value/date.h"
@@ -29,96 +30,16 @@ bool hasReservedKey(const Dictionary& dictionary) {
                      [](const DictionaryEntry& entry) { return isReservedKey(entry.key); });
 }
 
-/// Writes a document as it walks through the value. A small file can refer to one long text so often that the
-/// whole document would not fit into memory.
-class DocumentWriter {
- public:
-  explicit DocumentWriter(std::ostream& output) : output_(output) {}
+std::string dumped(const ordered_json& literal) {
+  return literal.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+}
 
-  void writeValue(const Value& value) {
-    if (const std::optional<Array> array = value.array()) {
-      writeElements(*array);
-    } else if (const std::optional<Dictionary> dictionary = value.dictionary()) {
-      writeDictionary(*dictionary);
-    } else {
-      writeScalar(jsonFromScalar(value));
-    }
-  }
-
-  void writeEntries(const Dictionary& entries) {
-    begin('{');
-    for (const DictionaryEntry& entry : entries) {
-      beginEntry(entry.key);
-      writeValue(entry.value);
-    }
-    end('}');
-  }
-
- private:
-  void writeElements(const Array& array) {
-    begin('[');
-    for (const Value& element : array) {
-      beginItem();
-      writeValue(element);
-    }
-    end(']');
-  }
-
-  void writeDictionary(const Dictionary& dictionary) {
-    if (!hasReservedKey(dictionary)) return writeEntries(dictionary);
-    begin('{');
-    beginEntry(dictionaryKey);
-    writeEntries(dictionary);
-    end('}');
-  }
-
-  /// The scalar is a literal, or an object with one reserved key and a text.
-  void writeScalar(const ordered_json& scalar) {
-    if (!scalar.is_object()) return writeLiteral(scalar);
-    begin('{');
-    for (const auto& [key, text] : scalar.items()) {
-      beginEntry(key);
-      writeLiteral(text);
-    }
-    end('}');
-  }
-
-  void writeLiteral(const ordered_json& literal) {
-    output_ << literal.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
-  }
-
-  void begin(char bracket) {
-    output_ << bracket;
-    ++depth_;
-    isFirst_ = true;
-  }
-
-  void beginItem() {
-    if (!isFirst_) output_ << ',';
-    isFirst_ = false;
-    breakLine();
-  }
-
-  void beginEntry(std::string_view key) {
-    beginItem();
-    writeLiteral(key);
-    output_ << ": ";
-  }
-
-  void end(char bracket) {
-    --depth_;
-    if (!isFirst_) breakLine();
-    output_ << bracket;
-    isFirst_ = false;
-  }
-
-  void breakLine() { output_ << '\n' << std::string(depth_ * jsonIndent, ' '); }
-
-  std::ostream& output_;
-  std::size_t depth_ = 0;
-  /// Whether the container that was begun last has no item yet.
-  bool isFirst_ = true;
-};
+/// Whether the text stands for itself between quotation marks.
+bool isPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char character) {
+    return character >= ' ' && character <= '~' && character != '"' && character != '\\';
+  });
+}
 
 /// The instant with this many digits behind the point; empty when they do not read back as the same instant.
 std::string textWithFraction(Date date, int digits) {
@@ -139,11 +60,103 @@ bool isReservedKey(std::string_view key) {
   return key == dataKey || key == dateKey || key == realKey || key == dictionaryKey;
 }
 
-void writeJson(std::ostream& output, const Value& value) { DocumentWriter(output).writeValue(value); }
-
-void writeJsonEntries(std::ostream& output, const Dictionary& dictionary) {
-  DocumentWriter(output).writeEntries(dictionary);
+void JsonWriter::beginElement() {
+  if (!isFirst_) output_.piece() += ',';
+  isFirst_ = false;
+  breakLine();
 }
+
+void JsonWriter::beginEntry(std::string_view key) {
+  beginElement();
+  writeText(key);
+  output_.piece() += ": ";
+}
+
+void JsonWriter::writeText(std::string_view text) {
+  std::string& piece = output_.piece();
+  if (isPlain(text)) {
+    ((piece += '"') += text) += '"';
+  } else {
+    piece += dumped(text);
+  }
+}
+
+void JsonWriter::writeTextOrNull(const String& text) { text.isNil() ? writeNull() : writeText(text); }
+
+void JsonWriter::writeNull() { output_.piece() += "null"; }
+
+void JsonWriter::writeValue(const Value& value) {
+  if (const std::optional<Array> array = value.array()) {
+    writeElements(*array);
+  } else if (const std::optional<Dictionary> dictionary = value.dictionary()) {
+    writeDictionary(*dictionary);
+  } else if (const String text = value.string()) {
+    writeText(text);
+  } else {
+    writeScalar(value);
+  }
+}
+
+void JsonWriter::writeEntries(const Dictionary& entries) {
+  beginObject();
+  for (const DictionaryEntry& entry : entries) {
+    beginEntry(entry.key);
+    writeValue(entry.value);
+  }
+  endObject();
+}
+
+void JsonWriter::writeElements(const Array& array) {
+  beginArray();
+  for (const Value& element : array) {
+    beginElement();
+    writeValue(element);
+  }
+  endArray();
+}
+
+void JsonWriter::writeDictionary(const Dictionary& dictionary) {
+  if (!hasReservedKey(dictionary)) return writeEntries(dictionary);
+  beginObject();
+  beginEntry(dictionaryKey);
+  writeEntries(dictionary);
+  endObject();
+}
+
+/// The scalar becomes a literal, or an object with one reserved key and a text.
+void JsonWriter::writeScalar(const Value& value) {
+  const ordered_json scalar = jsonFromScalar(value);
+  if (!scalar.is_object()) {
+    output_.piece() += dumped(scalar);
+    return;
+  }
+  beginObject();
+  for (const auto& [key, text] : scalar.items()) {
+    beginEntry(key);
+    output_.piece() += dumped(text);
+  }
+  endObject();
+}
+
+void JsonWriter::endDocument() {
+  output_.piece() += '\n';
+  output_.flush();
+}
+
+void JsonWriter::begin(char bracket) {
+  output_.piece() += bracket;
+  ++depth_;
+  isFirst_ = true;
+}
+
+void JsonWriter::end(char bracket) {
+  --depth_;
+  if (!isFirst_) breakLine();
+  output_.piece() += bracket;
+  isFirst_ = false;
+}
+
+void JsonWriter::breakLine() { (output_.piece() += '\n').append(depth_ * jsonIndent, ' '); }
 
 std::string dateText(Date date) {
   std::string text = rfc3339Text(date);

@@ -3,16 +3,13 @@
 
 #include "roster/store/account_collections.h"
 #include "tools/commands.h"
-#include "tools/json.h"
+#include "tools/json_writer.h"
 #include "tools/printing.h"
 #include "tools/session.h"
-#include "tools/terminal.h"
 
 namespace roster::tool {
 
 namespace {
-
-using nlohmann::ordered_json;
 
 /// The top-level accounts in order, each followed by its children.
 std::vector<AccountPtr> familyByFamily(const AccountsManager& store) {
@@ -26,55 +23,89 @@ std::vector<AccountPtr> familyByFamily(const AccountsManager& store) {
   for (const AccountPtr& account : all) {
     if (account->parentAccount()) continue;
     ordered.push_back(account);
-    const std::vector<AccountPtr>& children = childrenByParent[account.get()];
-    ordered.insert(ordered.end(), children.begin(), children.end());
+    const auto children = childrenByParent.find(account.get());
+    if (children == childrenByParent.end()) continue;
+    ordered.insert(ordered.end(), children->second.begin(), children->second.end());
   }
   return ordered;
 }
 
-ordered_json jsonFromAccount(const BasicAccount& account) {
-  const std::optional<StringList> enabled = account.enabledDataclasses();
-  return {{"identifier", account.identifier().str()},
-          {"type", account.type().str()},
-          {"class", account.accountClass().str()},
-          {"displayName", textOrNull(account.displayName())},
-          {"parent", textOrNull(account.parentAccountIdentifier())},
-          {"enabled", enabled ? ordered_json(*enabled) : ordered_json()}};
+/// Those of the types; all when there are none.
+std::vector<AccountPtr> listedAccounts(const AccountsManager& store, const Options& options) {
+  std::vector<AccountPtr> accounts = familyByFamily(store);
+  if (options.types.empty()) return accounts;
+  const TypeSet types(options.types);
+  std::erase_if(accounts, [&](const AccountPtr& account) { return !types.contains(account->type()); });
+  return accounts;
 }
 
-Table::Row rowFromAccount(const BasicAccount& account) {
+void writeJson(JsonWriter& writer, const BasicAccount& account) {
+  writer.beginObject();
+  writer.beginEntry("identifier");
+  writer.writeText(account.identifier());
+  writer.beginEntry("type");
+  writer.writeText(account.type());
+  writer.beginEntry("class");
+  writer.writeText(account.accountClass());
+  writer.beginEntry("displayName");
+  writer.writeTextOrNull(account.displayName());
+  writer.beginEntry("parent");
+  writer.writeTextOrNull(account.parentAccountIdentifier());
+  writer.beginEntry("enabled");
+  if (const std::optional<StringList> enabled = account.enabledDataclasses()) {
+    writer.beginArray();
+    for (const std::string& dataclass : *enabled) {
+      writer.beginElement();
+      writer.writeText(dataclass);
+    }
+    writer.endArray();
+  } else {
+    writer.writeNull();
+  }
+  writer.endObject();
+}
+
+void printAsJson(const std::vector<AccountPtr>& accounts) {
+  JsonWriter writer(std::cout);
+  writer.beginArray();
+  for (const AccountPtr& account : accounts) {
+    writer.beginElement();
+    writeJson(writer, *account);
+  }
+  writer.endArray();
+  writer.endDocument();
+}
+
+std::string enabledText(const BasicAccount& account) {
   const std::optional<StringList> enabled = account.enabledDataclasses();
-  const std::string indent = account.parentAccount() ? "  " : "";
-  return {indent + account.identifier().str(), account.type().str(), account.accountClass().str(),
-          account.displayName() ? account.displayName().str() : "-",
-          enabled ? joined(shortNames(*enabled), "none") : "-"};
+  return enabled ? joined(shortNames(*enabled), "none") : "-";
+}
+
+void printAsTable(const std::vector<AccountPtr>& accounts) {
+  Table table({"IDENTIFIER", "TYPE", "CLASS", "NAME", "ENABLED"});
+  for (const AccountPtr& account : accounts) {
+    std::string identifier = account->parentAccount() ? "  " : "";
+    identifier += account->identifier();
+    const String name = account->displayName();
+    table.addRow({identifier, account->type(), account->accountClass(), name ? name : String("-"),
+                  enabledText(*account)});
+  }
+  table.print();
 }
 
 }  // namespace
 
 int list(const Options& options) {
-  Session session(Session::Purpose::reading, options);
-  const TypeSet types(options.types);
-  ordered_json array = ordered_json::array();
-  Table table({"IDENTIFIER", "TYPE", "CLASS", "NAME", "ENABLED"});
-  bool isEmpty = true;
-  for (const AccountPtr& account : familyByFamily(session.store())) {
-    if (!options.types.empty() && !types.contains(account->type())) continue;
-    isEmpty = false;
-    if (options.isJson) {
-      array.push_back(jsonFromAccount(*account));
-    } else {
-      table.addRow(rowFromAccount(*account));
-    }
-  }
+  const Session session(Session::Purpose::reading, options);
+  const std::vector<AccountPtr> accounts = listedAccounts(session.store(), options);
   if (options.isJson) {
-    printJson(array);
-  } else if (isEmpty) {
+    printAsJson(accounts);
+  } else if (accounts.empty()) {
     std::cout << "no accounts\n";
   } else {
-    table.print();
+    printAsTable(accounts);
   }
-  return 0;
+  return done;
 }
 
 int show(const Options& options) {

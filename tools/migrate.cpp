@@ -133,6 +133,12 @@ MigrationNeed askedMigrationNeed(const Options& options) {
   return migrationNeed();
 }
 
+MigrationNeed askedMigrationNeed(const Options& options, const AccountsManager& loaded) {
+  std::optional<SystemLogSilence> silence;
+  if (!options.isVerbose) silence.emplace();
+  return migrationNeedOfLoaded(loaded);
+}
+
 std::vector<std::string> reasonsToMigrate(const MigrationNeed& need) {
   std::vector<std::string> reasons;
   if (need.hasOldMailAccounts)

@@ -8,26 +8,20 @@
 #include <span>
 #include <system_error>
 
+#include "roster/base/single_line.h"
 #include "roster/value/date.h"
 #include "tools/commands.h"
 #include "tools/json.h"
+#include "tools/json_writer.h"
+#include "tools/output_pieces.h"
 #include "tools/terminal.h"
 
 namespace roster::tool {
 
 namespace {
 
-constexpr std::string_view gap = "  ";
-
-std::string line(const Table::Row& cells, const std::vector<std::size_t>& widths) {
-  std::string text;
-  for (std::size_t column = 0; column < cells.size(); ++column) {
-    if (column > 0) text += gap;
-    text += padded(cells[column], widths[column]);
-  }
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
+/// Spaces between two columns.
+constexpr std::size_t gap = 2;
 
 constexpr std::size_t step = 2;
 /// A longer key moves its own value, not those of its neighbours.
@@ -139,22 +133,48 @@ void dumpJson(const nlohmann::ordered_json& document, int indent) {
 
 }  // namespace
 
-void Table::addRow(Row cells) {
-  for (std::string& cell : cells) cell = singleLine(cell);
-  rows_.push_back(std::move(cells));
+Table::Table(std::initializer_list<std::string_view> header) : widths_(header.size()) { addRow(header); }
+
+void Table::addRow(std::initializer_list<std::string_view> cells) {
+  for (const std::string_view cell : cells) addCell(cell);
+}
+
+void Table::addRow(const Row& cells) {
+  for (const std::string& cell : cells) addCell(cell);
+}
+
+void Table::addCell(std::string_view content) {
+  const std::size_t begin = text_.size();
+  appendSingleLine(text_, content);
+  const std::size_t width = displayWidth(std::string_view(text_).substr(begin));
+  std::size_t& widest = widths_[cells_.size() % widths_.size()];
+  widest = std::max(widest, width);
+  cells_.push_back({text_.size(), width});
+}
+
+void Table::appendLine(std::string& output, std::size_t firstCell) const {
+  std::size_t begin = firstCell == 0 ? 0 : cells_[firstCell - 1].end;
+  std::size_t spaces = 0;
+  for (std::size_t column = 0; column < widths_.size(); ++column) {
+    const Cell& cell = cells_[firstCell + column];
+    output.append(spaces, ' ').append(text_, begin, cell.end - begin);
+    spaces = widths_[column] - cell.width + gap;
+    begin = cell.end;
+  }
+  output.erase(output.find_last_not_of(' ') + 1);
 }
 
 void Table::print() const {
-  std::vector<std::size_t> widths(header_.size());
-  const auto widen = [&widths](const Row& row) {
-    for (std::size_t column = 0; column < widths.size(); ++column) {
-      widths[column] = std::max(widths[column], displayWidth(row.at(column)));
-    }
-  };
-  widen(header_);
-  for (const Row& row : rows_) widen(row);
-  std::cout << emphasised(line(header_, widths)) << '\n';
-  for (const Row& row : rows_) std::cout << line(row, widths) << '\n';
+  OutputPieces output(std::cout);
+  std::string header;
+  appendLine(header, 0);
+  output.piece() += emphasised(header) + '\n';
+  for (std::size_t cell = widths_.size(); cell < cells_.size(); cell += widths_.size()) {
+    std::string& piece = output.piece();
+    appendLine(piece, cell);
+    piece += '\n';
+  }
+  output.flush();
 }
 
 std::string joined(const std::vector<std::string>& texts, const std::string& none) {
@@ -172,13 +192,15 @@ void printTree(const Value& value) { TreePrinter().print(value, 0); }
 void printJson(const nlohmann::ordered_json& document) { dumpJson(document, jsonIndent); }
 
 void printJsonValue(const Value& value) {
-  writeJson(std::cout, value);
-  std::cout << '\n';
+  JsonWriter writer(std::cout);
+  writer.writeValue(value);
+  writer.endDocument();
 }
 
 void printJsonEntries(const Dictionary& dictionary) {
-  writeJsonEntries(std::cout, dictionary);
-  std::cout << '\n';
+  JsonWriter writer(std::cout);
+  writer.writeEntries(dictionary);
+  writer.endDocument();
 }
 
 void printJsonLine(const nlohmann::ordered_json& document) { dumpJson(document, -1); }

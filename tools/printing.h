@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "roster/value/value.h"
@@ -10,20 +13,33 @@ namespace roster::tool {
 
 // What the commands write to the standard output.
 
-/// Rows of text in aligned columns, under a header.
+/// Rows of text in aligned columns, under a header. All of it is kept until it is printed, since the last row
+/// may be the widest: as one text, and for each cell where it ends there and how wide it is.
 class Table {
  public:
   using Row = std::vector<std::string>;
-  explicit Table(Row header) : header_(std::move(header)) {}
+  explicit Table(std::initializer_list<std::string_view> header);
 
   /// Adds a row with as many cells as the header; each is put on one line.
-  void addRow(Row cells);
+  void addRow(std::initializer_list<std::string_view> cells);
+  void addRow(const Row& cells);
   /// Writes the table to the standard output.
   void print() const;
 
  private:
-  Row header_;
-  std::vector<Row> rows_;
+  struct Cell {
+    std::size_t end = 0;
+    std::size_t width = 0;
+  };
+
+  void addCell(std::string_view content);
+  void appendLine(std::string& output, std::size_t firstCell) const;
+
+  /// Of the columns.
+  std::vector<std::size_t> widths_;
+  std::string text_;
+  /// Row after row; the header is the first.
+  std::vector<Cell> cells_;
 };
 
 /// The texts, separated by ", "; `none` when there are none.

@@ -14,8 +14,8 @@ constexpr std::string_view dataclassPrefix = "com.nimbal.Dataclass.";
 
 /// An ordinary save gives the registry the current version, which ends a migration that was due; and a
 /// migration from older files begins with the removal of the registry.
-void requireNoMigration(const Options& options) {
-  const MigrationNeed need = askedMigrationNeed(options);
+void requireNoMigration(const Options& options, const AccountsManager& loaded) {
+  const MigrationNeed need = askedMigrationNeed(options, loaded);
   if (!need.isAny()) return;
   const std::string outcome = need.isFromOldFiles() ? "makes a change that the migration removes again"
                                                     : "makes the change, and the migration never takes place";
@@ -58,8 +58,8 @@ void requireLoadable(const BasicAccount& account) {
 
 Session::Session(Purpose purpose, const Options& options) {
   if (purpose != Purpose::reading) lock_ = takeRegistryLock();
-  if (purpose != Purpose::reading && !options.isForced) requireNoMigration(options);
   store_ = AccountsManager::init();
+  if (purpose != Purpose::reading && !options.isForced) requireNoMigration(options, *store_);
   // A registry that cannot be read loads as an empty one. The file is not asked again: it may answer
   // otherwise.
   const std::optional<Error>& unread = store_->loadError();
@@ -94,15 +94,15 @@ void Session::save(const AccountPtr& changed) {
   if (result.error) warn("the change is saved, but " + result.error->message);
 }
 
-std::string shortName(std::string_view dataclass) {
+std::string_view shortName(std::string_view dataclass) {
   if (dataclass.starts_with(dataclassPrefix)) dataclass.remove_prefix(dataclassPrefix.size());
-  return std::string(dataclass);
+  return dataclass;
 }
 
 std::vector<std::string> shortNames(const std::vector<std::string>& dataclasses) {
   std::vector<std::string> names;
   names.reserve(dataclasses.size());
-  for (const std::string& dataclass : dataclasses) names.push_back(shortName(dataclass));
+  for (const std::string& dataclass : dataclasses) names.emplace_back(shortName(dataclass));
   return names;
 }
 

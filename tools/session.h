@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "roster/store/accounts_manager.h"
@@ -28,6 +29,7 @@ class Session {
   Session(Purpose purpose, const Options& options);
 
   AccountsManager& store() { return *store_; }
+  const AccountsManager& store() const { return *store_; }
   /// The top-level account or child with the identifier; fails when there is none.
   FoundAccount find(const std::string& name) const;
   /// Gives a changed account back to the store; a child keeps its position among its parent's children.
@@ -43,8 +45,8 @@ class Session {
   std::shared_ptr<AccountsManager> store_;
 };
 
-/// A dataclass without the prefix that all known ones share: "Mail".
-std::string shortName(std::string_view dataclass);
+/// A dataclass without the prefix that all known ones share, "Mail"; a part of the text that is given.
+std::string_view shortName(std::string_view dataclass);
 std::vector<std::string> shortNames(const std::vector<std::string>& dataclasses);
 
 }  // namespace roster::tool

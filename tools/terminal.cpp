@@ -47,6 +47,10 @@ std::string singleLine(std::string_view text) {
 std::size_t displayWidth(std::string_view line) {
   std::size_t width = 0;
   while (!line.empty()) {
+    const std::size_t plain = plainRun(line);
+    width += plain;
+    line.remove_prefix(plain);
+    if (line.empty()) break;
     const std::optional<char32_t> codePoint = takeCodePoint(line);
     if (!codePoint) {
       line.remove_prefix(1);

@@ -293,7 +293,7 @@ class ROSTER_EXPORT BasicAccount : public AccountFullAccountProtocol,
   ROSTER_HIDDEN const Dictionary& currentProperties() const;
   ROSTER_HIDDEN String textForKey(std::string_view key) const;
   ROSTER_HIDDEN std::shared_ptr<AccountFullAccountProtocol> makeFullAccount(const ClassObject& creator);
-  ROSTER_HIDDEN std::optional<StringList> listForKey(std::string_view key) const;
+  ROSTER_HIDDEN std::optional<Array> listForKey(std::string_view key) const;
 
   Dictionary _originalProperties;
   /// The live properties. Most records of a registry are never changed: as long as nobody asks for these,

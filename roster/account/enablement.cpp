@@ -1,31 +1,66 @@
 #include <algorithm>
 #include <array>
-#include <span>
+#include <iterator>
 
 #include "roster/account/basic_account.h"
 #include "roster/base/foreign_code.h"
-#include "roster/base/process_wide.h"
 #include "roster/platform/device.h"
 
 namespace roster {
 
 namespace {
 
-/// The list as a set, in its own order.
-StringList withoutRepetitions(const StringList& list) {
-  std::set<std::string_view> seen;
-  StringList members;
-  std::copy_if(list.begin(), list.end(), std::back_inserter(members),
-               [&](const std::string& text) { return seen.insert(text).second; });
-  return members;
+/// What device management can forbid, and what that forbids with it.
+struct Rule {
+  std::string_view dataclass;
+  Feature feature;
+};
+
+const std::array<Rule, 6>& rules() {
+  static const std::array all = {
+      Rule{kAccountDataclassUbiquity, Feature::cloudDocumentSync},
+      Rule{kAccountDataclassKeyValue, Feature::cloudDocumentSync},
+      Rule{kAccountDataclassMediaStream, Feature::photoStream},
+      Rule{kAccountDataclassSharedStreams, Feature::sharedPhotoStreams},
+      Rule{kAccountDataclassBackup, Feature::cloudBackup},
+      Rule{kAccountDataclassSatchel, Feature::cardsWhileLocked},
+  };
+  return all;
 }
 
-/// The members of `list` that are in `allowed` as well.
-StringList intersection(const StringList& list, const StringList& allowed) {
-  const std::set<std::string_view> members(allowed.begin(), allowed.end());
-  StringList common = withoutRepetitions(list);
-  std::erase_if(common, [&](const std::string& text) { return !members.contains(text); });
-  return common;
+bool isInForce(const Rule& rule) { return restriction(rule.feature) == featureNotAllowed; }
+
+/// The restrictions are looked up, which takes a system call, only for what they can forbid: most accounts
+/// have nothing of it.
+bool isRestricted(std::string_view dataclass) {
+  return std::any_of(rules().begin(), rules().end(), [dataclass](const Rule& rule) {
+    return rule.dataclass == dataclass && isInForce(rule);
+  });
+}
+
+/// The known ones of a list, each once, come first, in canonical order; the others stay in their order.
+void orderCanonically(StringList& list) {
+  auto rest = list.begin();
+  for (const std::string& dataclass : BasicAccount::allSupportedDataclasses()) {
+    const auto found = std::find(rest, list.end(), dataclass);
+    if (found == list.end()) continue;
+    std::rotate(rest, found, std::next(found));
+    ++rest;
+    list.erase(std::remove(rest, list.end(), dataclass), list.end());
+  }
+}
+
+/// Adds a text that is allowed, unless it is there. The allowed ones are few, however many are stored.
+void addIfAllowed(StringList& members, std::string_view text, const StringList& allowed) {
+  if (contains(allowed, text) && !contains(members, text)) members.emplace_back(text);
+}
+
+StringList allowedMembers(const Array& stored, const StringList& allowed) {
+  StringList members;
+  for (const Value& element : stored) {
+    if (const String text = element.string()) addIfAllowed(members, text, allowed);
+  }
+  return members;
 }
 
 /// A set written as an array: each text once. Elements that are not texts are kept as they are.
@@ -42,37 +77,36 @@ std::vector<Value> setMembers(const Value& stored) {
 
 }  // namespace
 
-std::optional<StringList> BasicAccount::listForKey(std::string_view key) const {
+std::optional<Array> BasicAccount::listForKey(std::string_view key) const {
   const Value value = accountPropertyForKey(key);
-  std::optional<StringList> list = stringList(value);
   // As with texts, a value of another type hides nothing, and no value is an answer.
-  if (!list && !value.isNil() && _parentAccount) return held(_parentAccount)->listForKey(key);
-  return list;
+  const bool isHidden = !value.isNil() && !value.isArray();
+  return isHidden && _parentAccount ? held(_parentAccount)->listForKey(key) : value.array();
 }
 
 StringList BasicAccount::_orderedDataclasses(const StringList& dataclasses) const {
-  const StringList& canonical = allSupportedDataclasses();
-  StringList ordered;
-  for (const std::string& dataclass : canonical) {
-    if (contains(dataclasses, dataclass)) ordered.push_back(dataclass);
-  }
-  std::copy_if(dataclasses.begin(), dataclasses.end(), std::back_inserter(ordered),
-               [&](const std::string& dataclass) { return !contains(canonical, dataclass); });
+  StringList ordered = dataclasses;
+  orderCanonically(ordered);
   return ordered;
 }
 
 StringList BasicAccount::supportedDataclasses() const {
-  return _orderedDataclasses(supportedDataclassesForAccountType(type()).value_or(StringList()));
+  StringList supported = supportedDataclassesForAccountType(type()).value_or(StringList());
+  orderCanonically(supported);
+  return supported;
 }
 
 StringList BasicAccount::provisionedDataclasses() const {
   const StringList supported = supportedDataclasses();
-  const std::optional<StringList> stored = listForKey(kAccountProvisionedDataclasses);
-  StringList provisioned = intersection(stored.value_or(supported), supported);
-  std::erase_if(provisioned, [restricted = _profileRestrictedDataclasses()](const std::string& dataclass) {
-    return restricted.contains(dataclass);
-  });
-  return _orderedDataclasses(provisioned);
+  StringList provisioned;
+  if (const std::optional<Array> stored = listForKey(kAccountProvisionedDataclasses)) {
+    provisioned = allowedMembers(*stored, supported);
+  } else {
+    for (const std::string& dataclass : supported) addIfAllowed(provisioned, dataclass, supported);
+  }
+  std::erase_if(provisioned, isRestricted);
+  orderCanonically(provisioned);
+  return provisioned;
 }
 
 std::optional<StringList> BasicAccount::enabledDataclasses() const {
@@ -80,9 +114,11 @@ std::optional<StringList> BasicAccount::enabledDataclasses() const {
     std::optional<StringList> inherited = parent->enabledDataclasses();
     if (inherited && !inherited->empty()) return inherited;
   }
-  const std::optional<StringList> stored = listForKey(kAccountEnabledDataclasses);
+  const std::optional<Array> stored = listForKey(kAccountEnabledDataclasses);
   if (!stored) return std::nullopt;
-  return _orderedDataclasses(intersection(*stored, provisionedDataclasses()));
+  StringList enabled = allowedMembers(*stored, provisionedDataclasses());
+  orderCanonically(enabled);
+  return enabled;
 }
 
 bool BasicAccount::isEnabledForDataclass(std::string_view dataclass) const {
@@ -108,22 +144,9 @@ void BasicAccount::setEnabledForDataclasses(const StringList& dataclasses) {
 }
 
 std::set<std::string, std::less<>> BasicAccount::_profileRestrictedDataclasses() const {
-  struct Rule {
-    Feature feature;
-    StringList dataclasses;
-  };
-  static const auto& rules = immortal(std::array{
-      Rule{Feature::cloudDocumentSync,
-           {std::string(kAccountDataclassUbiquity), std::string(kAccountDataclassKeyValue)}},
-      Rule{Feature::photoStream, {std::string(kAccountDataclassMediaStream)}},
-      Rule{Feature::sharedPhotoStreams, {std::string(kAccountDataclassSharedStreams)}},
-      Rule{Feature::cloudBackup, {std::string(kAccountDataclassBackup)}},
-      Rule{Feature::cardsWhileLocked, {std::string(kAccountDataclassSatchel)}},
-  });
   std::set<std::string, std::less<>> restricted;
-  for (const Rule& rule : rules) {
-    if (restriction(rule.feature) != featureNotAllowed) continue;
-    restricted.insert(rule.dataclasses.begin(), rule.dataclasses.end());
+  for (const Rule& rule : rules()) {
+    if (isInForce(rule)) restricted.emplace(rule.dataclass);
   }
   return restricted;
 }

@@ -39,6 +39,10 @@ void appendEscaped(std::string& line, char32_t codePoint) {
 
 void appendSingleLine(std::string& line, std::string_view text) {
   while (!text.empty()) {
+    const std::size_t plain = plainRun(text);
+    line += text.substr(0, plain);
+    text.remove_prefix(plain);
+    if (text.empty()) return;
     const std::string_view before = text;
     const std::optional<char32_t> codePoint = takeCodePoint(text);
     if (!codePoint) {

@@ -3,7 +3,8 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
-#include <vector>
+
+#include "roster/base/number_table.h"
 
 namespace roster {
 
@@ -68,13 +69,15 @@ inline std::uint64_t hashText(std::string_view text, std::uint64_t seed) {
   return detail::multiplyAndFold(state ^ low ^ first, high ^ salt ^ start);
 }
 
-/// A hasher for standard containers whose keys are numbers out of a registry: the standard one is the number
-/// itself, so that chosen numbers would all fall into one bucket.
+/// A hasher for numbers out of a registry: the standard one is the number itself, so that chosen numbers
+/// would all fall into one slot. Two steps, since numbers that differ in a few bits only, as dates do, may
+/// leave the first one alike.
 struct SeededNumberHash {
   std::uint64_t seed = textHashSeed();
   std::size_t operator()(std::uint64_t number) const noexcept {
     constexpr std::uint64_t first = 0x9E3779B97F4A7C15U;
-    return detail::multiplyAndFold(number ^ seed, seed | first);
+    constexpr std::uint64_t second = 0xD1B54A32D192ED03U;
+    return detail::multiplyAndFold(detail::multiplyAndFold(number ^ seed, first) ^ seed, second);
   }
 };
 
@@ -105,55 +108,25 @@ inline bool areEqualTexts(std::string_view left, std::string_view right) {
 /// that it has stored already.
 class TextTable {
  public:
-  static constexpr std::uint32_t none = 0xFFFFFFFFU;
+  static constexpr std::uint32_t none = NumberTable::none;
 
   /// The number under which the text was added first, or `none`. `textOf` tells the text of a number.
   template <class TextOf>
   std::uint32_t find(std::string_view text, TextOf&& textOf) const {
-    if (slots_.empty()) return none;
-    const auto hash = static_cast<std::uint32_t>(hashText(text, seed_));
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t index = hash & mask; slots_[index].object != none; index = (index + 1) & mask) {
-      const Slot slot = slots_[index];
-      if (slot.hash == hash && areEqualTexts(textOf(slot.object), text)) return slot.object;
-    }
-    return none;
+    return numbers_.find(hashText(text, seed_),
+                         [&](std::uint32_t number) { return areEqualTexts(textOf(number), text); });
   }
 
   /// Adds the object; false, with nothing added, when its text is there under another number.
   template <class TextOf>
   bool add(std::uint32_t object, TextOf&& textOf) {
     const std::string_view text = textOf(object);
-    if (find(text, textOf) != none) return false;
-    if (2 * (count_ + 1) > slots_.size()) grow();
-    insert({object, static_cast<std::uint32_t>(hashText(text, seed_))});
-    ++count_;
-    return true;
+    const auto isSame = [&](std::uint32_t number) { return areEqualTexts(textOf(number), text); };
+    return numbers_.findOrAdd(hashText(text, seed_), isSame, [object] { return object; }) == object;
   }
 
  private:
-  struct Slot {
-    std::uint32_t object = none;
-    std::uint32_t hash = 0;
-  };
-
-  void insert(Slot slot) {
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t index = slot.hash & mask;
-    while (slots_[index].object != none) index = (index + 1) & mask;
-    slots_[index] = slot;
-  }
-
-  void grow() {
-    std::vector<Slot> old(slots_.empty() ? 64 : 2 * slots_.size());
-    old.swap(slots_);
-    for (const Slot& slot : old) {
-      if (slot.object != none) insert(slot);
-    }
-  }
-
-  std::vector<Slot> slots_;
-  std::size_t count_ = 0;
+  NumberTable numbers_;
   std::uint64_t seed_ = textHashSeed();
 };
 

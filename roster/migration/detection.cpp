@@ -27,6 +27,30 @@ bool requirePointer(const bool* pointer, const char* message) {
   return false;
 }
 
+bool isOutOfDate(std::int64_t savedVersion) {
+  const unsigned current = AccountsManager::currentVersion();
+  // Without a sign, so that a negative version is a new one and is left alone.
+  if (static_cast<std::uint64_t>(savedVersion) >= current) return false;
+  systemLog("Roster Version out of date: savedVersion=%ld, currentVersion=%ld", savedVersion, current);
+  return true;
+}
+
+/// The registry is asked about only when there is nothing older.
+template <class IsRosterOutOfDate>
+MigrationNeed needWith(const IsRosterOutOfDate& isRosterOutOfDate) {
+  MigrationNeed need;
+  need.hasOldMailAccounts = AccountsManager::_oldMailAccountsInformationFound();
+  need.hasOldTSAccounts = AccountsManager::_oldTSAccountsInformationFound();
+  need.isRosterOutOfDate = !need.isFromOldFiles() && isRosterOutOfDate();
+  if (need.isAny()) {
+    systemLog(
+        "Accounts settings needs migration! oldMailAccountsPresent=%d, oldTSAccountsPresent=%d, "
+        "migrateNewAccountsInfo=%d",
+        need.hasOldMailAccounts, need.hasOldTSAccounts, need.isRosterOutOfDate);
+  }
+  return need;
+}
+
 }  // namespace
 
 std::string mailAccountsPath() {
@@ -59,11 +83,7 @@ bool AccountsManager::rosterNeedsToBeMigrated() {
     systemLog("Roster plist is missing a version number, returning NO for migration");
     return false;
   }
-  const std::int64_t saved = *version;
-  // Without a sign, so that a negative version is a new one and is left alone.
-  if (static_cast<std::uint64_t>(saved) >= currentVersion()) return false;
-  systemLog("Roster Version out of date: savedVersion=%ld, currentVersion=%ld", saved, currentVersion());
-  return true;
+  return isOutOfDate(*version);
 }
 
 void AccountsManager::shouldMigrateOldMailAccountsOldTSAccountsNewRoster(bool* migrateOldMailAccounts,
@@ -72,18 +92,20 @@ void AccountsManager::shouldMigrateOldMailAccountsOldTSAccountsNewRoster(bool* m
   if (!requirePointer(migrateOldMailAccounts, "migrateOldMailAccounts cannot be nil")) return;
   if (!requirePointer(migrateOldTSAccounts, "migrateOldTSAccounts cannot be nil")) return;
   if (!requirePointer(migrateNewAccounts, "migrateNewAccounts cannot be nil")) return;
-  const bool hasOldMailAccounts = _oldMailAccountsInformationFound();
-  const bool hasOldTSAccounts = _oldTSAccountsInformationFound();
-  const bool isRosterOutOfDate = !hasOldMailAccounts && !hasOldTSAccounts && rosterNeedsToBeMigrated();
-  *migrateOldMailAccounts = hasOldMailAccounts;
-  *migrateOldTSAccounts = hasOldTSAccounts;
-  *migrateNewAccounts = isRosterOutOfDate;
-  if (hasOldMailAccounts || hasOldTSAccounts || isRosterOutOfDate) {
-    systemLog(
-        "Accounts settings needs migration! oldMailAccountsPresent=%d, oldTSAccountsPresent=%d, "
-        "migrateNewAccountsInfo=%d",
-        hasOldMailAccounts, hasOldTSAccounts, isRosterOutOfDate);
-  }
+  const MigrationNeed need = needWith(&AccountsManager::rosterNeedsToBeMigrated);
+  *migrateOldMailAccounts = need.hasOldMailAccounts;
+  *migrateOldTSAccounts = need.hasOldTSAccounts;
+  *migrateNewAccounts = need.isRosterOutOfDate;
+}
+
+MigrationNeed migrationNeed() { return needWith(&AccountsManager::rosterNeedsToBeMigrated); }
+
+MigrationNeed migrationNeedOfLoaded(const AccountsManager& store) {
+  return needWith([&store] {
+    // The store tells 0 also of a registry without a version, which is not out of date.
+    const std::int64_t version = store.dataVersion();
+    return version == 0 ? AccountsManager::rosterNeedsToBeMigrated() : isOutOfDate(version);
+  });
 }
 
 }  // namespace roster

@@ -97,13 +97,6 @@ class MigrationMarker {
 
 }  // namespace
 
-MigrationNeed migrationNeed() {
-  MigrationNeed need;
-  AccountsManager::shouldMigrateOldMailAccountsOldTSAccountsNewRoster(
-      &need.hasOldMailAccounts, &need.hasOldTSAccounts, &need.isRosterOutOfDate);
-  return need;
-}
-
 Result<std::shared_ptr<NamedLock>> takeMigrationLock() {
   Result<std::shared_ptr<NamedLock>> lock = takeNamedLock(migrationLockName, rosterAccountsPath());
   if (!lock) {

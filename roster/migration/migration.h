@@ -12,6 +12,8 @@
 
 namespace roster {
 
+class AccountsManager;
+
 // ---- Whether there is something to migrate, and migrating it
 
 /// What there is to be migrated.
@@ -51,6 +53,11 @@ struct MigrationReport {
 /// What there is to be migrated now. Looks at the files and changes nothing; the system log gets a line when
 /// something has to be migrated. What cannot be looked at does not count. May be called from any thread.
 ROSTER_EXPORT MigrationNeed migrationNeed();
+/// The same for a program that has just loaded the registry: the answer is about the version that the store
+/// found then, its `dataVersion`, and the file is not read for it again, except when the store found none.
+/// For a store of the registry; of one that was loaded from elsewhere the answer says nothing. May be called
+/// from the thread that uses the store. An addition.
+ROSTER_EXPORT MigrationNeed migrationNeedOfLoaded(const AccountsManager& store);
 
 /// Waits for the lock that is held while a migration runs, and takes it; while it is held, no migration runs.
 /// The error, which the system log tells too, says why the lock cannot be had; `takeNamedLock` tells what the

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "roster/base/byte_sink.h"
 #include "roster/base/bytes.h"
 #include "roster/base/result.h"
 #include "roster/platform/file_stamp.h"
@@ -32,10 +33,10 @@ struct ReplacementTerms {
   std::optional<FileStamp> expected{};
 };
 
-/// Puts the bytes at the path in one step: a reader finds the old file or the new one, never part of one, and
-/// after success the new one survives a power cut. Missing folders on the way are made. The old file's mode
-/// and owner are kept. A new file takes over those of the regular file at the terms' `modelPath`, as far as
-/// this process may set them; without such a file it is private to its owner (0600).
+/// Puts the content at the path in one step: a reader finds the old file or the new one, never part of one,
+/// and after success the new one survives a power cut. Missing folders on the way are made. The old file's
+/// mode and owner are kept. A new file takes over those of the regular file at the terms' `modelPath`, as far
+/// as this process may set them; without such a file it is private to its owner (0600).
 ///
 /// When the file is expected in a state, what the path leads to is compared as the last thing before the new
 /// file takes its place, and another state is an error for which `isChangedMeanwhile` holds. A moment is left
@@ -50,8 +51,8 @@ struct ReplacementTerms {
 ///
 /// `written` is set as soon as the new file is in its place, also when something fails after that: to the
 /// state in which `fileStamp` and `readFile` find it, until somebody changes it.
-Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes,
-                     const ReplacementTerms& terms = {}, std::optional<FileStamp>* written = nullptr);
+Result<> replaceFile(const std::string& path, const ByteSource& content, const ReplacementTerms& terms = {},
+                     std::optional<FileStamp>* written = nullptr);
 
 enum class FileType {
   missing,  ///< Neither the file nor, perhaps, a folder for it.

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "roster/account/basic_account.h"
-#include "roster/account/record_arena.h"
 #include "roster/account/saved_properties.h"
+#include "roster/platform/system_log.h"
 #include "roster/store/account_merge.h"
 #include "roster/store/salvage.h"
 #include "roster/value/mutable_dictionary.h"
@@ -24,8 +24,10 @@ class KnownIdentifiers {
     }
   }
 
+  /// Nil for an account that has an identifier, or that nobody knows.
   String take(const Dictionary& stored) {
-    const auto found = byContents_.empty() ? byContents_.end() : byContents_.find(contentsKey(stored));
+    if (byContents_.empty() || !storedIdentifier(stored).isNil()) return {};
+    const auto found = byContents_.find(contentsKey(stored));
     if (found == byContents_.end() || found->second.empty()) return {};
     String identifier = found->second.back()->identifier;
     found->second.pop_back();
@@ -70,23 +72,32 @@ class Repair {
 
 }  // namespace
 
+bool isNameless(const BasicAccount& account, const Dictionary& stored) {
+  // Only a record with other properties than those that it was made of can have been given an identifier.
+  return !SavedProperties::of(account).sharesContentsWith(stored) && storedIdentifier(stored).isNil();
+}
+
+void logRejected(const Value& element) {
+  systemLog("[%s] ERROR: Failed to create a BasicAccount from %@",
+            "-[AccountsManager _initWithAccountsInfo:]", element);
+}
+
 FileVersion fileVersion(const Array& accounts, const RuntimeFixers& fixers,
                         const std::vector<NamelessAccount>& known) {
   FileVersion version;
   version.accounts.reserve(accounts.size());
   Salvage salvage(accounts);
-  const RecordArena arena(accounts.size());
   KnownIdentifiers identifiers(known);
   Repair repair(fixers);
   for (const Value& element : accounts) {
     const std::optional<Dictionary> stored = salvage.usable(element).dictionary();
-    const bool isNameless = stored && storedIdentifier(*stored).isNil();
-    const String identifier = isNameless ? identifiers.take(*stored) : String();
+    const String identifier = stored ? identifiers.take(*stored) : String();
     const AccountPtr account =
-        stored ? arena.accountWithProperties(identifier ? withIdentifier(*stored, identifier) : *stored)
+        stored ? BasicAccount::initWithProperties(identifier ? withIdentifier(*stored, identifier) : *stored)
                : nullptr;
+    if (!account) logRejected(element);
     if (account && repair.isUsable(account)) {
-      if (isNameless) version.nameless.push_back({account->identifier(), *stored});
+      if (isNameless(*account, *stored)) version.nameless.push_back({account->identifier(), *stored});
       version.accounts.push_back(SavedProperties::of(*account).deepCopy());
     } else if (element.isDictionary() && element.fault() == Fault::none) {
       // Carrying on what makes the file a damaged one would have every sync write it again.

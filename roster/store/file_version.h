@@ -35,6 +35,12 @@ struct FileVersion {
   std::vector<CarriedEntry> carried{};
 };
 
+/// Whether a record that was just made of what is stored was given its identifier then.
+bool isNameless(const BasicAccount& account, const Dictionary& stored);
+
+/// One line in the system log about an element of the accounts that becomes no record.
+void logRejected(const Value& element);
+
 /// Makes of a file's accounts what a load would make of them, with fixers of its own: what they remember
 /// until a save is not to be what they have seen here. Those that are stored without an identifier keep the
 /// one that they are known by.

@@ -66,15 +66,12 @@ RuntimeFixers AccountsManager::_createRuntimeFixers() const { return standardFix
 
 void AccountsManager::loadSettingsFile() {
   const SettingsFile file(settingsPath());
-  Registry registry = file.read();
-  if (registry.accounts && registry.damage) {
-    systemLog("Not all of the registry %@ can be used: %@", file.path(), registry.damage->message);
-  }
+  Registry registry = readForLoad(file);
   _state->stamp = registry.stamp;
   _state->unseen = registry.damage;
   if (registry.damage) _state->loadError = naming(file.path(), *std::move(registry.damage));
   _initWithAccountsInfo(registry.accounts.value_or(Array()));
-  _state->takeBase();
+  _state->takeBase(_state->topLevelRecords());
   _state->dataVersion = registry.version;
 }
 
@@ -97,25 +94,26 @@ void StoreState::load(const Array& accounts, RuntimeFixers newFixers) {
     const std::optional<Dictionary> properties = salvage.usable(element).dictionary();
     const AccountPtr account = properties ? arena.accountWithProperties(*properties) : nullptr;
     if (!account) {
-      systemLog("[%s] ERROR: Failed to create a BasicAccount from %@",
-                "-[AccountsManager _initWithAccountsInfo:]", element);
+      logRejected(element);
       continue;
     }
-    if (storedIdentifier(*properties).isNil()) nameless.push_back({account->identifier(), *properties});
+    if (isNameless(*account, *properties)) nameless.push_back({account->identifier(), *properties});
     if (fixAndEnter(account, fixers, indexes, allowance)) isAnythingFixed = true;
   }
   if (isAnythingFixed) tellFixers(false);
   takeSnapshot();
 }
 
-void StoreState::takeBase() {
+void StoreState::takeBase(std::span<const AccountPtr> records) {
   isBaseNamed = true;
   isBaseNamed = isEveryAccountNamed();
   base.clear();
-  base.reserve(indexes.topLevelAccounts()->size());
-  for (const AccountPtr& account : topLevelRecords()) {
-    base.push_back(SavedProperties::of(*account).deepCopy());
-  }
+  base.reserve(records.size());
+  for (const AccountPtr& account : records) base.push_back(SavedProperties::of(*account).deepCopy());
+}
+
+void StoreState::renewOriginals(std::span<const AccountPtr> records) {
+  for (const AccountPtr& account : records) account->setOriginalProperties(SavedProperties::of(*account));
 }
 
 void StoreState::tellFixers(bool areSaved) const {

@@ -47,6 +47,16 @@ void StoreState::announceChangesSinceSnapshot() const {
   announceChanges(detectChanges(snapshot, indexes.topLevelAccountsByID()));
 }
 
+void StoreState::announceAndTakeSnapshot() {
+  try {
+    announceChangesSinceSnapshot();
+  } catch (...) {
+    takeSnapshot();
+    throw;
+  }
+  takeSnapshot();
+}
+
 void AccountsManager::_addNotificationToDictionaryForChangeTypeOriginalPropertiesCurrentProperties(
     ChangeCollection& collection, std::int32_t changeType, const std::optional<Dictionary>& original,
     const std::optional<Dictionary>& current) const {

@@ -11,22 +11,44 @@ namespace roster {
 
 namespace {
 
+/// The accounts of the file by identifier, as a store would have them: of several with one identifier the
+/// last.
+class AccountsOnDisk {
+ public:
+  explicit AccountsOnDisk(const FileVersion& version) {
+    byID_.reserve(version.accounts.size());
+    for (const Dictionary& account : version.accounts) {
+      if (const String identifier = storedIdentifier(account)) byID_.set(identifier, account);
+    }
+  }
+
+  /// Empty when there is none.
+  Dictionary find(const String& identifier) const {
+    const Dictionary* found = identifier ? byID_.find(identifier) : nullptr;
+    return found == nullptr ? Dictionary() : *found;
+  }
+
+ private:
+  OrderedMap<Dictionary> byID_;
+};
+
 std::vector<Value> mergedAccounts(const AccountsManager& store, const std::vector<AccountPtr>& accounts,
-                                  const AccountsManager& onDisk) {
+                                  const AccountsOnDisk& onDisk) {
   std::vector<Value> merged;
   merged.reserve(accounts.size());
   for (const AccountPtr& account : accounts) {
-    const String identifier = account->identifier();
-    AccountPtr found = identifier ? onDisk.accountWithIdentifier(identifier) : nullptr;
-    // Where the identifier is a child's by now, its parent is found, which is another account.
-    if (found && !(found->identifier() == identifier)) found = nullptr;
     const Dictionary properties = store.mergeInMemoryPropertiesOriginalPropertiesOnDiskProperties(
-        SavedProperties::of(*account), account->originalProperties(),
-        found ? SavedProperties::of(*found) : Dictionary());
+        SavedProperties::of(*account), account->originalProperties(), onDisk.find(account->identifier()));
     merged.emplace_back(properties);
     RSLog("%@:%@", account->type(), properties);
   }
   return merged;
+}
+
+/// Nobody finds children, or asks what has changed, in the second store of a save: it is only what the fixers
+/// make of the file's accounts.
+AccountsOnDisk accountsOnDisk(const Registry& registry) {
+  return AccountsOnDisk(fileVersion(registry.accounts.value_or(Array()), standardFixers(), {}));
 }
 
 /// Fails when the file could not be read through no fault of its own. It may be sound, and other programs go
@@ -42,13 +64,12 @@ Result<> requireRead(const std::optional<Error>& damage, const std::string& mean
 Result<> writeRegistry(const SettingsFile& file, std::vector<Value> accounts,
                        const std::optional<Error>& damage, const std::optional<FileStamp>& expected,
                        std::optional<FileStamp>& written) {
-  const Result<std::string> bytes = registryBytes(std::move(accounts));
-  if (!bytes) {
-    systemLog("Failed to serialize account settings data: %@", bytes.error().message);
-    return Error(bytes.error().code,
-                 "could not serialize the accounts for " + file.path() + ": " + bytes.error().message);
+  const Result<BinaryPropertyList> registry = registryOf(std::move(accounts), file);
+  if (!registry) {
+    systemLog("Failed to serialize account settings data: %@", registry.error().message);
+    return registry.error();
   }
-  Result<> replaced = file.replace(*bytes, damage, expected, &written);
+  Result<> replaced = file.replace(registry->source(), damage, expected, &written);
   if (!replaced && !isChangedMeanwhile(replaced.error())) systemLog("%@", replaced.error().message);
   return replaced;
 }
@@ -67,22 +88,12 @@ void AccountsManager::saveAllAccounts() {
   busy.setOutcome(saved);
   if (saved) {
     _state->unseen.reset();
-    for (const AccountPtr& account : accounts) {
-      account->setOriginalProperties(SavedProperties::of(*account));
-    }
+    StoreState::renewOriginals(accounts);
   } else {
     systemLog("Failed to save accounts to filesystem.");
   }
   if (isAnythingFixed) _state->tellFixers(true);
-  if (!saved || areNotificationsSkipped()) return;
-  try {
-    _state->announceChangesSinceSnapshot();
-  } catch (...) {
-    // Those who could be told have been, and must not hear the same again.
-    _state->takeSnapshot();
-    throw;
-  }
-  _state->takeSnapshot();
+  if (saved && !areNotificationsSkipped()) _state->announceAndTakeSnapshot();
 }
 
 /// Whoever replaces the file between the reading and the writing is merged with too. The last attempt writes
@@ -101,12 +112,12 @@ Result<> AccountsManager::mergeAndWriteOnce(const std::vector<AccountPtr>& accou
   const std::optional<Error>& unseen = _state->unseen;
   if (Result<> done = requireRead(unseen, "the registry was not read when this store was loaded"); !done)
     return done;
-  std::shared_ptr<AccountsManager> onDisk = initInsideOfMigration();
+  const Registry registry = readForLoad(SettingsFile(fullPathToRosterPlist()));
   const std::string unread = "the registry could not be read to be merged with";
-  if (Result<> done = requireRead(onDisk->_state->unseen, unread); !done) return done;
+  if (Result<> done = requireRead(registry.damage, unread); !done) return done;
   const SettingsFile file(settingsPath());
-  std::optional<Error> damage = onDisk->_state->unseen;
-  std::optional<FileStamp> stamp = onDisk->_state->stamp;
+  std::optional<Error> damage = registry.damage;
+  std::optional<FileStamp> stamp = registry.stamp;
   if (file.path() != fullPathToRosterPlist()) {
     const Registry replaced = file.read();
     damage = replaced.damage;
@@ -116,13 +127,15 @@ Result<> AccountsManager::mergeAndWriteOnce(const std::vector<AccountPtr>& accou
   // Whatever the file has become since: what is in it, this store has never seen.
   if (!damage && unseen) damage = Error(unseen->code, "when it was loaded, " + unseen->message);
 
-  std::vector<Value> merged = mergedAccounts(*this, accounts, *onDisk);
-  onDisk.reset();
+  std::vector<Value> merged = mergedAccounts(*this, accounts, accountsOnDisk(registry));
   std::optional<FileStamp> written;
   const std::optional<FileStamp> expected = isLastAttempt ? std::nullopt : stamp;
   Result<> replaced = writeRegistry(file, std::move(merged), damage, expected, written);
   // From the moment at which the file is in its place, others go on from what it has, whatever fails then.
-  if (replaced || written) _state->takeBase();
+  if (replaced || written) {
+    _state->takeBase(accounts);
+    _state->nameless.clear();
+  }
   return replaced;
 }
 

@@ -10,6 +10,7 @@
 #include "roster/platform/device.h"
 #include "roster/platform/file_system.h"
 #include "roster/platform/stamped_property_list.h"
+#include "roster/platform/system_log.h"
 #include "roster/store/damaged_copies.h"
 
 namespace roster {
@@ -106,7 +107,7 @@ Registry SettingsFile::contentOf(const Result<Value>& file) const {
   return registry;
 }
 
-Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Error>& damage,
+Result<> SettingsFile::replace(const ByteSource& content, const std::optional<Error>& damage,
                                const std::optional<FileStamp>& expected, std::optional<FileStamp>* written,
                                std::string* copyPath) const {
   const DamagedCopies copies(path_);
@@ -126,7 +127,7 @@ Result<> SettingsFile::replace(const std::string& bytes, const std::optional<Err
     const Result<FileStamp> named = fileStamp(path_);
     if (named && named->hasContentOf(*expected)) terms.expected = *named;
   }
-  Result<> replaced = replaceFile(path_, std::as_bytes(std::span(bytes)), terms, written);
+  Result<> replaced = replaceFile(path_, content, terms, written);
   if (copy) copies.settle(*copy, bool(replaced), damage->message);
   if (copy && replaced && copyPath != nullptr) *copyPath = copy->path;
   return replaced;
@@ -146,10 +147,23 @@ std::optional<std::int64_t> registryVersion(const Dictionary& root) {
   return isWhole ? std::optional(static_cast<std::int64_t>(number)) : std::nullopt;
 }
 
-Result<std::string> registryBytes(std::vector<Value> accounts) {
+Registry readForLoad(const SettingsFile& file) {
+  Registry registry = file.read();
+  if (registry.accounts && registry.damage) {
+    systemLog("Not all of the registry %@ can be used: %@", file.path(), registry.damage->message);
+  }
+  return registry;
+}
+
+Result<BinaryPropertyList> registryOf(std::vector<Value> accounts, const SettingsFile& file) {
+  constexpr std::size_t objectsOfAccount = 12;
+  const std::size_t expectedObjects = accounts.size() * objectsOfAccount;
   const Dictionary root{{kPlistAccountsKey, Array(std::move(accounts))},
                         {kPlistVersionKey, currentRegistryVersion}};
-  return binaryPropertyList(root);
+  Result<BinaryPropertyList> registry = BinaryPropertyList::of(root, expectedObjects);
+  if (registry) return registry;
+  const Error& error = registry.error();
+  return Error(error.code, "could not serialize the accounts for " + file.path() + ": " + error.message);
 }
 
 }  // namespace roster

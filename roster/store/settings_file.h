@@ -8,6 +8,7 @@
 
 #include "roster/base/result.h"
 #include "roster/platform/file_stamp.h"
+#include "roster/plist/binary_property_list.h"
 #include "roster/value/value.h"
 
 namespace roster {
@@ -57,14 +58,13 @@ class SettingsFile {
   /// the error. `written` is set once the new file is in place, even if syncing its folder fails then, to the
   /// stamp with which it is read again unless somebody changes it. `copy` is set to where a damaged file is
   /// kept, once it has been replaced.
-  Result<> replace(const std::string& bytes, const std::optional<Error>& damage,
+  Result<> replace(const ByteSource& content, const std::optional<Error>& damage,
                    const std::optional<FileStamp>& expected = {}, std::optional<FileStamp>* written = nullptr,
                    std::string* copy = nullptr) const;
 
  private:
   Registry contentOf(const Result<Value>& file) const;
 
- private:
   std::string path_;
 };
 
@@ -75,7 +75,11 @@ Error naming(const std::string& path, Error error);
 /// property lists store it. Nothing when there is no such number.
 std::optional<std::int64_t> registryVersion(const Dictionary& root);
 
-/// The bytes of a registry with these accounts, in their order, in the current layout.
-Result<std::string> registryBytes(std::vector<Value> accounts);
+/// Reads the file, and says in the system log when not all of it can be used.
+Registry readForLoad(const SettingsFile& file);
+
+/// A registry with these accounts as they are at this moment, in their order, in the current layout. The
+/// error names the file that it is for.
+Result<BinaryPropertyList> registryOf(std::vector<Value> accounts, const SettingsFile& file);
 
 }  // namespace roster

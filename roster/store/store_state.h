@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -51,10 +52,15 @@ struct StoreState {
   bool mayBegin(std::string_view operation);
   /// Tells the notifiers what is not as in the snapshot.
   void announceChangesSinceSnapshot() const;
+  /// The same, and takes the next snapshot, also when an exception ends it: those who could be told have
+  /// been, and must not hear the same again.
+  void announceAndTakeSnapshot();
   /// What the notifiers are told next is what changed since now.
   void takeSnapshot() { snapshot = Snapshot(topLevelRecords()); }
-  /// What memory has is what the file has, as far as this store knows.
-  void takeBase();
+  /// What the records have is what the file has, as far as this store knows.
+  void takeBase(std::span<const AccountPtr> records);
+  /// What the records have has been saved.
+  static void renewOriginals(std::span<const AccountPtr> records);
   /// Whether all accounts, of memory and of the base, are known to have identifiers of their own; told
   /// without a look at them.
   bool isEveryAccountNamed() const {

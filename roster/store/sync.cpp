@@ -48,10 +48,6 @@ std::vector<AccountChange> joined(const std::vector<AccountChange>& earlier,
   return removed;
 }
 
-Error errorOfWriting(const SettingsFile& file, const Error& error) {
-  return {error.code, "could not serialize the accounts for " + file.path() + ": " + error.message};
-}
-
 /// Whether the store has never had all that the damaged file may still hold.
 std::optional<Error> refusal(const StoreState& store, const ReadRegistry& read, const SyncOptions& options) {
   if (!store.unseen || !read.damage || options.replacesDamagedRegistry) return std::nullopt;
@@ -70,22 +66,21 @@ Result<> refreshAndWrite(const SettingsFile& file, StoreState& store, const Runt
   AccountList accounts = refresh.accounts();
   const bool isToBeWritten =
       refresh.isFileDifferent() || read->damage || (read->isMissing && !accounts.empty());
-  const Result<std::string> bytes = isToBeWritten ? registryBytes(refresh.accountsToWrite(read->version))
-                                                  : Result<std::string>(std::string());
+  std::optional<Result<BinaryPropertyList>> registry;
+  if (isToBeWritten) registry = registryOf(refresh.accountsToWrite(read->version), file);
   result.changes = joined(result.changes, refresh.commit());
   if (const std::optional<Error> refused = refusal(store, *read, options)) return *refused;
   if (read->isWhole()) store.unseen.reset();
-  if (!isToBeWritten) return {};
-  if (!bytes) return errorOfWriting(file, bytes.error());
+  if (!registry) return {};
+  if (!*registry) return registry->error();
   std::optional<FileStamp> written;
-  Result<> replaced = file.replace(*bytes, read->damage, read->stamp, &written, &result.damagedCopy);
+  Result<> replaced =
+      file.replace((*registry)->source(), read->damage, read->stamp, &written, &result.damagedCopy);
   // From the moment at which the file is in its place, others have what this program has changed.
   if (replaced || written) {
     result.isWritten = true;
     store.unseen.reset();
-    for (const AccountPtr& account : store.topLevelRecords()) {
-      account->setOriginalProperties(SavedProperties::of(*account));
-    }
+    StoreState::renewOriginals(store.topLevelRecords());
     store.base = std::move(accounts);
     store.nameless.clear();
   }
@@ -134,12 +129,11 @@ SyncResult AccountsManager::sync(std::chrono::milliseconds patience, const SyncO
 std::optional<Error> AccountsManager::announceAfterSync(std::optional<Error> error) {
   if (areNotificationsSkipped()) return error;
   try {
-    _state->announceChangesSinceSnapshot();
+    _state->announceAndTakeSnapshot();
   } catch (const std::exception& exception) {
     error = Error(std::errc::invalid_argument,
                   std::string("not every notifier could be told: ") + exception.what());
   }
-  _state->takeSnapshot();
   return error;
 }
 

@@ -39,8 +39,7 @@ Value Document::valueAt(std::uint32_t dictionary, std::size_t index) const {
   return value(layout_.reference(header, header.count + storedIndex(dictionary, index)));
 }
 
-const KeyIndex* Document::keyIndex(std::uint32_t dictionary) const {
-  if (checked_.indexes.empty()) return nullptr;
+const KeyIndex* Document::foundKeyIndex(std::uint32_t dictionary) const {
   const auto found = checked_.indexes.find(dictionary);
   return found == checked_.indexes.end() ? nullptr : &found->second;
 }
@@ -80,9 +79,9 @@ std::optional<std::uint32_t> Document::indexOfKey(std::uint32_t dictionary, std:
   return std::nullopt;
 }
 
-Value Document::value(std::uint64_t reference) const {
-  if (reference >= layout_.objectCount()) return {};
-  const auto object = static_cast<std::uint32_t>(reference);
+Value Document::value(std::uint64_t number) const {
+  if (number >= layout_.objectCount()) return {};
+  const auto object = static_cast<std::uint32_t>(number);
   const ObjectHeader header = this->header(object);
   if (!header.isContainer() && fault(object) != Fault::none) return {};
   switch (header.type) {

@@ -18,7 +18,10 @@ class Document final : public Node {
   static Result<Value> read(Bytes file);
 
   std::uint32_t objectCount() const { return layout_.objectCount(); }
+  const ObjectHeader& header(std::uint32_t object) const { return checked_.objects[object]; }
   Fault fault(std::uint32_t object) const { return header(object).fault; }
+  /// Where the contents of an object begin, as they are stored.
+  const std::byte* contents(std::uint32_t object) const { return file_.data() + header(object).contents; }
 
   std::string_view text(std::uint32_t object) const {
     const ObjectHeader& text = header(object);
@@ -35,6 +38,33 @@ class Document final : public Node {
   String key(std::uint32_t dictionary, std::size_t index) const;
   Value valueAt(std::uint32_t dictionary, std::size_t index) const;
   Value find(std::uint32_t dictionary, std::string_view key) const;
+  /// Any object's value.
+  Value value(std::uint64_t object) const;
+
+  // The parts of a container by their numbers, which may be out of range where it has a fault. The walks end
+  // when the call returns false.
+
+  /// The elements of an array; of a dictionary the keys of all entries that count, and then their values.
+  template <class Call>
+  void forEachPart(std::uint32_t container, const Call& call) const {
+    const ObjectHeader& stored = header(container);
+    const KeyIndex* keys = keyIndex(container);
+    const std::uint64_t parts = keys ? 2 * keys->indexes.size() : stored.references();
+    for (std::uint64_t part = 0; part < parts; ++part) {
+      if (!call(layout_.reference(stored, keys ? storedPart(*keys, stored, part) : part))) return;
+    }
+  }
+  /// The entries of a dictionary that count, each as the numbers of its key and its value.
+  template <class Call>
+  void forEachEntry(std::uint32_t dictionary, const Call& call) const {
+    const ObjectHeader& stored = header(dictionary);
+    const KeyIndex* keys = keyIndex(dictionary);
+    const std::size_t entries = keys ? keys->indexes.size() : stored.count;
+    for (std::size_t entry = 0; entry < entries; ++entry) {
+      const std::size_t index = keys ? keys->indexes[entry] : entry;
+      if (!call(layout_.reference(stored, index), layout_.reference(stored, stored.count + index))) return;
+    }
+  }
 
  private:
   friend class DocumentComparison;
@@ -42,15 +72,21 @@ class Document final : public Node {
   Document(Bytes file, const BinaryLayout& layout, CheckedObjects checked)
       : file_(std::move(file)), layout_(layout), checked_(std::move(checked)) {}
 
-  const ObjectHeader& header(std::uint32_t object) const { return checked_.objects[object]; }
-  const KeyIndex* keyIndex(std::uint32_t dictionary) const;
+  const KeyIndex* keyIndex(std::uint32_t dictionary) const {
+    return checked_.indexes.empty() ? nullptr : foundKeyIndex(dictionary);
+  }
+  const KeyIndex* foundKeyIndex(std::uint32_t dictionary) const;
+  static std::uint64_t storedPart(const KeyIndex& keys, const ObjectHeader& dictionary, std::uint64_t part) {
+    const std::size_t entries = keys.indexes.size();
+    return part < entries ? keys.indexes[part]
+                          : std::uint64_t{dictionary.count} + keys.indexes[part - entries];
+  }
   /// The number of a key in the list of all keys, or `TextTable::none`.
   std::uint32_t numberOfKey(std::string_view key) const;
   /// The index of a key among the stored entries of a dictionary; nothing when it is not there.
   std::optional<std::uint32_t> indexOfKey(std::uint32_t dictionary, std::uint32_t key) const;
   /// The index among all stored entries of one of the entries that count.
   std::size_t storedIndex(std::uint32_t dictionary, std::size_t index) const;
-  Value value(std::uint64_t reference) const;
   Value integerValue(const ObjectHeader& header) const;
   Value realValue(const ObjectHeader& header) const;
 

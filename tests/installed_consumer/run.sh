@@ -29,9 +29,14 @@ compile_alone() {
 }
 export -f compile_alone
 export hostile include
-for compiler in g++ clang++; do
-  (cd "$include" && find . -type f -printf "$compiler\n%P\n")
-done | xargs -P2 -n2 bash -c 'compile_alone "$2" "$3" $1' - "${warnings[*]}" >"$work/log" || { cat "$work/log"; exit 1; }
+# Sources of the library include their own header first, so g++ has met most of them alone; it sees all in roster.h, and
+# before a merge each by itself.
+compilers=(clang++)
+if [[ -n ${ROSTER_LONG_TESTS:-} ]]; then compilers+=(g++); fi
+{
+  for compiler in "${compilers[@]}"; do (cd "$include" && find . -type f -printf "$compiler\n%P\n"); done
+  printf '%s\n' g++ roster/roster.h
+} | xargs -P2 -n2 bash -c 'compile_alone "$2" "$3" $1' - "${warnings[*]}" >"$work/log" || { cat "$work/log"; exit 1; }
 
 cp "$tests/main.cpp" "$tests/CMakeLists.txt" .
 build_client . "-I$hostile" "${warnings[@]}"
@@ -39,9 +44,8 @@ run_consumer "$work/build/consumer"
 read -ra package < <(PKG_CONFIG_PATH=$library/pkgconfig pkg-config --cflags --libs roster)
 by_hand=(-I"$include" -L"$library" -lroster)
 quietly "$CXX" -std=c++20 -I"$hostile" "${warnings[@]}" main.cpp "${package[@]}" -o "$work/through-pkg-config"
-quietly g++ -std=c++20 "${warnings[@]}" main.cpp "${by_hand[@]}" -o "$work/bare-g++"
-quietly clang++ -std=c++20 "${warnings[@]}" main.cpp "${by_hand[@]}" -o "$work/bare-clang++"
-for program in through-pkg-config bare-g++ bare-clang++; do
+quietly clang++ -std=c++20 "${warnings[@]}" main.cpp "${by_hand[@]}" -o "$work/by-hand"
+for program in through-pkg-config by-hand; do
   LD_LIBRARY_PATH=$library run_consumer "$work/$program"
 done
 

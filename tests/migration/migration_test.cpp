@@ -21,14 +21,19 @@ TEST_F(DetectionTest, AsksForAMigrationOfARegistryWhoseVersionIsBelowTheCurrentO
   EXPECT_EQ(log.lines(), Lines());
   const Lines missing{"Roster plist is missing a version number, returning NO for migration"};
   const Lines yes{outOfDate, needsMigration(0, 0, 1)};
-  const std::pair<Value, Lines> cases[] = {{11, yes},       {12, {}},    {13, {}},
-                                           {-1, {}},        {~0ULL, {}}, {{}, missing},
-                                           {"11", missing}, {11.0, yes}, {11.5, missing}};
+  const Lines zero{"Roster Version out of date: savedVersion=0, currentVersion=12", needsMigration(0, 0, 1)};
+  const std::pair<Value, Lines> cases[] = {{11, yes},       {12, {}},      {13, {}},        {-1, {}},
+                                           {~0ULL, {}},     {{}, missing}, {"11", missing}, {11.0, yes},
+                                           {11.5, missing}, {0, zero}};
   for (const auto& [version, lines] : cases) {
     device.writePropertyList(device.registryPath(), Dictionary{{"Version", version}});
     log.clear();
-    EXPECT_EQ(migrationNeed().isRosterOutOfDate, lines == yes);
+    EXPECT_EQ(migrationNeed().isRosterOutOfDate, lines.size() == 2);
     EXPECT_EQ(log.lines(), lines) << describe(version);
+    const Store store = AccountsManager::init();
+    log.clear();
+    EXPECT_EQ(migrationNeedOfLoaded(*store).isRosterOutOfDate, lines.size() == 2);
+    EXPECT_EQ(log.lines(), lines) << describe(version) << " of a loaded registry";
   }
 }
 

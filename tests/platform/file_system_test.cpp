@@ -60,7 +60,7 @@ class FileSystem : public ::testing::Test {
     return file ? std::string(file->text()) : "";
   }
   static Result<> replace(const std::string& path, std::string_view text) {
-    return replaceFile(path, std::as_bytes(std::span(text)));
+    return replaceFile(path, textSource(std::string(text)));
   }
   static unsigned modeOf(const std::string& path) {
     return static_cast<unsigned>(fs::status(path).permissions());

@@ -213,7 +213,7 @@ TEST_F(SavingTest, WritesNothingAndSaysWhyWhenTheRegistryOrItsFolderCannotBeLook
       alarm(20);  // a save that never ends is a failure of its own
       EXPECT_TRUE(!at.starts_with(locked) || setuid(65534) == 0);
       const SettingsFile file(at);
-      const std::string error = errorOf(file.replace("new", file.read().damage));
+      const std::string error = errorOf(file.replace(textSource("new"), file.read().damage));
       EXPECT_TRUE(error.starts_with("could not keep " + at + " as ") && error.ends_with(why)) << error;
       return !HasFailure();
     }))) << path;

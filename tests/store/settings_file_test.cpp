@@ -62,7 +62,8 @@ TEST_F(StoreTest, ReplacesOnlyTheFileThatWasReadAndTellsWhyNot) {
       return 0;
     });
     std::optional<FileStamp> written;
-    const Result<> done = file.replace("new", i % 2 == 0 ? std::nullopt : read.damage, read.stamp, &written);
+    const Result<> done =
+        file.replace(textSource("new"), i % 2 == 0 ? std::nullopt : read.damage, read.stamp, &written);
     EXPECT_EQ(bool(done), isReplaced);
     EXPECT_EQ(!done && isChangedMeanwhile(done.error()), !isReplaced);
     EXPECT_EQ(written.has_value(), isReplaced);
@@ -91,19 +92,19 @@ TEST_F(StoreTest, KnowsItsOwnWriteWhateverTheClocksTickAndAlsoWhenTheFolderIsNot
   for (int save = 0; save < 20; ++save) {
     const std::optional<FileStamp> before = file.read().stamp;
     examinations = 0;
-    ASSERT_TRUE(file.replace("text", std::nullopt, before, &written));
+    ASSERT_TRUE(file.replace(textSource("text"), std::nullopt, before, &written));
     const int checked = std::exchange(examinations, 0);
     EXPECT_EQ(written, file.read().stamp);
     EXPECT_NE(written, before);
     times.insert(written->modificationTime);
-    ASSERT_TRUE(file.replace("text", std::nullopt));
+    ASSERT_TRUE(file.replace(textSource("text"), std::nullopt));
     EXPECT_EQ(checked, examinations + 2) << "one look before the file is renamed, one after";
   }
   EXPECT_EQ(times.size(), 20U) << "a file's number may be that of one that is gone";
 
   watched.emplace(
       [](std::string_view call, auto& path) { return call == "fsync" && fs::is_directory(path) ? EIO : 0; });
-  EXPECT_EQ(file.replace("text", std::nullopt, {}, &written).error().code, std::errc::io_error);
+  EXPECT_EQ(file.replace(textSource("text"), std::nullopt, {}, &written).error().code, std::errc::io_error);
   EXPECT_EQ(written, file.read().stamp);
 }
 
@@ -114,7 +115,9 @@ TEST_F(StoreTest, RemovesWhatDeadWritersHaveLeftAndNothingThatIsBeingWritten) {
     std::erase_if(names, [](const std::string& name) { return !name.starts_with(".roster-"); });
     return names;
   };
-  const auto save = [&](const char* text) { return bool(SettingsFile(path).replace(text, std::nullopt)); };
+  const auto save = [&](const char* text) {
+    return bool(SettingsFile(path).replace(textSource(text), std::nullopt));
+  };
   for (const char* point : {"write", "renameat"}) {
     SCOPED_TRACE(point);
     Pipe isThere;
@@ -177,7 +180,7 @@ TEST_F(StoreTest, KeepsOneCopyOfEachDamagedRegistryAndTheNewestEight) {
     log.clear();
     device.writeFile(path, content);
     const std::optional<FileStamp> stamp = file.read().stamp;
-    EXPECT_TRUE(file.replace("new", Error(std::errc::bad_message, "why"), stamp));
+    EXPECT_TRUE(file.replace(textSource("new"), Error(std::errc::bad_message, "why"), stamp));
     std::vector<std::string> copies = device.fileNames("folder");
     std::erase(copies, "registry");
     return copies;

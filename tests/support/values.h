@@ -1,11 +1,13 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "roster/account/string_list.h"
+#include "roster/base/byte_sink.h"
 #include "roster/base/result.h"
 #include "roster/value/mutable_dictionary.h"
 
@@ -41,6 +43,11 @@ inline std::string shortNames(const std::optional<StringList>& list) {
     text += name.starts_with(dataclassPrefix) ? name.substr(dataclassPrefix.size()) : name;
   }
   return text;
+}
+
+/// The text, as the content of a file to be written.
+inline ByteSource textSource(std::string text) {
+  return [text = std::move(text)](const ByteSink& sink) { return sink(std::as_bytes(std::span(text))); };
 }
 
 /// The error's text; "none" after a success.

@@ -90,7 +90,9 @@ class RosterctlTest(Device):
         for format in FORMATS:
             with self.subTest(format):
                 self.write(self.FOREIGN, other, format=format)
-                listed = self.json("list")
+                text = self.out("list", "--json")
+                listed = json.loads(text)
+                self.assertEqual(text, json.dumps(listed, indent=2, ensure_ascii=False) + "\n")
                 self.assertEqual([row["identifier"] for row in listed], ["A", "B", "C"])
                 self.assertEqual(listed[0], {
                     "identifier": "A", "type": "Mail", "class": "IMAPAccount", "displayName": "Wörk 日本 😀",
@@ -100,6 +102,21 @@ class RosterctlTest(Device):
                 self.run_tool("enable", "A", "mail")
                 expected = {**self.FOREIGN, "DisplayName": "Home", "Port": 993, "Enabled Dataclasses": [NOTES, MAIL]}
                 self.assertEqual(exactly(self.accounts()), exactly([expected, other]))
+
+    def test_list_aligns_what_a_terminal_shows(self):
+        child = account("C", "SMTP", "S", **{"Enabled Dataclasses": []})
+        self.write(account("A", DisplayName="日本", **{"Enabled Dataclasses": [NOTES, MAIL, "x"]}),
+                   account("B", "Exchange", "EASAccount", DisplayName="e\u0301\x1b[2J\u2028", ChildAccounts=[child]),
+                   account("é", "LDAP", "x\n", DisplayName=""), account("D", "LDAP", "x"))
+        self.assertEqual(self.out("list"), """\
+IDENTIFIER  TYPE      CLASS        NAME              ENABLED
+A           Mail      IMAPAccount  日本              Mail, Notes
+B           Exchange  EASAccount   e\u0301\\u001B[2J\\u2028  -
+  C         SMTP      S            e\u0301\\u001B[2J\\u2028  none
+é           LDAP      x\\n                            -
+D           LDAP      x            -                 -
+""")
+        self.assertEqual(self.out("list", "--type", "Yahoo"), "no accounts\n")
 
     def test_what_show_prints_can_be_given_back(self):
         self.write(self.FOREIGN, account("B"))

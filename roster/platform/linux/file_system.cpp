@@ -114,7 +114,7 @@ Result<Bytes> readFile(const std::string& path, std::optional<FileStamp>* stamp)
   }
 }
 
-Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes, const ReplacementTerms& terms,
+Result<> replaceFile(const std::string& path, const ByteSource& content, const ReplacementTerms& terms,
                      std::optional<FileStamp>* written) {
   if (written != nullptr) written->reset();
   Result<FileReplacement> replacement = FileReplacement::create(path);
@@ -125,7 +125,8 @@ Result<> replaceFile(const std::string& path, std::span<const std::byte> bytes, 
       S_ISREG(model.st_mode)) {
     replacement->adoptAccessWhenNew(model);
   }
-  if (Result<> done = replacement->write(bytes); !done) return done;
+  Result<> done = content([&](std::span<const std::byte> bytes) { return replacement->write(bytes); });
+  if (!done) return done;
   if (terms.expected) replacement->expect(*terms.expected);
   return replacement->commit(written);
 }
