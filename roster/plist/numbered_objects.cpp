@@ -1,6 +1,8 @@
 #include "roster/plist/numbered_objects.h"
 
 #include <bit>
+#include <optional>
+#include <utility>
 
 #include "roster/value/representation.h"
 
@@ -82,6 +84,28 @@ std::string_view NumberedObjects::ownContents(const Object& object) const {
   if (object.home == inTexts) return texts_[object.index];
   const Value& value = *values_[object.index].value;
   return value.isString() ? ValueAccess::text(value) : textOf(*value.bytes());
+}
+
+/// A container has a lower number than what it was the first to refer to.
+std::vector<std::size_t> NumberedObjects::stepsToRoot(std::uint32_t object) const {
+  std::vector<std::size_t> steps;
+  std::uint32_t owner = 0;
+  while (object != 0) {
+    std::optional<std::size_t> step;
+    std::size_t index = 0;
+    const auto compare = [&](std::uint32_t part) {
+      if (part == object && !step) step = index;
+      ++index;
+    };
+    if (objects_[owner].height != 0) forEachPart(objects_[owner], compare);
+    if (step) {
+      steps.push_back(*step);
+      object = std::exchange(owner, 0);
+    } else {
+      ++owner;
+    }
+  }
+  return steps;
 }
 
 Value NumberedObjects::scalar(const Object& object) const {

@@ -120,6 +120,10 @@ class NumberedObjects {
     return sizeOfLast_ + referencesOfLast_ * referenceWidth;
   }
 
+  /// The way from an object to the root by the first container that refers to it, and so on. Each step is the
+  /// place of a part in its container.
+  std::vector<std::size_t> stepsToRoot(std::uint32_t object) const;
+
   /// The bytes of a text or of data.
   std::string_view contents(const Object& object) const {
     return object.home < documents_.size() ? storedContents(*documents_[object.home]->document, object)

@@ -25,17 +25,6 @@ std::optional<std::string> narrowed(std::string_view wide) {
   return text;
 }
 
-/// What tells a scalar from others of its kind.
-std::uint64_t bitsOf(const Value& scalar) {
-  if (const std::optional<bool> boolean = scalar.boolean()) return std::uint64_t{*boolean};
-  if (const std::optional<std::int64_t> integer = scalar.integer())
-    return static_cast<std::uint64_t>(*integer);
-  if (const std::optional<std::uint64_t> natural = scalar.unsignedInteger()) return *natural;
-  if (const std::optional<Date> date = scalar.date())
-    return std::bit_cast<std::uint64_t>(date->secondsSinceReference);
-  return std::bit_cast<std::uint64_t>(*scalar.real());
-}
-
 }  // namespace
 
 /// Walks a tree and numbers its objects. After a fault every step returns at once; on the way back each notes
@@ -53,7 +42,7 @@ class ObjectNumbering {
     if (fault_ != Fault::none) return unwritableValue(root, stepsToFault_, fault_);
     const std::uint64_t limit = limits::unfoldingAllowance + limits::unfoldingFactor * result_.references_;
     if (largest_.unfolded <= limit) return std::move(result_);
-    return unwritableValue(root, stepsTo(largest_.object), Fault::tooLarge);
+    return unwritableValue(root, result_.stepsToRoot(largest_.object), Fault::tooLarge);
   }
 
  private:
@@ -66,32 +55,6 @@ class ObjectNumbering {
     std::uint64_t unfolded = 1;
     unsigned height = 1;
   };
-
-  /// The way from an object to the root by the first container that refers to it, and so on: each has a lower
-  /// number than the last.
-  std::vector<std::size_t> stepsTo(std::uint32_t object) const {
-    std::vector<std::size_t> steps;
-    for (std::uint32_t owner = 0; object != 0; object = owner, owner = 0) {
-      std::optional<std::size_t> step;
-      for (;; ++owner) {
-        const Object& container = result_.objects_[owner];
-        if (container.height != 0) step = stepFrom(container, object);
-        if (step) break;
-      }
-      steps.push_back(*step);
-    }
-    return steps;
-  }
-
-  std::optional<std::size_t> stepFrom(const Object& container, std::uint32_t object) const {
-    std::optional<std::size_t> step;
-    std::size_t index = 0;
-    result_.forEachPart(container, [&](std::uint32_t part) {
-      if (part == object && !step) step = index;
-      ++index;
-    });
-    return step;
-  }
 
   std::uint32_t fail(Fault fault) {
     fault_ = fault;
@@ -344,12 +307,12 @@ class ObjectNumbering {
 
   template <class MakeObject>
   std::uint32_t placeScalar(const Value& scalar, const MakeObject& makeObject) {
-    const std::uint64_t hash = hashNumber_(bitsOf(scalar) + static_cast<std::uint64_t>(scalar.kind()));
+    const EncodedScalar encoded(scalar);
+    const std::uint64_t hash = hashText(encoded.bytes(), hashNumber_.seed);
     const auto isSame = [&](std::uint32_t number) {
       return result_.scalar(result_.objects_[number]).isIdenticalTo(scalar);
     };
-    return scalars_.findOrAdd(hash, isSame,
-                              [&] { return append(makeObject(), EncodedScalar(scalar).bytes().size()); });
+    return scalars_.findOrAdd(hash, isSame, [&] { return append(makeObject(), encoded.bytes().size()); });
   }
 
   bool mayEnter(Fault fault, std::size_t depth) {

@@ -124,7 +124,12 @@ TEST_F(MigrationDaemonTest, IsKilledAfterFiveSecondsWhenItDoesNotListen) {
 TEST_F(MigrationDaemonTest, CountsAsGoneWhenAnotherProcessHasItsName) {
   const pid_t one = startDaemon();
   const pid_t other = startDaemon();
-  later([] { kill(_PIDForProcessNamed("tesserad"), SIGKILL); });
+  later([] {
+    const auto named = static_cast<id_t>(_PIDForProcessNamed("tesserad"));
+    kill(static_cast<pid_t>(named), SIGKILL);
+    siginfo_t death{};
+    waitid(P_PID, named, &death, WEXITED | WNOWAIT);  // for `runs`, to which a dying process still runs
+  });
   AccountsManager::killTesseraIfNecessary();
   EXPECT_NE(runs(one), runs(other));
   EXPECT_EQ(log.lines(), (Lines{asked, noBus}));
