@@ -26,20 +26,24 @@ unsigned widthOf(std::uint64_t largest) {
 /// it gets no more.
 class PieceWriter {
  public:
-  explicit PieceWriter(const ByteSink& sink)
-      : sink_(sink), buffer_(std::make_unique_for_overwrite<char[]>(pieceSize)), position_(buffer_.get()) {}
+  PieceWriter(const ByteSink& sink, std::uint64_t total)
+      : sink_(sink),
+        pieceSize_(
+            static_cast<std::size_t>(std::min<std::uint64_t>(largestPiece, total + sizeof(std::uint64_t)))),
+        buffer_(std::make_unique_for_overwrite<char[]>(pieceSize_)),
+        position_(buffer_.get()) {}
 
   std::uint64_t written() const { return flushed_ + buffered(); }
 
   void append(std::string_view bytes) {
-    if (bytes.size() > pieceSize - buffered()) flush();
-    if (bytes.size() > pieceSize) return give(bytes);
+    if (bytes.size() > pieceSize_ - buffered()) flush();
+    if (bytes.size() > pieceSize_) return give(bytes);
     if (!bytes.empty()) std::memcpy(position_, bytes.data(), bytes.size());
     position_ += bytes.size();
   }
 
   void append(char byte) {
-    if (buffered() == pieceSize) flush();
+    if (buffered() == pieceSize_) flush();
     *position_++ = byte;
   }
 
@@ -47,7 +51,7 @@ class PieceWriter {
   void appendNumber(std::uint64_t number, unsigned width) {
     std::uint64_t word = number << (64U - 8U * width);
     if constexpr (std::endian::native == std::endian::little) word = __builtin_bswap64(word);
-    if (pieceSize - buffered() < sizeof word) flush();
+    if (pieceSize_ - buffered() < sizeof word) flush();
     std::memcpy(position_, &word, sizeof word);
     position_ += width;
   }
@@ -58,7 +62,7 @@ class PieceWriter {
   }
 
  private:
-  static constexpr std::size_t pieceSize = std::size_t{1} << 18;
+  static constexpr std::size_t largestPiece = std::size_t{1} << 16U;
 
   std::size_t buffered() const { return static_cast<std::size_t>(position_ - buffer_.get()); }
 
@@ -74,6 +78,7 @@ class PieceWriter {
   }
 
   const ByteSink& sink_;
+  const std::size_t pieceSize_;
   std::unique_ptr<char[]> buffer_;
   char* position_;
   std::uint64_t flushed_ = 0;
@@ -151,7 +156,7 @@ Result<BinaryPropertyList> BinaryPropertyList::of(const Value& value, std::size_
 }
 
 Result<> BinaryPropertyList::write(const ByteSink& sink) const {
-  PieceWriter writer(sink);
+  PieceWriter writer(sink, size_);
   ObjectEncoding encoding(objects_, referenceWidth_, writer);
   std::vector<std::uint32_t> offsets;
   offsets.reserve(objects_.objects().size());
