@@ -40,24 +40,22 @@ void appendUtf8(std::string& text, char32_t codePoint) {
   }
 }
 
-std::optional<std::string> utf8FromBigEndianUtf16(std::span<const std::byte> bytes) {
-  std::string text;
-  text.reserve(bytes.size());
+bool appendUtf8FromBigEndianUtf16(std::string& text, std::span<const std::byte> bytes) {
   const auto unitAt = [&](std::size_t offset) {
     return (std::to_integer<char32_t>(bytes[offset]) << 8U) | std::to_integer<char32_t>(bytes[offset + 1]);
   };
   for (std::size_t offset = 0; offset + 1 < bytes.size(); offset += 2) {
     char32_t codePoint = unitAt(offset);
     if (codePoint >= firstSurrogate && codePoint < behindSurrogates) {
-      if (codePoint >= firstLowSurrogate || offset + 3 >= bytes.size()) return std::nullopt;
+      if (codePoint >= firstLowSurrogate || offset + 3 >= bytes.size()) return false;
       const char32_t low = unitAt(offset + 2);
-      if (low < firstLowSurrogate || low >= behindSurrogates) return std::nullopt;
+      if (low < firstLowSurrogate || low >= behindSurrogates) return false;
       codePoint = firstSupplementary + ((codePoint - firstSurrogate) << 10U) + (low - firstLowSurrogate);
       offset += 2;
     }
     appendUtf8(text, codePoint);
   }
-  return text;
+  return true;
 }
 
 std::optional<char32_t> takeCodePoint(std::string_view& text) {

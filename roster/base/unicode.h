@@ -13,9 +13,9 @@ namespace roster {
 /// Appends a code point as UTF-8. It must be a Unicode scalar value.
 void appendUtf8(std::string& text, char32_t codePoint);
 
-/// UTF-8 text of big-endian UTF-16 bytes, nothing when they hold a lone surrogate. The count of bytes must be
-/// even.
-std::optional<std::string> utf8FromBigEndianUtf16(std::span<const std::byte> bytes);
+/// Appends big-endian UTF-16 bytes as UTF-8. False, with some of it appended, when they hold a lone
+/// surrogate. The count of bytes must be even.
+bool appendUtf8FromBigEndianUtf16(std::string& text, std::span<const std::byte> bytes);
 
 /// Big-endian UTF-16 bytes of UTF-8 text, nothing when the text is not valid UTF-8.
 std::optional<std::string> bigEndianUtf16FromUtf8(std::string_view text);

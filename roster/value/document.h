@@ -25,7 +25,7 @@ class Document final : public Node {
 
   std::string_view text(std::uint32_t object) const {
     const ObjectHeader& text = header(object);
-    if (text.type == ObjectClass::wideText) return checked_.wideTexts.at(object);
+    if (text.type == ObjectClass::wideText) return checked_.wideTexts.of(object);
     return {reinterpret_cast<const char*>(file_.data() + text.contents), text.count};
   }
   std::span<const std::byte> bytes(std::uint32_t object) const;

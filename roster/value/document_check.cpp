@@ -124,9 +124,7 @@ class ObjectCheck {
       return isAscii({reinterpret_cast<const char*>(contents), size}) ? Fault::none : Fault::badText;
     }
     if (header.type == ObjectClass::wideText) {
-      std::optional<std::string> text = utf8FromBigEndianUtf16({contents, size});
-      if (!text) return Fault::badText;
-      result_.wideTexts.emplace(object, *std::move(text));
+      return result_.wideTexts.add(object, {contents, size}) ? Fault::none : Fault::badText;
     }
     if (header.type == ObjectClass::integer && size == 16) {
       const std::uint64_t high = readBigEndian(contents, 8);
@@ -290,9 +288,8 @@ class ObjectCheck {
   }
 
   std::string_view text(std::uint32_t object) const {
-    const auto wide = result_.wideTexts.find(object);
-    if (wide != result_.wideTexts.end()) return wide->second;
     const ObjectHeader& header = result_.objects[object];
+    if (header.type == ObjectClass::wideText) return result_.wideTexts.of(object);
     return {reinterpret_cast<const char*>(layout_.bytes() + header.contents), header.count};
   }
 
@@ -325,6 +322,22 @@ class ObjectCheck {
 };
 
 }  // namespace
+
+bool WideTexts::add(std::uint32_t object, std::span<const std::byte> bytes) {
+  decoded_.clear();
+  if (!appendUtf8FromBigEndianUtf16(decoded_, bytes)) return false;
+  entries_.push_back({object, bytes_.size(), decoded_.size()});
+  bytes_.insert(bytes_.end(), decoded_.begin(), decoded_.end());
+  return true;
+}
+
+std::string_view WideTexts::of(std::uint32_t object) const {
+  const auto found =
+      std::lower_bound(entries_.begin(), entries_.end(), object,
+                       [](const Entry& entry, std::uint32_t wanted) { return entry.object < wanted; });
+  if (found == entries_.end() || found->object != object) return {};
+  return {bytes_.data() + found->begin, found->size};
+}
 
 std::optional<std::uint32_t> KeyIndex::indexOf(std::uint32_t key) const {
   const auto found = std::lower_bound(byKey.begin(), byKey.end(), key,

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -29,12 +30,32 @@ struct KeyIndex {
   std::optional<std::uint32_t> indexOf(std::uint32_t key) const;
 };
 
+/// The texts of a file that are not stored as ASCII, as UTF-8: one behind the other, since most are short.
+class WideTexts {
+ public:
+  /// Objects come in ascending order. False, with nothing added, when the bytes are not UTF-16.
+  bool add(std::uint32_t object, std::span<const std::byte> bytes);
+  /// Empty for an object that was not added. Views stay valid once all have been added, also when these texts
+  /// are moved.
+  std::string_view of(std::uint32_t object) const;
+
+ private:
+  struct Entry {
+    std::uint32_t object;
+    std::size_t begin;
+    std::size_t size;
+  };
+  /// Not a text, whose contents move with it when they are short.
+  std::vector<char> bytes_;
+  std::vector<Entry> entries_;
+  std::string decoded_;
+};
+
 /// What one pass over all objects of a binary property list has found out about them.
 struct CheckedObjects {
   /// Every object's header. The fault of a container is that of what it holds.
   std::vector<ObjectHeader> objects;
-  /// The texts that are not stored as ASCII, as UTF-8, by object.
-  std::unordered_map<std::uint32_t, std::string> wideTexts;
+  WideTexts wideTexts;
   /// The texts that serve as dictionary keys; a key's number is its index here.
   std::vector<std::string_view> keys;
   TextTable keysByText;
