@@ -31,8 +31,7 @@ struct MergedRegistry {
 /// - Added on one side: it is there. Added on both: merged as if the base had been empty.
 /// - Deleted there: it goes, unless it was changed here. Deleted here: it stays deleted.
 /// - Moved on one side, to the top, below a parent or to another parent: it is moved, with the changes of
-/// both
-///   sides; moved on both sides: where `mine` has it.
+///   both sides. Moved on both sides: it goes where `mine` has it.
 /// - A child goes with a parent that was deleted; it is kept with a parent that was kept.
 /// - Elements of "ChildAccounts" that are no child (without an identifier, or no dictionary) are as `theirs`
 ///   has them.
