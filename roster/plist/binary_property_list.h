@@ -34,10 +34,10 @@ class BinaryPropertyList {
   /// What the objects refer to, the value itself included.
   std::unique_ptr<const Value> value_;
   NumberedObjects objects_;
-  unsigned referenceWidth_ = 0;
-  unsigned offsetWidth_ = 0;
-  std::uint64_t tableOffset_ = 0;
-  std::uint64_t size_ = 0;
+  unsigned referenceWidth_;
+  std::uint64_t tableOffset_;
+  unsigned offsetWidth_;
+  std::uint64_t size_;
 };
 
 }  // namespace roster

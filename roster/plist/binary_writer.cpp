@@ -130,13 +130,12 @@ class ObjectEncoding {
 }  // namespace
 
 BinaryPropertyList::BinaryPropertyList(std::unique_ptr<const Value> value, NumberedObjects objects)
-    : value_(std::move(value)), objects_(std::move(objects)) {
-  const std::size_t count = objects_.objects().size();
-  referenceWidth_ = widthOf(count - 1);
-  tableOffset_ = magic.size() + objects_.size() + objects_.references() * referenceWidth_;
-  offsetWidth_ = widthOf(tableOffset_ - objects_.sizeOfLast(referenceWidth_));
-  size_ = tableOffset_ + count * offsetWidth_ + BinaryLayout::trailerSize;
-}
+    : value_(std::move(value)),
+      objects_(std::move(objects)),
+      referenceWidth_(widthOf(objects_.objects().size() - 1)),
+      tableOffset_(magic.size() + objects_.size() + objects_.references() * referenceWidth_),
+      offsetWidth_(widthOf(tableOffset_ - objects_.sizeOfLast(referenceWidth_))),
+      size_(tableOffset_ + objects_.objects().size() * offsetWidth_ + BinaryLayout::trailerSize) {}
 
 Result<BinaryPropertyList> BinaryPropertyList::ofUnchanging(Value value, std::size_t expectedObjects) {
   if (value.isNil()) return Error(std::errc::invalid_argument, "there is no value");
@@ -152,7 +151,8 @@ Result<BinaryPropertyList> BinaryPropertyList::ofUnchanging(Value value, std::si
 Result<BinaryPropertyList> BinaryPropertyList::of(const Value& value, std::size_t expectedObjects) {
   Value copy = value.deepCopy();
   // What cannot be copied cannot be written either: the attempt tells why, and where.
-  return ofUnchanging(copy.isNil() ? value : std::move(copy), expectedObjects);
+  if (copy.isNil()) copy = value;
+  return ofUnchanging(std::move(copy), expectedObjects);
 }
 
 Result<> BinaryPropertyList::write(const ByteSink& sink) const {

@@ -58,7 +58,7 @@ class EncodedHeader {
   }
 
  private:
-  std::array<char, 10> bytes_;
+  std::array<char, 10> bytes_{};
   std::size_t size_ = 1;
 };
 
@@ -154,14 +154,14 @@ class NumberedObjects {
   static constexpr std::uint32_t inTexts = inValues - 1;
 
   struct DocumentSource {
-    const Document* document;
-    std::uint32_t number;
+    const Document* document = nullptr;
+    std::uint32_t number = 0;
     ObjectNumbers numbers;
     /// Those whose keys have numbers.
     std::set<std::uint16_t> shapes{};
   };
   struct ValueSource {
-    const Value* value;
+    const Value* value = nullptr;
     /// Where a container's parts stand in the list of all parts, and how many they are.
     std::size_t firstPart = 0;
     std::size_t parts = 0;

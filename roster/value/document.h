@@ -38,8 +38,8 @@ class Document final : public Node {
   String key(std::uint32_t dictionary, std::size_t index) const;
   Value valueAt(std::uint32_t dictionary, std::size_t index) const;
   Value find(std::uint32_t dictionary, std::string_view key) const;
-  /// Any object's value.
-  Value value(std::uint64_t object) const;
+  /// The value of any object.
+  Value value(std::uint64_t number) const;
 
   // The parts of a container by their numbers, which may be out of range where it has a fault. The walks end
   // when the call returns false.
