@@ -16,12 +16,12 @@ namespace {
 
 /// The text of a wide object that need not be one; nothing when some unit is not ASCII.
 std::optional<std::string> narrowed(std::string_view wide) {
-  std::string text;
-  text.reserve(wide.size() / 2);
   for (std::size_t unit = 0; unit < wide.size(); unit += 2) {
     if (wide[unit] != 0 || (static_cast<unsigned char>(wide[unit + 1]) & 0x80U) != 0) return std::nullopt;
-    text.push_back(wide[unit + 1]);
   }
+  std::string text;
+  text.reserve(wide.size() / 2);
+  for (std::size_t unit = 0; unit < wide.size(); unit += 2) text.push_back(wide[unit + 1]);
   return text;
 }
 

@@ -156,8 +156,10 @@ Registry readForLoad(const SettingsFile& file) {
 }
 
 Result<BinaryPropertyList> registryOf(std::vector<Value> accounts, const SettingsFile& file) {
+  // A guess; and a file may name one account many times.
   constexpr std::size_t objectsOfAccount = 12;
-  const std::size_t expectedObjects = accounts.size() * objectsOfAccount;
+  constexpr std::size_t mostExpected = std::size_t{1} << 20U;
+  const std::size_t expectedObjects = std::min(accounts.size() * objectsOfAccount, mostExpected);
   const Dictionary root{{kPlistAccountsKey, Array(std::move(accounts))},
                         {kPlistVersionKey, currentRegistryVersion}};
   Result<BinaryPropertyList> registry = BinaryPropertyList::of(root, expectedObjects);
